@@ -1,0 +1,123 @@
+#include "circuit/Capacitor.h"
+
+#include <cmath>
+
+#include "circuit/MNAContext.h"
+#include "engine/InvalidArgumentException.h"
+#include "engine/Str.h"
+
+namespace kelm {
+
+Capacitor::Capacitor() : stamp(2, 2) {
+    admittanceRules["BackwardEuler"] = [](double c, double fs) { return c * fs; };
+    admittanceRules["Trapezoidal"] = [](double c, double fs) { return 2.0 * c * fs; };
+    currentRules["BackwardEuler"] = [](scalar g, scalar v, scalar) {
+        return static_cast<scalar>(-static_cast<double>(g) * v);
+    };
+    currentRules["Trapezoidal"] = [](scalar g, scalar v, scalar i) {
+        return static_cast<scalar>(-2.0 * static_cast<double>(g) * v) - i;
+    };
+    admittanceRule = admittanceRules["Trapezoidal"];
+    currentRule = currentRules["Trapezoidal"];
+}
+
+void Capacitor::init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& names,
+                     const std::shared_ptr<MNAContext>& ctx) {
+    initBase(name, names, ctx);
+    if (nodeCount() != 2) throw InvalidArgumentException("Capacitor must have two nodes. Capacitor name=" + name);
+    read(*properties);
+    context->addListener(this);
+}
+
+void Capacitor::read(const PropertyMap& p) {
+    std::string scheme;
+    if (p.readOptional("IntegrationScheme", scheme)) {
+        if (!admittanceRules.count(scheme) || !currentRules.count(scheme))
+            throw InvalidArgumentException("Unknown IntegrationScheme " + scheme);
+        admittanceRule = admittanceRules[scheme];
+        currentRule = currentRules[scheme];
+    }
+    scalar c = 0;
+    p.readRequired("Capacitance", c, KELMException("Capacitance is not defined. Capacitor name=" + elementName));
+    setCapacitance(c);
+}
+
+void Capacitor::setCapacitance(scalar c) {
+    if (!(c >= 0))
+        throw InvalidArgumentException(
+            str("propertyChanged: Capacitance cannot be negative. Capacitor name=", elementName, ", value=", c));
+    capacitance = c;
+    if (sampleRate > 0) admittance = static_cast<scalar>(admittanceRule(capacitance, sampleRate));
+}
+
+void Capacitor::fetchRate() {
+    sampleRate = context->getSampleRate();
+    if (!(sampleRate > 0)) throw KELMException("Capacitor: Sampling Rate has not been set for AC analysis");
+    sampleRateChanged(sampleRate);
+}
+
+void Capacitor::sampleRateChanged(scalar rate) {
+    if (!(rate > 0)) throw InvalidArgumentException(str("Capacitor: Invalid sampling rate: ", rate));
+    sampleRate = rate;
+    admittance = static_cast<scalar>(admittanceRule(capacitance, sampleRate));
+}
+
+scalar** Capacitor::getG() {
+    if (context->getAnalysisType() == 0) return nullptr;
+    if (!(sampleRate > 0)) fetchRate();
+    stamp(0, 0) = admittance;
+    stamp(0, 1) = -admittance;
+    stamp(1, 0) = -admittance;
+    stamp(1, 1) = admittance;
+    return stamp.rows();
+}
+
+scalar* Capacitor::getRhs(scalar*) {
+    if (context->getAnalysisType() == 0) return nullptr;
+    if (!(sampleRate > 0)) fetchRate();
+    return rhs;
+}
+
+void Capacitor::setNodes(const NodeIndices& n) {
+    Component::setNodes(n);
+    nodeAValid = (*n)[0] >= 0;
+    nodeBValid = (*n)[1] >= 0;
+}
+
+void Capacitor::nextSample() {
+    if (context->getAnalysisType() == 0) return;
+    if (!(sampleRate > 0)) fetchRate();
+    const DenseVector& x = context->solution();
+    voltage = 0;
+    if (nodeAValid) voltage = x[(*nodes)[0]];
+    if (nodeBValid) voltage = voltage - x[(*nodes)[1]];
+    if (firstStep) {
+        current = -(admittance * voltage);
+        firstStep = false;
+    } else {
+        current = currentRule(admittance, voltage, current);
+    }
+    rhs[0] = -current;
+    rhs[1] = current;
+}
+
+void Capacitor::analysisChanged(int oldType, int newType) {
+    if (oldType == newType || oldType == 1) return;
+    firstStep = true;
+    current = 0;
+}
+
+void Capacitor::propertiesChanged(const PropertyMapPtr& properties) {
+    read(*properties);
+    context->setMatrixChanged(true);
+}
+
+void Capacitor::propertyChanged(const std::string& name, scalar value) {
+    if (name != "Capacitance")
+        throw InvalidArgumentException("propertyChanged: Invalid property: " + name + ". Capacitor name=" +
+                                       elementName);
+    setCapacitance(value);
+    context->setMatrixChanged(true);
+}
+
+} // namespace kelm

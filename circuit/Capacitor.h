@@ -1,0 +1,59 @@
+#pragma once
+#include <functional>
+#include <map>
+#include <string>
+
+#include "circuit/Component.h"
+#include "circuit/MNAEventListener.h"
+#include "circuit/Stamp.h"
+
+namespace kelm {
+
+// Capacitor ("Capacitance" in farads) as a companion model: an admittance in
+// A and a current source carrying its memory. "IntegrationScheme" is
+// "Trapezoidal" (default) or "BackwardEuler". Open in DC analysis.
+class Capacitor : public Component, public MNAEventListener {
+public:
+    Capacitor();
+    void init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& nodeNames,
+              const std::shared_ptr<MNAContext>& context) override;
+    scalar** getG() override;
+    scalar* getRhs(scalar* x) override;
+    bool hasRhs() override { return true; }
+    void setNodes(const NodeIndices& nodes) override;
+    void propertiesChanged(const PropertyMapPtr& properties) override;
+    void propertyChanged(const std::string& name, scalar value) override;
+    using Element::propertyChanged;
+    void sampleRateChanged(scalar rate) override;
+    void nextSample() override;
+    void analysisChanged(int oldType, int newType) override;
+
+    scalar getCurrent() const { return current; }
+    scalar getVoltage() const { return voltage; }
+    scalar getAdmittance() const { return admittance; }
+
+private:
+    typedef std::function<double(double c, double fs)> AdmittanceRule;
+    typedef std::function<scalar(scalar g, scalar v, scalar i)> CurrentRule;
+
+    void read(const PropertyMap& properties);
+    void setCapacitance(scalar c);
+    void fetchRate();
+
+    Stamp stamp;
+    scalar rhs[2] = {0, 0};
+    scalar capacitance = 0;
+    scalar sampleRate = -1.0f;
+    scalar admittance = 0;
+    scalar current = 0;
+    scalar voltage = 0;
+    bool nodeAValid = false;
+    bool nodeBValid = false;
+    bool firstStep = true;
+    std::map<std::string, AdmittanceRule> admittanceRules;
+    std::map<std::string, CurrentRule> currentRules;
+    AdmittanceRule admittanceRule;
+    CurrentRule currentRule;
+};
+
+} // namespace kelm

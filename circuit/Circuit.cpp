@@ -1,0 +1,140 @@
+#include "circuit/Circuit.h"
+
+#include <cstring>
+
+#include "engine/Str.h"
+
+namespace kelm {
+
+Circuit::Circuit() { type = 1; }
+
+Circuit::~Circuit() {
+    freeResults();
+    // Components keep plain pointers to the context: release solvers first.
+    analysis.reset();
+}
+
+void Circuit::freeResults() {
+    for (scalar*& r : results) {
+        delete[] r;
+        r = nullptr;
+    }
+}
+
+void Circuit::setOutputNames(const std::shared_ptr<std::vector<std::string>>& names) {
+    outputNames = names;
+    freeResults();
+    numberOfOutputs = names ? static_cast<int>(names->size()) : 0;
+    results.assign(numberOfOutputs, nullptr);
+    if (context) context->setOutputNames(names);
+}
+
+void Circuit::setMaxBlockSize(int n) {
+    if (n < 1) throw KELMException(str("Graph: Invalid maxBlockSize", n));
+    if (n <= maxBlockSize) return;
+    maxBlockSize = n;
+    for (scalar*& r : results) {
+        delete[] r;
+        r = new scalar[n]();
+    }
+}
+
+void Circuit::setSampleRate(scalar rate) {
+    context->setSampleRate(rate);
+    if (initialized) analysis->solver->initMatrix();
+}
+
+void Circuit::init() {
+    if (!analysis) throw KELMException("Analysis is not set for Circuit " + graphName);
+    if (!analysis->solver) throw KELMException("Analysis: Solver is not set for Circuit " + graphName);
+    if (!context) throw KELMException("Context not set for Circuit " + graphName);
+    if (numberOfInputs != 0) inputValues = std::make_shared<ScalarVector>(numberOfInputs, 0.0f);
+    if (analysis->type == 1 && analysis->initialCondition == 0) {
+        if (!analysis->initialConditionSolver) throw KELMException("DC Solver is not set for Circuit " + graphName);
+        context->setAnalysisType(0);
+        context->init();
+        context->setInputs(inputValues);
+        analysis->initialConditionSolver->init(context);
+        x.setZero(context->solution().size());
+        analysis->initialConditionSolver->solve(x);
+        context->setSolution(x);
+        context->setAnalysisType(1);
+    } else if (analysis->type == 1 && analysis->initialCondition == 1) {
+        context->setAnalysisType(1);
+        context->init();
+        context->setInputs(inputValues);
+        x.setZero(context->solution().size());
+        context->setSolution(x);
+    } else if (analysis->type == 1) {
+        throw KELMException("Invalid initial condition for Circuit " + graphName);
+    } else {
+        context->setAnalysisType(0);
+        context->init();
+        context->setInputs(inputValues);
+        x.setZero(context->solution().size());
+        context->setSolution(x);
+    }
+    if (!analysis->solver) throw KELMException("Solver not set for Circuit " + graphName);
+    analysis->solver->init(context);
+    context->setMatrixChanged(false);
+    initialized = true;
+}
+
+void Circuit::process(BufferList& inputs, size_t framesPerBuffer) {
+    if (framesPerBuffer > static_cast<size_t>(static_cast<unsigned>(maxBlockSize)))
+        throw KELMException(str("maxBlockSize is less than input size. Circuit name: ", graphName, " maxBlockSize: ",
+                                maxBlockSize, " input size:", framesPerBuffer));
+    process(inputs, results, framesPerBuffer);
+}
+
+void Circuit::doBypass(BufferList& inputs, BufferList& outputs, size_t frames) {
+    if (numberOfInputs != numberOfOutputs)
+        throw KELMException(
+            "Circuit:doBypass: number of inputs does not match the number of outptus. Circuit Name: " + graphName);
+    for (int k = 0; k < numberOfOutputs; ++k) {
+        if (inputs[k])
+            std::memmove(outputs[k], inputs[k], frames * sizeof(scalar));
+        else
+            std::memset(outputs[k], 0, frames * sizeof(scalar));
+    }
+}
+
+void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
+    if (!initialized) throw KELMException("Circuit is not initialized. Circuit Name: " + graphName);
+    if (numberOfInputs > 0 && inputs.size() < static_cast<size_t>(numberOfInputs))
+        throw KELMException(
+            "Circuit:process: number of inputs does not match the number of arrays in the input vector. Circuit Name: " +
+            graphName);
+    if (static_cast<size_t>(numberOfOutputs) != outputs.size())
+        throw KELMException(
+            "Circuit:process: number of outputs does not match the number of arrays in the output vector. Circuit "
+            "Name: " +
+            graphName);
+    if (bypass) {
+        doBypass(inputs, outputs, frames);
+        return;
+    }
+    if (off) {
+        for (int k = 0; k < numberOfOutputs; ++k) std::memset(outputs[k], 0, frames * sizeof(scalar));
+        return;
+    }
+    x = context->solution();
+    Solver& solver = *analysis->solver;
+    const bool ac = context->getAnalysisType() == 1;
+    for (size_t i = 0; i < frames; ++i) {
+        for (int j = 0; j < numberOfInputs; ++j) (*inputValues)[j] = inputs[j] ? inputs[j][i] : 0.0f;
+        if (ac) context->notifyNextSample();
+        if (context->matrixChanged()) {
+            solver.initMatrix();
+            context->setMatrixChanged(false);
+        }
+        solver.solve(x);
+        context->setSolution(x);
+        if (numberOfOutputs > 0) {
+            const ScalarVector& out = *context->getOutputs();
+            for (int k = 0; k < numberOfOutputs; ++k) outputs[k][i] = out[k];
+        }
+    }
+}
+
+} // namespace kelm

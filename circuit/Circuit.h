@@ -1,0 +1,45 @@
+#pragma once
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "circuit/Analysis.h"
+#include "circuit/DenseTypes.h"
+#include "circuit/MNAContext.h"
+#include "engine/Graph.h"
+
+namespace kelm {
+
+// A Graph that runs a network of components sample by sample: inputs into
+// voltage sources, components with memory advance, the solver produces x,
+// output node voltages (volts) are read out.
+class Circuit : public Graph {
+public:
+    Circuit();
+    ~Circuit() override;
+    std::shared_ptr<Context> getContext() override { return context; }
+    const std::shared_ptr<MNAContext>& getMNAContext() const { return context; }
+    void setMaxBlockSize(int n) override;
+    void setSampleRate(scalar rate) override;
+    void process(BufferList& inputs, size_t framesPerBuffer) override;
+    void process(BufferList& inputs, BufferList& outputs, size_t framesPerBuffer) override;
+    void init() override;
+    void setOutputNames(const std::shared_ptr<std::vector<std::string>>& names);
+    void setAnalysis(Analysis* a) { analysis.reset(a); }
+    Analysis* getAnalysis() const { return analysis.get(); }
+    void setContext(const std::shared_ptr<MNAContext>& c) { context = c; }
+    const DenseVector& getState() const { return x; }
+
+private:
+    void doBypass(BufferList& inputs, BufferList& outputs, size_t frames);
+    void freeResults();
+
+    std::shared_ptr<MNAContext> context;
+    std::unique_ptr<Analysis> analysis;
+    std::shared_ptr<std::vector<std::string>> outputNames;
+    ScalarVectorPtr inputValues;
+    DenseVector x;
+    bool initialized = false;
+};
+
+} // namespace kelm

@@ -1,0 +1,107 @@
+#include "circuit/DenseKernels.h"
+
+#include <cmath>
+#if defined(__SSE__) || defined(_M_X64) || defined(_M_IX86)
+#include <xmmintrin.h>
+#define KELM_HAVE_RCP 1
+#endif
+
+namespace kelm {
+
+float reciprocal(float d) {
+#ifdef KELM_HAVE_RCP
+    float e = _mm_cvtss_f32(_mm_rcp_ss(_mm_set_ss(d)));
+#else
+    float e = 1.0f / d;
+#endif
+    return (2.0f - d * e) * e;
+}
+
+void gemv(int, int trans, int m, int n, float alpha, const float* A, int, const float* x, int, float beta, float* y,
+          int) {
+    if (beta != 1.0f)
+        for (int i = 0; i < m; ++i) y[i] *= beta;
+    if (trans != KernelNoTrans || n < 1) return;
+    for (int j = 0; j < n; ++j) {
+        const float t = x[j] * alpha;
+        const float* col = A + static_cast<std::ptrdiff_t>(j) * m;
+        for (int i = 0; i < m; ++i) y[i] += col[i] * t;
+    }
+}
+
+void axpy(int n, float alpha, const float* x, float* y) {
+    for (int i = 0; i < n; ++i) y[i] += alpha * x[i];
+}
+
+void scal(int n, float alpha, float* x) {
+    for (int i = 0; i < n; ++i) x[i] *= alpha;
+}
+
+float dot(const float* x, const float* y, int n) {
+    float s[4] = {0, 0, 0, 0};
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        s[0] += x[i] * y[i];
+        s[1] += x[i + 1] * y[i + 1];
+        s[2] += x[i + 2] * y[i + 2];
+        s[3] += x[i + 3] * y[i + 3];
+    }
+    for (; i < n; ++i) s[i & 3] += x[i] * y[i];
+    return (s[1] + s[3]) + (s[0] + s[2]);
+}
+
+int ludcmp(int n, float* A, int lda, int* pivots) {
+    for (int i = 0; i < n; ++i) pivots[i] = i;
+    if (n < 1) return 0;
+    auto at = [A, lda](int r, int c) -> float& { return A[static_cast<std::ptrdiff_t>(c) * lda + r]; };
+    for (int k = 0; k < n; ++k) {
+        int p = k;
+        float best = std::fabs(at(k, k));
+        for (int i = k + 1; i < n; ++i) {
+            float v = std::fabs(at(i, k));
+            if (v > best) {
+                best = v;
+                p = i;
+            }
+        }
+        if (p != k) {
+            int t = pivots[k];
+            pivots[k] = pivots[p];
+            pivots[p] = t;
+            for (int c = 0; c < n; ++c) {
+                float s = at(k, c);
+                at(k, c) = at(p, c);
+                at(p, c) = s;
+            }
+        }
+        const float d = at(k, k);
+        if (!(std::fabs(d) >= 1e-20f)) return -1;
+        const float r = reciprocal(d);
+        float* colK = &at(0, k);
+        for (int i = k + 1; i < n; ++i) colK[i] *= r;
+        for (int c = k + 1; c < n; ++c) {
+            float* colC = &at(0, c);
+            const float u = colC[k];
+            for (int i = k + 1; i < n; ++i) colC[i] -= u * colK[i];
+        }
+    }
+    return 0;
+}
+
+int lubksb(int n, const float* LU, int lda, const int* pivots, float* x, const float* b) {
+    for (int i = 0; i < n; ++i) x[i] = b[pivots[i]];
+    for (int k = 0; k + 1 < n; ++k) {
+        const float* col = LU + static_cast<std::ptrdiff_t>(k) * lda;
+        const float xk = x[k];
+        for (int j = k + 1; j < n; ++j) x[j] -= xk * col[j];
+    }
+    for (int k = n - 1; k >= 0; --k) {
+        const float* col = LU + static_cast<std::ptrdiff_t>(k) * lda;
+        x[k] *= reciprocal(col[k]);
+        const float xk = x[k];
+        for (int j = 0; j < k; ++j) x[j] -= xk * col[j];
+    }
+    return 0;
+}
+
+} // namespace kelm

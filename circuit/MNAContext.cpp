@@ -1,0 +1,239 @@
+#include "circuit/MNAContext.h"
+
+#include <algorithm>
+
+#include "circuit/MNAEventListener.h"
+#include "engine/InvalidArgumentException.h"
+
+namespace kelm {
+
+void Component::initBase(const std::string& name, const NodeNames& names, const std::shared_ptr<MNAContext>& ctx) {
+    elementName = name;
+    nodeNames = names ? names : std::make_shared<std::vector<std::string>>();
+    context = ctx.get();
+}
+
+MNAContext::MNAContext()
+    : A(std::make_shared<DenseMatrix>()), x(std::make_shared<DenseVector>()), J(std::make_shared<DenseMatrix>()) {
+    sampleRate = 48000.0f;
+}
+
+MNAContext::~MNAContext() {
+    for (auto& entry : elementsByName) delete entry.second;
+}
+
+void MNAContext::setSampleRate(scalar rate) {
+    sampleRate = rate;
+    if (initialized)
+        for (MNAEventListener* l : listenerList) l->sampleRateChanged(rate);
+}
+
+Element* MNAContext::getElement(const std::string& name) {
+    auto it = elementsByName.find(name);
+    if (it == elementsByName.end()) throw InvalidArgumentException("MNAContext cannot find element with name " + name);
+    return it->second;
+}
+
+void MNAContext::addListener(MNAEventListener* l) {
+    if (std::find(listenerList.begin(), listenerList.end(), l) == listenerList.end()) listenerList.push_back(l);
+}
+
+void MNAContext::addElement(Element* element) {
+    Component* c = dynamic_cast<Component*>(element);
+    if (!c) {
+        delete element;
+        throw InvalidArgumentException("MNAContext: element is not a Component");
+    }
+    if (initialized) {
+        delete c;
+        throw KELMException("Cannot add components after the context was initialized");
+    }
+    if (!elementsByName.emplace(c->name(), c).second) {
+        std::string name = c->name();
+        delete c;
+        throw KELMException("Duplicate component name: " + name);
+    }
+    components.push_back(c);
+    componentNames.push_back(c->name());
+    rhsFlags.push_back(c->hasRhs());
+    extraCounts.push_back(c->getNumberOfExtraVariables());
+    if (c->isFixedVoltage() && !c->hasRhs())
+        throw KELMException("Fixed voltage component must have rhs. Component name=" + c->name());
+    fixedFlags.push_back(c->isFixedVoltage());
+    nonlinearFlags.push_back(c->isNonlinear());
+}
+
+int MNAContext::nodeIndex(const std::string& name) const {
+    auto it = nodesByName.find(name);
+    return it == nodesByName.end() ? -1 : it->second;
+}
+
+void MNAContext::init() {
+    for (size_t i = 0; i < components.size(); ++i) {
+        if (!fixedFlags[i]) continue;
+        const std::string fixedNode = components[i]->getFixedVoltageNode();
+        for (const std::string& n : *components[i]->getNodeNames())
+            if (n == fixedNode && !nodesByName.count(n)) nodesByName[n] = --fixedMarkerValue;
+    }
+    for (size_t i = 0; i < components.size(); ++i) {
+        const auto& names = *components[i]->getNodeNames();
+        auto indices = std::make_shared<std::vector<int>>(names.size());
+        for (size_t a = 0; a < names.size(); ++a) {
+            const std::string& n = names[a];
+            if (n == "0" || n == "GND") {
+                (*indices)[a] = -1;
+                continue;
+            }
+            auto it = nodesByName.find(n);
+            if (it != nodesByName.end())
+                (*indices)[a] = it->second;
+            else
+                (*indices)[a] = nodesByName[n] = ++lastNode;
+        }
+        nodeIndices.push_back(indices);
+        fixedRow.push_back(fixedFlags[i] ? nodesByName[components[i]->getFixedVoltageNode()] : -1);
+    }
+    if (lastNode == -1) throw KELMException("No MNA nodes.");
+    for (size_t i = 0; i < componentNames.size(); ++i) {
+        int m = components[i]->getNumberOfExtraVariables();
+        extraCounts[i] = m;
+        if (m < 1) {
+            firstExtra.push_back(lastNode + 1);
+        } else {
+            int index = lastNode + extraCount + 1;
+            components[i]->setFirstExtraVariable(index);
+            extraByName[componentNames[i]] = index;
+            firstExtra.push_back(index);
+            extraCount += m;
+        }
+    }
+    if (fixedMarkerValue != -1) {
+        const int s = lastNode + extraCount;
+        auto remap = [s](int& v) {
+            if (v < -1) v = s - v - 1;
+        };
+        for (auto& entry : nodesByName) remap(entry.second);
+        for (auto& indices : nodeIndices)
+            for (int& v : *indices) remap(v);
+        for (int& v : fixedRow) remap(v);
+    }
+    for (size_t i = 0; i < components.size(); ++i) components[i]->setNodes(nodeIndices[i]);
+    if (outputNames) {
+        outputIndices.clear();
+        for (const std::string& n : *outputNames) {
+            auto it = nodesByName.find(n);
+            if (it == nodesByName.end()) throw KELMException("Output node with name " + n + " does not exist.");
+            outputIndices.push_back(it->second);
+        }
+        outputs = std::make_shared<ScalarVector>(outputNames->size(), 0.0f);
+    }
+    const int T = size();
+    x->setZero(T);
+    fixedValues.setZero(T);
+    A->setZero(T, T);
+    J->setZero(T, T);
+    rhsList.clear();
+    nonlinearList.clear();
+    fixedList.clear();
+    for (size_t i = 0; i < components.size(); ++i) {
+        if (rhsFlags[i]) rhsList.push_back(static_cast<int>(i));
+        if (nonlinearFlags[i]) nonlinearList.push_back(static_cast<int>(i));
+        if (fixedFlags[i]) fixedList.push_back(static_cast<int>(i));
+    }
+    initialized = true;
+}
+
+void MNAContext::setAnalysisType(int type) {
+    if (initialized)
+        for (MNAEventListener* l : listenerList) l->analysisChanged(analysisType, type);
+    analysisType = type;
+}
+
+void MNAContext::notifyNextSample() {
+    if (initialized)
+        for (MNAEventListener* l : listenerList) l->nextSample();
+}
+
+void MNAContext::assembleMatrix() {
+    const int last = lastNode + extraCount;
+    A->setZero(A->rows(), A->cols());
+    DenseMatrix& M = *A;
+    for (size_t i = 0; i < components.size(); ++i) {
+        Component* c = components[i];
+        const std::vector<int>& n = *nodeIndices[i];
+        const int k = static_cast<int>(n.size());
+        if (scalar** G = c->getG()) {
+            for (int a = 0; a < k; ++a) {
+                if (n[a] == -1 || n[a] > last) continue;
+                for (int b = 0; b < k; ++b)
+                    if (n[b] != -1) M(n[a], n[b]) += G[a][b];
+            }
+        }
+        const int m = extraCounts[i];
+        if (m > 0) {
+            const int f = firstExtra[i];
+            if (scalar** B = c->getB())
+                for (int j = 0; j < m; ++j)
+                    for (int a = 0; a < k; ++a)
+                        if (n[a] != -1 && n[a] <= last) M(n[a], f + j) += B[a][j];
+            if (scalar** C = c->getC())
+                for (int j = 0; j < m; ++j)
+                    for (int a = 0; a < k; ++a)
+                        if (n[a] != -1) M(f + j, n[a]) += C[j][a];
+            if (scalar** D = c->getD())
+                for (int j = 0; j < m; ++j)
+                    for (int l = 0; l < m; ++l) M(f + j, f + l) += D[j][l];
+        }
+    }
+    for (size_t i = 0; i < components.size(); ++i)
+        if (fixedRow[i] >= 0) M(fixedRow[i], fixedRow[i]) = 1.0f;
+}
+
+void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhs) {
+    rhs.setZero(size());
+    scalar* xp = xv.data();
+    for (int i : rhsList) {
+        scalar* r = components[i]->getRhs(xp);
+        if (!r) continue;
+        const std::vector<int>& n = *nodeIndices[i];
+        const int k = static_cast<int>(n.size());
+        const bool fixed = fixedFlags[i];
+        for (int a = 0; a < k; ++a) {
+            if (n[a] == -1) continue;
+            if (fixed && fixedRow[i] == n[a])
+                fixedValues[n[a]] = r[a];
+            else
+                rhs[n[a]] += r[a];
+        }
+        const int m = extraCounts[i];
+        for (int j = 0; j < m; ++j) rhs[firstExtra[i] + j] += r[k + j];
+    }
+    for (int i : fixedList) rhs[fixedRow[i]] = fixedValues[fixedRow[i]];
+}
+
+DenseMatrix& MNAContext::computeJacobian(DenseVector& xv) {
+    *J = *A;
+    DenseMatrix& M = *J;
+    const int last = lastNode + extraCount;
+    scalar* xp = xv.data();
+    for (int i : nonlinearList) {
+        scalar** s = components[i]->getJacobian(xp);
+        if (!s) continue;
+        const std::vector<int>& n = *nodeIndices[i];
+        const int k = static_cast<int>(n.size());
+        for (int a = 0; a < k; ++a) {
+            if (n[a] == -1 || n[a] > last) continue;
+            for (int b = 0; b < k; ++b)
+                if (n[b] != -1) M(n[a], n[b]) += s[a][b];
+        }
+    }
+    return M;
+}
+
+const ScalarVectorPtr& MNAContext::getOutputs() {
+    if (outputNames)
+        for (size_t i = 0; i < outputIndices.size(); ++i) (*outputs)[i] = (*x)[outputIndices[i]];
+    return outputs;
+}
+
+} // namespace kelm

@@ -1,0 +1,85 @@
+#pragma once
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "circuit/Component.h"
+#include "circuit/DenseTypes.h"
+#include "engine/Context.h"
+
+namespace kelm {
+
+class MNAEventListener;
+
+// Context of a Circuit: owns the components, numbers nodes and extra unknowns,
+// assembles A, rhs(x) and the Jacobian. x holds node voltages, then extra
+// currents, then the voltages of fixed nodes.
+class MNAContext : public Context {
+public:
+    MNAContext();
+    ~MNAContext() override;
+    void setSampleRate(scalar rate) override;
+    Element* getElement(const std::string& name) override;
+    void addElement(Element* element) override;
+
+    void init();
+    void setOutputNames(const std::shared_ptr<std::vector<std::string>>& names) { outputNames = names; }
+    void setAnalysisType(int type);
+    int getAnalysisType() const { return analysisType; }
+    void notifyNextSample();
+    void assembleMatrix();
+    DenseMatrix& matrix() { return *A; }
+    void computeRhs(DenseVector& x, DenseVector& rhs);
+    DenseMatrix& computeJacobian(DenseVector& x);
+    DenseVector& solution() { return *x; }
+    void setSolution(const DenseVector& v) { *x = v; }
+    const ScalarVectorPtr& getOutputs();
+    const ScalarVectorPtr& inputs() const { return inputValues; }
+    void setInputs(const ScalarVectorPtr& v) { inputValues = v; }
+    std::vector<MNAEventListener*>& listeners() { return listenerList; }
+    void addListener(MNAEventListener* l);
+    bool matrixChanged() const { return changed; }
+    void setMatrixChanged(bool flag) { changed = flag; }
+    int fixedMarker() const { return fixedMarkerValue; }
+    bool isInitialized() const { return initialized; }
+    int size() const { return lastNode + extraCount - fixedMarkerValue; }
+
+    const std::vector<Component*>& getComponents() const { return components; }
+    int nodeIndex(const std::string& name) const;
+
+private:
+    int lastNode = -1;
+    int extraCount = 0;
+    int fixedMarkerValue = -1;
+    std::shared_ptr<DenseMatrix> A;
+    std::shared_ptr<DenseVector> x;
+    std::shared_ptr<DenseMatrix> J;
+    std::unordered_map<std::string, Component*> elementsByName;
+    std::vector<Component*> components;
+    std::unordered_map<std::string, int> nodesByName;
+    std::unordered_map<std::string, int> extraByName;
+    std::vector<int> firstExtra;
+    std::vector<bool> rhsFlags;
+    std::vector<bool> nonlinearFlags;
+    std::vector<int> extraCounts;
+    std::vector<NodeIndices> nodeIndices;
+    std::vector<MNAEventListener*> listenerList;
+    std::vector<std::string> componentNames;
+    ScalarVectorPtr inputValues;
+    ScalarVectorPtr outputs;
+    std::vector<int> outputIndices;
+    std::shared_ptr<std::vector<std::string>> outputNames;
+    std::vector<bool> fixedFlags;
+    std::vector<int> fixedRow;
+    DenseVector fixedValues;
+    int analysisType = 1;
+    bool initialized = false;
+    bool changed = false;
+    // Components flagged for rhs and nonlinear stamps, kept as lists for the per-sample loops.
+    std::vector<int> rhsList;
+    std::vector<int> nonlinearList;
+    std::vector<int> fixedList;
+};
+
+} // namespace kelm

@@ -1,0 +1,16 @@
+#pragma once
+#include "engine/Types.h"
+
+namespace kelm {
+
+// How a component with memory learns of the sample rate (hertz), of the next
+// sample and of a change of analysis (0 DC, 1 AC).
+class MNAEventListener {
+public:
+    virtual ~MNAEventListener() {}
+    virtual void sampleRateChanged(scalar rate) = 0;
+    virtual void nextSample() {}
+    virtual void analysisChanged(int, int) {}
+};
+
+} // namespace kelm

@@ -1,0 +1,92 @@
+#include "engine/Graph.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "engine/Context.h"
+#include "engine/Driver.h"
+#include "engine/InvalidArgumentException.h"
+#include "engine/Str.h"
+
+namespace kelm {
+
+void Graph::setNumberOfInputs(int n) {
+    if (n < 0) throw InvalidArgumentException(str("Number of inputs must be greater than zero. Number of inputs =", n));
+    numberOfInputs = n;
+}
+
+scalar* Graph::getResult(const std::string&) {
+    throw KELMException("Graph::getResult(std::string outputName) is not yet implemented.");
+}
+
+scalar* Graph::getResult(int index) {
+    if (index < 0 || index >= numberOfOutputs)
+        throw InvalidArgumentException(
+            str("Graph: invalid output index: ", index, " Number of outputs: ", numberOfOutputs));
+    return results[index];
+}
+
+void Graph::setRequest(std::vector<bool>& requests, bool& flag, bool value, int index) {
+    if (index < 0) index = 0;
+    if (static_cast<size_t>(index) + 1 > requests.size()) requests.resize(index + 1, false);
+    requests[index] = value;
+    flag = std::find(requests.begin(), requests.end(), true) != requests.end();
+    if (multiplier != 1.0) {
+        auto ctx = getContext();
+        if (ctx && ctx->driver()) ctx->driver()->setMultipliersChanged();
+    }
+}
+
+void Graph::setOff(bool value, int index) { setRequest(offRequests, off, value, index); }
+
+void Graph::setBypass(bool value, int index) { setRequest(bypassRequests, bypass, value, index); }
+
+void Graph::setSuspended(bool value, int) {
+    if (multiplier != 1.0)
+        throw KELMException(
+            str("Graph: Cannot suspend a graph with the multiplier not equal to 1. multiplier=", multiplier));
+    suspended = value;
+}
+
+void Graph::setInputMultiplier(double m) {
+    inputMultiplier = m;
+    outputMultiplier = multiplier * m;
+}
+
+double Graph::getOutputMultiplier() const { return (off || bypass) ? inputMultiplier : outputMultiplier; }
+
+void Graph::setMultiplier(double m) {
+    multiplier = m;
+    outputMultiplier = inputMultiplier * m;
+}
+
+void Graph::setProperties(const PropertyMapPtr& properties) {
+    if (!properties) return;
+    bool flag = false;
+    if (properties->readOptional("Off", flag)) setOff(flag, 0);
+    if (properties->readOptional("Bypass", flag)) setBypass(flag, 0);
+}
+
+void Graph::propertyChanged(const std::string& name, scalar value) {
+    std::vector<std::string> tokens;
+    size_t start = 0;
+    while (start <= name.size()) {
+        size_t cut = name.find('_', start);
+        if (cut == std::string::npos) cut = name.size();
+        tokens.push_back(name.substr(start, cut - start));
+        start = cut + 1;
+    }
+    if (name.empty() || tokens.empty()) throw InvalidArgumentException("Graph: Unknown property " + name);
+    int index = tokens.size() == 2 ? std::atoi(tokens[1].c_str()) : 0;
+    bool flag = value > 0.5f;
+    if (tokens[0] == "Off")
+        setOff(flag, index);
+    else if (tokens[0] == "Bypass")
+        setBypass(flag, index);
+    else if (tokens[0] == "Suspend")
+        setSuspended(flag, 0);
+    else
+        throw InvalidArgumentException("Graph: Unknown property " + name);
+}
+
+} // namespace kelm

@@ -1,0 +1,72 @@
+#pragma once
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/PropertyMap.h"
+#include "engine/Types.h"
+
+namespace kelm {
+
+class Context;
+
+// One node of the system: a named block with numbered inputs and outputs that
+// the Driver runs once per block, with rate multipliers and Off/Bypass/Suspend.
+class Graph {
+public:
+    virtual ~Graph() {}
+    virtual const std::string& name() const { return graphName; }
+    virtual void setName(const std::string& n) { graphName = n; }
+    virtual int getType() const { return type; }
+    virtual void setType(int t) { type = t; }
+    virtual std::shared_ptr<Context> getContext() = 0;
+    virtual int getNumberOfOutputs() const { return numberOfOutputs; }
+    virtual int getNumberOfInputs() const { return numberOfInputs; }
+    virtual void setNumberOfInputs(int n);
+    virtual void setMaxBlockSize(int n) = 0;
+    virtual void setSampleRate(scalar rate) = 0;
+    virtual scalar* getResult(const std::string& outputName);
+    virtual scalar* getResult(int index);
+    virtual BufferList& getResults() { return results; }
+    virtual void process(BufferList& inputs, size_t framesPerBuffer) = 0;
+    virtual void process(BufferList& inputs, BufferList& outputs, size_t framesPerBuffer) = 0;
+    virtual void init() = 0;
+    virtual void setOff(bool value, int index);
+    virtual void setSuspended(bool value, int index);
+    virtual void setBypass(bool value, int index);
+    virtual void setInputMultiplier(double m);
+    virtual double getInputMultiplier() const { return inputMultiplier; }
+    virtual void setOutputMultiplier(double m) { outputMultiplier = m; }
+    virtual double getOutputMultiplier() const;
+    virtual void setMultiplier(double m);
+    virtual double getMultiplier() const { return multiplier; }
+    virtual void setProperties(const PropertyMapPtr& properties);
+    virtual void propertyChanged(const std::string& name, scalar value);
+
+    bool isOff() const { return off; }
+    bool isBypassed() const { return bypass; }
+    bool isSuspended() const { return suspended; }
+    int getMaxBlockSize() const { return maxBlockSize; }
+
+protected:
+    void setRequest(std::vector<bool>& requests, bool& flag, bool value, int index);
+
+    std::string graphName;
+    int type = 0;
+    int numberOfInputs = 0;
+    int numberOfOutputs = 0;
+    int maxBlockSize = -1;
+    double multiplier = 1.0;
+    double inputMultiplier = 1.0;
+    double outputMultiplier = 1.0;
+    BufferList results;
+    bool off = false;
+    bool bypass = false;
+    bool suspended = false;
+    std::vector<bool> bypassRequests = std::vector<bool>(1, false);
+    std::vector<bool> offRequests = std::vector<bool>(1, false);
+};
+
+typedef std::shared_ptr<Graph> GraphPtr;
+
+} // namespace kelm

@@ -1,0 +1,38 @@
+#include "solvers/LinearSolver.h"
+
+#include "circuit/DenseKernels.h"
+#include "circuit/MNAContext.h"
+#include "engine/Str.h"
+
+namespace kelm {
+
+void LinearSolver::init(const std::shared_ptr<MNAContext>& ctx) {
+    context = ctx;
+    context->assembleMatrix();
+    A = context->matrix();
+    n = static_cast<int>(A.rows());
+    rhs.setZero(n);
+    spare.setZero(n);
+    pivots.assign(n, 0);
+    initMatrix();
+}
+
+void LinearSolver::initMatrix() {
+    context->assembleMatrix();
+    A = context->matrix();
+    if (A.rows() != static_cast<long>(pivots.size()))
+        throw KELMException(str("LinearSolver: Matrix A changed size since init. Old size: ", pivots.size(),
+                                " New size: ", A.rows()));
+    ++factorCount;
+    status = ludcmp(n, A.data(), n, pivots.data());
+    if (status != 0) throw KELMException(str("ludcmp returned error: ", status));
+}
+
+bool LinearSolver::solve(DenseVector& x) {
+    context->computeRhs(x, rhs);
+    status = lubksb(n, A.data(), n, pivots.data(), x.data(), rhs.data());
+    if (status != 0) throw KELMException(str("LinearSolver: lubksb returned error: ", status));
+    return true;
+}
+
+} // namespace kelm
