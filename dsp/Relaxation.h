@@ -9,6 +9,7 @@ class Relaxation : public SingleOutputFilter {
 public:
     const char* className() const override { return "Relaxation"; }
     void init(const std::string& name, std::shared_ptr<DSPContext>& context) override;
+    using SingleOutputFilter::init;
     scalar process(scalar) override { return 0.0f; }
     scalar* process(scalar*, size_t) override { blockNotSupported(); }
     void process(const scalar*, scalar*, size_t) override { blockNotSupported(); }

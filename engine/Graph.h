@@ -47,6 +47,9 @@ public:
     bool isBypassed() const { return bypass; }
     bool isSuspended() const { return suspended; }
     int getMaxBlockSize() const { return maxBlockSize; }
+    // Names of the outputs as the system description gives them (for tools).
+    void setOutputLabels(const std::vector<std::string>& labels) { outputLabels = labels; }
+    const std::vector<std::string>& getOutputLabels() const { return outputLabels; }
 
 protected:
     void setRequest(std::vector<bool>& requests, bool& flag, bool value, int index);
@@ -65,6 +68,7 @@ protected:
     bool suspended = false;
     std::vector<bool> bypassRequests = std::vector<bool>(1, false);
     std::vector<bool> offRequests = std::vector<bool>(1, false);
+    std::vector<std::string> outputLabels;
 };
 
 typedef std::shared_ptr<Graph> GraphPtr;

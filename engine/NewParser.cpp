@@ -81,6 +81,7 @@ void NewParser::parse(const std::string& document) {
         }
         numbers[name] = static_cast<int>(graphs->size()) - 1;
         outputNames.push_back(outputNamesOf(node));
+        graph->setOutputLabels(outputNames.back());
     }
     numbers["System"] = -1;
 

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and renders a musical test signal through the built-in default.
+set -euo pipefail
+cd "$(dirname "$0")"
+scripts/install-deps.sh
+scripts/build.sh build
+mkdir -p out
+build/kelm signal --out out/test-signal.wav --seconds 4
+if build/kelm info >/dev/null 2>&1; then
+  build/kelm render --in out/test-signal.wav --out out/preamp.wav
+  echo "Listen to out/preamp.wav (the built-in preamp at its default settings)."
+else
+  build/kelm render --system examples/dsp-demo.xml --in out/test-signal.wav --out out/dsp-demo.wav
+  echo "Listen to out/dsp-demo.wav (examples/dsp-demo.xml)."
+fi

@@ -1,0 +1,100 @@
+#pragma once
+// Helpers shared by the test suites.
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include "engine/Driver.h"
+#include "engine/KELMException.h"
+
+namespace kelm {
+namespace test {
+
+inline std::string sourcePath(const std::string& relative) { return std::string(KELM_SOURCE_DIR) + "/" + relative; }
+
+inline std::string readText(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::ostringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
+
+// Runs f and returns the message of the KELMException it throws ("" if none).
+inline std::string messageOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const KELMException& e) {
+        return e.message();
+    }
+    return "";
+}
+
+inline std::shared_ptr<Driver> makeDriver(const std::string& doc, float rate = 48000, int block = 64) {
+    auto d = std::make_shared<Driver>();
+    d->init(doc);
+    d->setSampleRate(rate);
+    d->setMaxBlockSize(block);
+    return d;
+}
+
+// Wraps graph XML into a System document with the given outputs and controls.
+inline std::string systemDoc(const std::string& graphs, const std::string& outputs,
+                             const std::string& controls = "") {
+    return "<System><Graphs>" + graphs + "</Graphs><Outputs>" + outputs + "</Outputs>" +
+           (controls.empty() ? "" : "<Controls>" + controls + "</Controls>") + "</System>";
+}
+
+inline void writeWav(const std::string& path, const std::vector<float>& interleaved, int channels, int rate,
+                     int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT) {
+    SF_INFO info{};
+    info.channels = channels;
+    info.samplerate = rate;
+    info.format = format;
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(nullptr, f) << sf_strerror(nullptr);
+    sf_writef_float(f, interleaved.data(), interleaved.size() / channels);
+    sf_close(f);
+}
+
+inline std::vector<float> readWav(const std::string& path, int* channels = nullptr, int* rate = nullptr) {
+    SF_INFO info{};
+    SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
+    if (!f) return {};
+    std::vector<float> data(static_cast<size_t>(info.frames) * info.channels);
+    sf_readf_float(f, data.data(), info.frames);
+    sf_close(f);
+    if (channels) *channels = info.channels;
+    if (rate) *rate = info.samplerate;
+    return data;
+}
+
+struct CommandResult {
+    int status;
+    std::string output;  // stdout and stderr together
+};
+
+inline CommandResult run(const std::string& command) {
+    std::string full = command + " 2>&1";
+    FILE* p = popen(full.c_str(), "r");
+    std::string out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    int status = pclose(p);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+inline std::string tempPath(const std::string& name) {
+    return std::string("/tmp/kelm_test_") + std::to_string(getpid()) + "_" + name;
+}
+
+} // namespace test
+} // namespace kelm
