@@ -6,11 +6,14 @@
 #include "circuit/Capacitor.h"
 #include "circuit/IdealAmplifier.h"
 #include "circuit/IdealDifferentialAmplifier.h"
+#include "circuit/LookupTableAmp.h"
 #include "circuit/OpAmp.h"
 #include "circuit/Potentiometer.h"
 #include "circuit/Resistor.h"
 #include "circuit/VoltageInputSource.h"
 #include "engine/KELMException.h"
+#include "solvers/Pentode.h"
+#include "solvers/Triode.h"
 
 namespace kelm {
 
@@ -31,6 +34,9 @@ const std::unordered_map<std::string, ComponentFactory::Maker>& ComponentFactory
         {"IdealAmplifier", make<IdealAmplifier>},
         {"IdealDifferentialAmplifier", make<IdealDifferentialAmplifier>},
         {"OpAmp", make<OpAmp>},
+        {"Triode", make<Triode>},
+        {"Pentode", make<Pentode>},
+        {"LookupTableAmp", make<LookupTableAmp>},
     };
     return types;
 }

@@ -1,10 +1,13 @@
+#include "circuit/SourceAdmittance.h"
 #include "engine/KELMException.h"
 #include "plugin/core/KelmComponentFactory.h"
 #include "plugin/core/KelmDSPElementFactory.h"
 
 namespace kelm {
 
-KelmComponentFactory::KelmComponentFactory() {}
+KelmComponentFactory::KelmComponentFactory() {
+    types["SourceAdmittance"] = [] { return static_cast<Component*>(new SourceAdmittance()); };
+}
 
 Component* KelmComponentFactory::create(const std::string& typeName) {
     auto it = types.find(typeName);

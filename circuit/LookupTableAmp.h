@@ -1,0 +1,40 @@
+#pragma once
+#include "circuit/Component.h"
+#include "circuit/Stamp.h"
+
+namespace kelm {
+
+// A whole amplifier stage as tables: the output node (second) is imposed at
+// Vout(V(input)) and the input draws Iin(V(input)) amperes, the one
+// nonlinearity left to the solver. Tables on a uniform grid VinMin + i*DeltaV.
+class LookupTableAmp : public Component {
+public:
+    LookupTableAmp();
+    void init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& nodeNames,
+              const std::shared_ptr<MNAContext>& context) override;
+    bool hasRhs() override { return true; }
+    bool isFixedVoltage() override { return true; }
+    bool isNonlinear() override { return useInputCurrent; }
+    scalar* getRhs(scalar* x) override;
+    scalar** getJacobian(scalar* x) override;
+    void propertiesChanged(const PropertyMapPtr& properties) override;
+    void propertyChanged(const std::string& name, const ScalarVectorPtr& value) override;
+    void propertyChanged(const std::string& name, scalar value) override { Element::propertyChanged(name, value); }
+
+private:
+    void readTables(const PropertyMap& properties);
+    void setVout(const ScalarVectorPtr& v);
+    void setIin(const ScalarVectorPtr& v);
+    void rebuildDerivative();
+    scalar interpolate(const ScalarVector& t, scalar v, int i) const;
+    scalar inputVoltage(const scalar* x) const;
+
+    bool useFeedback = false;
+    Stamp jacobian;
+    scalar rhs[2] = {0, 0};
+    scalar vinMin = 0, vinMax = 0, inverseDelta = 0, deltaV = 0;
+    ScalarVectorPtr vout, iin, iinDerivative;
+    bool useInputCurrent = true;
+};
+
+} // namespace kelm

@@ -1,0 +1,27 @@
+#pragma once
+#include "circuit/MNAEventListener.h"
+#include "circuit/Resistor.h"
+
+namespace kelm {
+
+// The output impedance of a previous stage: a resistor whose admittance
+// (siemens) follows the voltage of its first node by table, updated once per
+// sample from the last solution rather than within the iteration.
+class SourceAdmittance : public Resistor, public MNAEventListener {
+public:
+    void init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& nodeNames,
+              const std::shared_ptr<MNAContext>& context) override;
+    void propertiesChanged(const PropertyMapPtr& properties) override;
+    void propertyChanged(const std::string& name, const ScalarVectorPtr& value) override;
+    void propertyChanged(const std::string& name, scalar value) override { Resistor::propertyChanged(name, value); }
+    void sampleRateChanged(scalar) override {}
+    void nextSample() override;
+
+private:
+    scalar vinMin = 0, vinMax = 0, inverseDelta = 0, deltaV = 0;
+    scalar lastAdmittance = 0;
+    scalar threshold = 0.1f;
+    ScalarVectorPtr table;
+};
+
+} // namespace kelm

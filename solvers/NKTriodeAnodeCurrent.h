@@ -1,0 +1,42 @@
+#pragma once
+#include <vector>
+
+#include "solvers/TriodeCurrent.h"
+
+namespace kelm {
+
+// Norman Koren's triode plate current, from bilinear tables or computed directly
+// ("DoNotInterpolate").
+class NKTriodeAnodeCurrent : public TriodeCurrent {
+public:
+    NKTriodeAnodeCurrent();
+    void init(const PropertyMap& properties) override;
+    [[noreturn]] void setProperty() override;
+    scalar current(scalar vgk, scalar vpk) override;
+    const ScalarVectorPtr& derivatives(scalar vgk, scalar vpk) override;
+    bool dependsOnVgk() const override { return true; }
+    bool dependsOnVpk() const override { return true; }
+    scalar dIdVgk(scalar vgk, scalar vpk) override;
+    scalar dIdVpk(scalar vgk, scalar vpk) override;
+
+    bool isDirect() const { return direct; }
+    int rowCount() const { return rows; }
+    int columnCount() const { return cols; }
+    // The model evaluated directly, whatever the mode (for table checks).
+    scalar directCurrent(scalar vgk, scalar vpk);
+
+private:
+    void buildTables();
+    scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate, bool useReciprocals) const;
+
+    double Vct = 0, Kp = 0, Kvb = 0, mu = 0, Ex = 0, Kg = 0;
+    float VgkMax = 0, VgkMin = 0, VpMax = 0;
+    std::vector<float> currentTable, dVgkTable, dVpkTable;
+    int rows = 0, cols = 0;
+    bool direct = false;
+    float deltaVpk = 10.0f, inverseDeltaVpk = 0.1f;
+    float deltaVgk = 0.2f, inverseDeltaVgk = 5.0f;
+    ScalarVectorPtr derivativeVector;
+};
+
+} // namespace kelm

@@ -1,0 +1,50 @@
+#pragma once
+#include <vector>
+
+#include <Eigen/LU>
+
+#include "solvers/Solver.h"
+
+namespace kelm {
+
+// Damped Newton iteration per sample with a refactored Jacobian on every
+// iteration, optional fixed-point steps first, and an optional prediction of
+// the start from earlier samples ("Accelerate").
+class NewtonSolver : public Solver {
+public:
+    void setProperties(const PropertyMapPtr& properties) override;
+    void init(const std::shared_ptr<MNAContext>& context) override;
+    void initMatrix() override;
+    bool solve(DenseVector& x) override;
+
+    // Iterations used by the last solve (for benchmarks and tests).
+    int lastIterations() const { return iterations; }
+    int maxIterations() const { return maxIter; }
+
+private:
+    void reducedSolve(DenseMatrix& J);
+
+    float relativeTollerance = 0;
+    float absoluteTollerance = 0;
+    float relaxation = 1.0f;
+    int maxIter = 0;
+    int fixedPointSteps = 0;
+    bool diagonal = false;
+    bool accelerate = false;
+    float errorCorrectionFactor = 0;
+    int extrapolationOrder = 1;
+
+    DenseMatrix A;
+    Eigen::PartialPivLU<DenseMatrix> fixedPointLU;
+    DenseVector f, previous, dx, errors, b, xm1, xm2, x0, predicted;
+    int n = 0;
+    int m = 0;
+    int lda = 0;
+    std::vector<int> pivots;
+    int status = 0;
+    bool propertiesSet = false;
+    bool initialized = false;
+    int iterations = 0;
+};
+
+} // namespace kelm

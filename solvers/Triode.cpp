@@ -1,0 +1,85 @@
+#include "solvers/Triode.h"
+
+#include <algorithm>
+
+#include "engine/InvalidArgumentException.h"
+#include "solvers/NKTriodeAnodeCurrent.h"
+#include "solvers/PowerLawTriodeGridCurrent.h"
+#include "solvers/TubeTypes.h"
+
+namespace kelm {
+
+void Triode::init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& names,
+                  const std::shared_ptr<MNAContext>& ctx) {
+    initBase(name, names, ctx);
+    if (nodeCount() != 3)
+        throw InvalidArgumentException("Triode must have three nodes: plate, grid, cathode. Triode name=" + name);
+    PropertyMap local = *properties;
+    std::string type;
+    if (local.readOptional("Type", type)) {
+        auto it = TubeTypes::triodes().find(type);
+        if (it == TubeTypes::triodes().end()) throw InvalidArgumentException("Invalid built-in triode type: " + type);
+        for (auto& entry : it->second()) local.insert(entry);  // keeps the element's own values
+    }
+    std::string model = "PowerLaw";
+    local.readOptional("GridCurrent", model);
+    grid.reset(new PowerLawTriodeGridCurrent());
+    grid->init(local);
+    model = "NormanKoren";
+    local.readOptional("AnodeCurrent", model);
+    anode.reset(new NKTriodeAnodeCurrent());
+    anode->init(local);
+    jacobian.resize(3, 3);
+}
+
+void Triode::setNodes(const NodeIndices& n) {
+    Component::setNodes(n);
+    plateValid = (*n)[0] >= 0;
+    gridValid = (*n)[1] >= 0;
+    cathodeValid = (*n)[2] >= 0;
+}
+
+void Triode::limit(scalar* x) {
+    const std::vector<int>& n = *nodes;
+    Vp = plateValid ? x[n[0]] : 0.0f;
+    Vg = gridValid ? x[n[1]] : 0.0f;
+    Vk = cathodeValid ? x[n[2]] : 0.0f;
+    if (Vp < 0) Vp = 0;
+    if (Vk < 0) Vk = 0;
+    Vp = std::max(Vp, std::max(Vg, Vk));
+    if (lastPlate > 0) Vp = std::min(std::max(Vp, lastPlate * 0.5f), lastPlate * 2.0f);
+    lastPlate = Vp;
+    if (cathodeValid) x[n[2]] = Vk;
+    if (plateValid) x[n[0]] = Vp;
+}
+
+scalar* Triode::getRhs(scalar* x) {
+    limit(x);
+    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
+    const scalar ig = grid->current(vgk, vpk);
+    const scalar ip = anode->current(vgk, vpk);
+    rhs[0] = -ip;
+    rhs[1] = -ig;
+    rhs[2] = ip + ig;
+    return rhs;
+}
+
+scalar** Triode::getJacobian(scalar* x) {
+    limit(x);
+    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
+    const ScalarVector& d = *anode->derivatives(vgk, vpk);
+    const scalar a = d[0], b = d[1];
+    const scalar c = grid->dIdVgk(vgk, vpk);
+    jacobian(0, 0) = b;
+    jacobian(0, 1) = a;
+    jacobian(0, 2) = -a - b;
+    jacobian(1, 0) = 0;
+    jacobian(1, 1) = c;
+    jacobian(1, 2) = -c;
+    jacobian(2, 0) = -b;
+    jacobian(2, 1) = -a - c;
+    jacobian(2, 2) = a + b + c;
+    return jacobian.rows();
+}
+
+} // namespace kelm

@@ -1,0 +1,40 @@
+#pragma once
+#include <memory>
+
+#include "circuit/Component.h"
+#include "circuit/Stamp.h"
+#include "solvers/TriodeCurrent.h"
+
+namespace kelm {
+
+// Vacuum triode between plate, grid and cathode (in that node order), with
+// the Koren plate current and a power-law grid current. "Type" names a
+// built-in parameter set; the element's own properties win over it.
+class Triode : public Component {
+public:
+    Triode() : jacobian(3, 3) {}
+    void init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& nodeNames,
+              const std::shared_ptr<MNAContext>& context) override;
+    void setNodes(const NodeIndices& nodes) override;
+    bool hasRhs() override { return true; }
+    bool isNonlinear() override { return true; }
+    scalar* getRhs(scalar* x) override;
+    scalar** getJacobian(scalar* x) override;
+
+    TriodeCurrent& anodeCurrent() { return *anode; }
+    TriodeCurrent& gridCurrent() { return *grid; }
+    scalar storedPlateVoltage() const { return lastPlate; }
+
+private:
+    void limit(scalar* x);
+
+    std::unique_ptr<TriodeCurrent> anode;
+    std::unique_ptr<TriodeCurrent> grid;
+    scalar rhs[3] = {0, 0, 0};
+    Stamp jacobian;
+    bool plateValid = false, gridValid = false, cathodeValid = false;
+    scalar Vp = 0, Vg = 0, Vk = 0;
+    scalar lastPlate = 0;
+};
+
+} // namespace kelm

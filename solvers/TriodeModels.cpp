@@ -1,0 +1,198 @@
+#include <cmath>
+
+#include "engine/InvalidArgumentException.h"
+#include "engine/Str.h"
+#include "solvers/NKTriodeAnodeCurrent.h"
+#include "solvers/PowerLawTriodeGridCurrent.h"
+
+namespace kelm {
+
+// ---- Norman Koren plate current ----
+
+NKTriodeAnodeCurrent::NKTriodeAnodeCurrent() : derivativeVector(std::make_shared<ScalarVector>(2, 0.0f)) {}
+
+void NKTriodeAnodeCurrent::setProperty() {
+    throw KELMException("NKTriodeAnodeCurrent::setProperty is not yet implemented.");
+}
+
+void NKTriodeAnodeCurrent::init(const PropertyMap& p) {
+    auto required = [&](const char* key, auto& target) {
+        p.readRequired(key, target, KELMException(std::string("NKTriodeAnodeCurrent: ") + key + " is not defined."));
+    };
+    required("Vct", Vct);
+    required("Kp", Kp);
+    required("Kvb", Kvb);
+    required("mu", mu);
+    required("Ex", Ex);
+    required("Kg", Kg);
+    p.readOptional("DoNotInterpolate", direct);
+    if (p.readOptional("DeltaVpk", deltaVpk)) inverseDeltaVpk = 1.0f / deltaVpk;
+    if (p.readOptional("DeltaVgk", deltaVgk)) inverseDeltaVgk = 1.0f / deltaVgk;
+    required("VgkMax", VgkMax);
+    required("VgkMin", VgkMin);
+    required("VpMax", VpMax);
+    auto nonNegative = [](const char* name, double v) {
+        if (v < 0) throw InvalidArgumentException(str("Triode: ", name, " must be greater than or equal to 0. ", name, "=", v));
+    };
+    nonNegative("Vct", Vct);
+    nonNegative("Kp", Kp);
+    nonNegative("Kvb", Kvb);
+    nonNegative("mu", mu);
+    nonNegative("Ex", Ex);
+    nonNegative("Kg", Kg);
+    if (!direct) {
+        if (VgkMin >= VgkMax)
+            throw InvalidArgumentException(str("VgkMax must be greater than VgkMin. VgkMax=", VgkMax, "VgkMin=", VgkMin));
+        if (VpMax <= 0) throw InvalidArgumentException(str("Triode: VpMax must be greater than 0. VpMax=", VpMax));
+        buildTables();
+    }
+}
+
+scalar NKTriodeAnodeCurrent::directCurrent(scalar vgk, scalar vpk) {
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    const double Vp = std::min(vpk, VpMax);
+    const double Vg = std::min(vgk, VgkMax);
+    const double s = std::sqrt(Vp * Vp + Kvb);
+    const double e = std::exp(Kp * (1 / mu + (Vg + Vct) / s));
+    const double E1 = (Vp / Kp) * std::log(1 + e);
+    const double sgn = E1 < 0 ? -1.0 : 1.0;
+    return static_cast<scalar>(std::pow(E1, Ex) * (1 + sgn) / Kg);
+}
+
+void NKTriodeAnodeCurrent::buildTables() {
+    direct = true;
+    rows = static_cast<int>((VgkMax - VgkMin) * (1.0f / deltaVgk)) + 1;
+    cols = static_cast<int>((1.0f / deltaVpk) * VpMax) + 1;
+    if (rows < 2 || cols < 2)
+        throw InvalidArgumentException(str("Triode: the table grid needs at least two rows and two columns. Rows=", rows,
+                                           " Columns=", cols));
+    currentTable.assign(static_cast<size_t>(rows) * cols, 0.0f);
+    dVgkTable.assign(currentTable.size(), 0.0f);
+    dVpkTable.assign(currentTable.size(), 0.0f);
+    for (int i = 0; i < rows; ++i) {
+        const float vgk = i * deltaVgk + VgkMin;
+        for (int j = 0; j < cols; ++j) {
+            const float vpk = j * deltaVpk;
+            const size_t k = static_cast<size_t>(i) * cols + j;
+            float c = current(vgk, vpk);
+            currentTable[k] = c >= 1e-9f ? c : 0.0f;
+            dVgkTable[k] = dIdVgk(vgk, vpk);
+            dVpkTable[k] = dIdVpk(vgk, vpk);
+        }
+    }
+    direct = false;
+}
+
+scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, scalar vpk, bool clampPlate,
+                                    bool useReciprocals) const {
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    if (clampPlate) vpk = std::min(vpk, VpMax);
+    const float Vg = std::min(vgk, VgkMax);
+    int j = static_cast<int>(useReciprocals ? vpk * inverseDeltaVpk : vpk / deltaVpk);
+    int i = static_cast<int>(useReciprocals ? (Vg - VgkMin) * inverseDeltaVgk : (Vg - VgkMin) / deltaVgk);
+    j = std::min(j, cols - 2);
+    i = std::min(i, rows - 2);
+    const float p0 = j * deltaVpk;
+    const float g0 = i * deltaVgk + VgkMin;
+    const float g1 = g0 + deltaVgk;
+    const float* r0 = &T[static_cast<size_t>(i) * cols];
+    const float* r1 = r0 + cols;
+    return (((g1 - Vg) * r0[j] + (Vg - g0) * r1[j]) * (p0 + deltaVpk - vpk) + r0[j + 1] * (g1 - Vg) * (vpk - p0) +
+            r1[j + 1] * (Vg - g0) * (vpk - p0)) /
+           (deltaVgk * deltaVpk);
+}
+
+scalar NKTriodeAnodeCurrent::current(scalar vgk, scalar vpk) {
+    if (direct) return directCurrent(vgk, vpk);
+    return lookup(currentTable, vgk, vpk, false, false);
+}
+
+scalar NKTriodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk) {
+    if (!direct) return lookup(dVgkTable, vgk, vpk, true, true);
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    const double Vp = std::min(vpk, VpMax);
+    const double Vg = std::min(vgk, VgkMax);
+    const double s = std::sqrt(Vp * Vp + Kvb);
+    const double e = std::exp(Kp * (1 / mu + (Vg + Vct) / s));
+    const double E1 = (Vp / Kp) * std::log(1 + e);
+    const double sgn = E1 < 0 ? -1.0 : 1.0;
+    return static_cast<scalar>(std::pow(E1, Ex - 1) * (Ex / Kg) * (1 + sgn) * Vp * e / ((1 + e) * s));
+}
+
+scalar NKTriodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk) {
+    if (!direct) return lookup(dVpkTable, vgk, vpk, true, true);
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    const double Vp = std::min(vpk, VpMax);
+    const double Vg = std::min(vgk, VgkMax);
+    const double s = std::sqrt(Vp * Vp + Kvb);
+    const double e = std::exp(Kp * (1 / mu + Vg / s));  // without Vct, as the model states
+    const double E1 = (Vp / Kp) * std::log(1 + e);
+    const double sgn = E1 < 0 ? -1.0 : 1.0;
+    const double L = std::log(1 + e) / Kp;
+    return static_cast<scalar>((L - std::pow(Vp * Vp + Kvb, -1.5) * (e / (1 + e)) * Vg * Vp * Vp) *
+                               std::pow(E1, Ex - 1) * (Ex / Kg) * (1 + sgn));
+}
+
+const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk) {
+    (*derivativeVector)[0] = dIdVgk(vgk, vpk);
+    (*derivativeVector)[1] = dIdVpk(vgk, vpk);
+    return derivativeVector;
+}
+
+// ---- power-law grid current ----
+
+void PowerLawGridCurrent::setProperty() {
+    throw KELMException("PowerLawGridCurrent::setProperty is not yet implemented.");
+}
+
+void PowerLawTriodeGridCurrent::setProperty() {
+    throw KELMException("PowerLawTriodeGridCurrent::setProperty is not yet implemented.");
+}
+
+void PowerLawGridCurrent::init(const PropertyMap& p) {
+    p.readRequired("Vc", Vc, KELMException("PowerLawGridCurrent: Vc is not defined."));
+    p.readRequired("Igc", Igc, KELMException("PowerLawGridCurrent: Igc is not defined."));
+    p.readRequired("N", N, KELMException("PowerLawGridCurrent: A is not defined."));
+    p.readOptional("VgkMax", VgkMax);
+    p.readOptional("VgkMin", VgkMin);
+    if (p.readOptional("DeltaVgk", deltaVgk)) inverseDeltaVgk = 1.0f / deltaVgk;
+    p.readOptional("DoNotInterpolate", direct);
+    if (!direct) buildTables();
+}
+
+void PowerLawGridCurrent::buildTables() {
+    direct = true;
+    const int length = static_cast<int>(VgkMax / deltaVgk) + 2;
+    if (length < 2) throw InvalidArgumentException(str("PowerLawGridCurrent: VgkMax must be above 0. VgkMax=", VgkMax));
+    currentTable.assign(length, 0.0f);
+    derivativeTable.assign(length, 0.0f);
+    for (int i = 0; i < length; ++i) {
+        const float vgk = static_cast<float>(i * deltaVgk - Vc);
+        const float c = current(vgk);
+        currentTable[i] = c > 1e-9f ? c : 0.0f;
+        derivativeTable[i] = dIdV(vgk);
+    }
+    currentTable[0] = 0.0f;
+    currentTable[1] = 0.0f;
+    direct = false;
+}
+
+scalar PowerLawGridCurrent::current(scalar vgk) {
+    const float v = static_cast<float>(vgk + Vc);
+    if (v < 0) return 0.0f;
+    if (direct) return static_cast<scalar>(Igc * std::pow(std::min(v, VgkMax), N));
+    if (v >= VgkMax) return currentTable.back();
+    const int i = static_cast<int>(v * inverseDeltaVgk);
+    return currentTable[i] + (currentTable[i + 1] - currentTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
+}
+
+scalar PowerLawGridCurrent::dIdV(scalar vgk) {
+    const float v = static_cast<float>(vgk + Vc);
+    if (v < 0) return 0.0f;
+    if (direct) return static_cast<scalar>((Igc * N) * std::pow(std::min(v, VgkMax), N - 1));
+    if (v >= VgkMax) return derivativeTable.back();
+    const int i = static_cast<int>(v * inverseDeltaVgk);
+    return derivativeTable[i] + (derivativeTable[i + 1] - derivativeTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
+}
+
+} // namespace kelm
