@@ -3,6 +3,7 @@
 #include "circuit/MNAContext.h"
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
+#include "engine/TableIndex.h"
 
 namespace kelm {
 
@@ -100,8 +101,8 @@ scalar LookupTableAmp::interpolate(const ScalarVector& t, scalar v, int i) const
 
 scalar* LookupTableAmp::getRhs(scalar* x) {
     const scalar v = inputVoltage(x);
-    const int i = static_cast<int>(v * inverseDelta);
     const int last = static_cast<int>(vout->size()) - 1;
+    const int i = tableIndex(v * inverseDelta, -1, std::max(last, 0));
     if (i >= last) {
         rhs[0] = useInputCurrent && !iin->empty() ? -iin->back() : 0.0f;
         rhs[1] = vout->empty() ? 0.0f : vout->back();
@@ -114,7 +115,7 @@ scalar* LookupTableAmp::getRhs(scalar* x) {
 
 scalar** LookupTableAmp::getJacobian(scalar* x) {
     const scalar v = inputVoltage(x);
-    const int i = static_cast<int>(v * inverseDelta);
+    const int i = tableIndex(v * inverseDelta, -1, std::max(static_cast<int>(iinDerivative->size()) - 1, 0));
     jacobian(0, 0) = interpolate(*iinDerivative, v, i);
     return jacobian.rows();
 }

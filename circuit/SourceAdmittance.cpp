@@ -4,6 +4,7 @@
 
 #include "circuit/MNAContext.h"
 #include "engine/InvalidArgumentException.h"
+#include "engine/TableIndex.h"
 
 namespace kelm {
 
@@ -44,8 +45,8 @@ void SourceAdmittance::nextSample() {
         throw KELMException("SourceAdmittance: no admittance table. SourceAdmittance name=" + elementName);
     const ScalarVector& t = *table;
     const scalar v = context->solution()[(*nodes)[0]] - vinMin;
-    const int i = static_cast<int>(v * inverseDelta);
     const int size = static_cast<int>(t.size());
+    const int i = tableIndex(v * inverseDelta, -1, size);
     scalar g;
     if (i <= 0)
         g = t[0];

@@ -47,6 +47,10 @@ void SuccessiveApproximationsSolver::init(const std::shared_ptr<MNAContext>& ctx
 void SuccessiveApproximationsSolver::initMatrix() {
     context->assembleMatrix();
     A = context->matrix();
+    // Circuit matrices mix admittances of very different sizes (a bypass capacitor of
+    // tens of siemens beside a plate resistor of 1e-5): Eigen's default rank threshold
+    // would call such a matrix singular. Only a vanishing pivot counts here.
+    lu.setThreshold(1e-30);
     lu.compute(A);
     invertible = A.rows() == A.cols() && lu.rank() == A.cols();
     if (invertible) {

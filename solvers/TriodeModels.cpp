@@ -2,6 +2,7 @@
 
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
+#include "engine/TableIndex.h"
 #include "solvers/NKTriodeAnodeCurrent.h"
 #include "solvers/PowerLawTriodeGridCurrent.h"
 
@@ -88,10 +89,8 @@ scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, sca
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
     if (clampPlate) vpk = std::min(vpk, VpMax);
     const float Vg = std::min(vgk, VgkMax);
-    int j = static_cast<int>(useReciprocals ? vpk * inverseDeltaVpk : vpk / deltaVpk);
-    int i = static_cast<int>(useReciprocals ? (Vg - VgkMin) * inverseDeltaVgk : (Vg - VgkMin) / deltaVgk);
-    j = std::min(j, cols - 2);
-    i = std::min(i, rows - 2);
+    const int j = tableIndex(useReciprocals ? vpk * inverseDeltaVpk : vpk / deltaVpk, 0, cols - 2);
+    const int i = tableIndex(useReciprocals ? (Vg - VgkMin) * inverseDeltaVgk : (Vg - VgkMin) / deltaVgk, 0, rows - 2);
     const float p0 = j * deltaVpk;
     const float g0 = i * deltaVgk + VgkMin;
     const float g1 = g0 + deltaVgk;
@@ -182,7 +181,7 @@ scalar PowerLawGridCurrent::current(scalar vgk) {
     if (v < 0) return 0.0f;
     if (direct) return static_cast<scalar>(Igc * std::pow(std::min(v, VgkMax), N));
     if (v >= VgkMax) return currentTable.back();
-    const int i = static_cast<int>(v * inverseDeltaVgk);
+    const int i = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
     return currentTable[i] + (currentTable[i + 1] - currentTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
 }
 
@@ -191,7 +190,7 @@ scalar PowerLawGridCurrent::dIdV(scalar vgk) {
     if (v < 0) return 0.0f;
     if (direct) return static_cast<scalar>((Igc * N) * std::pow(std::min(v, VgkMax), N - 1));
     if (v >= VgkMax) return derivativeTable.back();
-    const int i = static_cast<int>(v * inverseDeltaVgk);
+    const int i = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(derivativeTable.size()) - 2);
     return derivativeTable[i] + (derivativeTable[i + 1] - derivativeTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
 }
 

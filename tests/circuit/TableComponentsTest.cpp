@@ -1,0 +1,97 @@
+// LookupTableAmp and SourceAdmittance at the edges of their grids.
+#include "circuit/LookupTableAmp.h"
+#include "circuit/MNAContext.h"
+#include "circuit/SourceAdmittance.h"
+#include "tests/TestUtil.h"
+
+using namespace kelm;
+using namespace kelm::test;
+
+namespace {
+template <typename T>
+T* build(std::shared_ptr<MNAContext>& ctx, std::initializer_list<const char*> nodes, const PropertyMap& props) {
+    std::unique_ptr<T> c(new T());
+    auto names = std::make_shared<std::vector<std::string>>();
+    for (auto n : nodes) names->push_back(n);
+    c->init("t", std::make_shared<PropertyMap>(props), names, ctx);
+    T* raw = c.get();
+    ctx->addElement(c.release());
+    return raw;
+}
+ScalarVectorPtr vec(std::initializer_list<float> v) { return std::make_shared<ScalarVector>(v); }
+} // namespace
+
+TEST(CircuitTableComponents, LookupTableAmpGridEdges) {
+    auto ctx = std::make_shared<MNAContext>();
+    auto* amp = build<LookupTableAmp>(ctx, {"in", "out"}, {{"VinMin", "-1"}, {"VinMax", "1"}, {"DeltaV", "0.5"},
+                                                           {"Vout", "10|20|40|80|160"}, {"Iin", "0|0|1|2|4"}});
+    ctx->init();
+    EXPECT_TRUE(amp->isNonlinear());
+    float x[2] = {-1.0f, 0};  // at VinMin
+    EXPECT_FLOAT_EQ(10, amp->getRhs(x)[1]);
+    x[0] = -0.6f;  // within the first step: still the first entry, no interpolation
+    EXPECT_FLOAT_EQ(10, amp->getRhs(x)[1]);
+    x[0] = -0.25f;  // halfway in the second cell
+    EXPECT_FLOAT_EQ(30, amp->getRhs(x)[1]);
+    EXPECT_FLOAT_EQ(-0.5f, amp->getRhs(x)[0]);
+    x[0] = 5;  // saturates at the top
+    EXPECT_FLOAT_EQ(160, amp->getRhs(x)[1]);
+    EXPECT_FLOAT_EQ(-4, amp->getRhs(x)[0]);
+    x[0] = -1e30f;
+    EXPECT_FLOAT_EQ(10, amp->getRhs(x)[1]);
+    x[0] = 0.25f;  // derivative of Iin: central difference (2 - 0) / (2 * 0.5) = 2 at entry 2, 3 at entry 3
+    EXPECT_FLOAT_EQ(2.5f, amp->getJacobian(x)[0][0]);
+
+    EXPECT_EQ("LookupTableAmp: size of Vout (2) is not equal to the size of values (5)",
+              messageOf([&] { amp->propertyChanged("Vout", vec({1, 2})); }));
+    x[0] = 5;
+    EXPECT_FLOAT_EQ(160, amp->getRhs(x)[1]);  // the old table stays
+    EXPECT_EQ("LookupTableAmp: empty Vout values array. ", messageOf([&] { amp->propertyChanged("Vout", vec({})); }));
+    EXPECT_EQ("propertyChanged: Invalid property name: Gain. LookupTableAmp name=t",
+              messageOf([&] { amp->propertyChanged("Gain", vec({1})); }));
+}
+
+TEST(CircuitTableComponents, UseInputCurrentOnlyWhenExactlyOne) {
+    for (const char* text : {"0", "true"}) {
+        auto ctx = std::make_shared<MNAContext>();
+        auto* amp = build<LookupTableAmp>(ctx, {"in", "out"},
+                                          {{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "1"}, {"UseInputCurrent", text}});
+        EXPECT_FALSE(amp->isNonlinear()) << text;
+        EXPECT_EQ("propertyChanged: Invalid property name: Iin. LookupTableAmp name=t",
+                  messageOf([&] { amp->propertyChanged("Iin", vec({1, 2})); }));
+        amp->propertyChanged("Vout", vec({1, 2}));
+        ctx->init();
+        float x[2] = {0.5f, 0};
+        EXPECT_EQ(0.0f, amp->getRhs(x)[0]);
+    }
+    auto ctx = std::make_shared<MNAContext>();
+    EXPECT_EQ("LookupTableAmp cannot have a grounded node. LookupTableAmp name=t",
+              messageOf([&] { build<LookupTableAmp>(ctx, {"in", "GND"}, {{"VinMin", "0"}}); }));
+    EXPECT_EQ("LookupTableAmp, name=t, must have 3 nodes.",
+              messageOf([&] { build<LookupTableAmp>(ctx, {"in", "o"}, {{"UseFeedback", "true"}}); }));
+    EXPECT_EQ("DeltaV must be greater than 0. LookupTableAmp name=t",
+              messageOf([&] { build<LookupTableAmp>(ctx, {"a", "b"}, {{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0"}}); }));
+}
+
+TEST(CircuitTableComponents, SourceAdmittanceFollowsItsTableWithAThreshold) {
+    auto ctx = std::make_shared<MNAContext>();
+    auto* s = build<SourceAdmittance>(ctx, {"v", "o"},
+                                      {{"Resistance", "10"}, {"VinMin", "0"}, {"VinMax", "4"}, {"DeltaV", "1"},
+                                       {"Threshold", "0.1"}, {"out", "1|2|3|4|5"}});
+    ctx->init();
+    EXPECT_FLOAT_EQ(1e-15f, s->getAdmittance());  // starts nearly open, whatever Resistance says
+    DenseVector x(2);
+    x << 2.5f, 0;
+    ctx->setSolution(x);
+    s->nextSample();
+    EXPECT_FLOAT_EQ(3.5f, s->getAdmittance());
+    EXPECT_TRUE(ctx->matrixChanged());
+    ctx->setMatrixChanged(false);
+    x << 2.65f, 0;  // 3.65 is within 10 percent of 3.5: nothing happens
+    ctx->setSolution(x);
+    s->nextSample();
+    EXPECT_FLOAT_EQ(3.5f, s->getAdmittance());
+    EXPECT_FALSE(ctx->matrixChanged());
+    EXPECT_EQ("propertyChanged: Invalid property name: in. SourceAdmittance name=t",
+              messageOf([&] { s->propertyChanged("in", vec({1})); }));
+}
