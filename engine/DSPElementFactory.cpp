@@ -2,7 +2,14 @@
 
 #include <algorithm>
 
+#include "dsp/BiQuad.h"
 #include "dsp/DifferentialFilter.h"
+#include "dsp/FirstOrderIIR.h"
+#include "dsp/Iir.h"
+#include "dsp/IirDecimator.h"
+#include "dsp/IirInterpolator.h"
+#include "dsp/LookupTableFilter.h"
+#include "dsp/ThirdOrderIIR.h"
 #include "dsp/Gain.h"
 #include "dsp/Mixer.h"
 #include "dsp/Relaxation.h"
@@ -25,6 +32,13 @@ const std::unordered_map<std::string, DSPElementFactory::Maker>& DSPElementFacto
         {"DifferentialFilter", make<DifferentialFilter>},
         {"Relaxation", make<Relaxation>},
         {"Switch", make<Switch>},
+        {"BiQuad", make<BiQuad>},
+        {"ThirdOrderIIR", make<ThirdOrderIIR>},
+        {"FirstOrderIIR", make<FirstOrderIIR>},
+        {"LookupTableFilter", make<LookupTableFilter>},
+        {"Iir", make<Iir>},
+        {"IirInterpolator", make<IirInterpolator>},
+        {"IirDecimator", make<IirDecimator>},
     };
     return types;
 }

@@ -1,0 +1,66 @@
+#include "dsp/LookupTableFilter.h"
+
+#include "engine/InvalidArgumentException.h"
+#include "engine/Str.h"
+#include "engine/TableIndex.h"
+
+namespace kelm {
+
+void LookupTableFilter::readProperties(const PropertyMap& p) {
+    if (p.empty()) return;
+    p.readRequired("VinMin", vinMin, InvalidArgumentException("VinMin is not defined. LookupTableAmp name=" + elementName));
+    p.readRequired("VinMax", vinMax, InvalidArgumentException("VinMax is not defined. LookupTableAmp name=" + elementName));
+    p.readRequired("DeltaV", deltaV, InvalidArgumentException("DeltaV is not defined. LookupTableAmp name=" + elementName));
+    if (!(deltaV > 0))
+        throw InvalidArgumentException("DeltaV must be greater than 0. LookupTableAmp name=" + elementName);
+    inverseDeltaV = 1.0f / deltaV;
+    ScalarVectorPtr v;
+    if (p.readOptional("Vout", v)) propertyChanged("Vout", v);
+}
+
+void LookupTableFilter::propertiesChanged(const PropertyMapPtr& properties) {
+    const PropertyMap& p = *properties;
+    p.readOptional("VinMin", vinMin);
+    p.readOptional("VinMax", vinMax);
+    if (p.readOptional("DeltaV", deltaV)) inverseDeltaV = 1.0f / deltaV;
+    ScalarVectorPtr v;
+    if (p.readOptional("Vout", v)) propertyChanged("Vout", v);
+}
+
+void LookupTableFilter::propertyChanged(const std::string& name, const ScalarVectorPtr& value) {
+    if (name != "Vout") throw InvalidArgumentException("LookupTableFilter: Unknown property " + name);
+    if (!value || value->empty()) throw InvalidArgumentException("LookupTableFiter: empty Vout values array. ");
+    if (!table->empty() && value->size() != table->size())
+        throw InvalidArgumentException(str("LookupTableFilter: size of Vout (", value->size(),
+                                           ") is not equal to the size of values (", table->size(), " )"));
+    table = value;
+}
+
+scalar LookupTableFilter::process(scalar x) {
+    const ScalarVector& t = *table;
+    const int n = static_cast<int>(t.size());
+    const scalar d = x - vinMin;
+    const int i = tableIndex(inverseDeltaV * d, -1, n);
+    if (i <= 0) return t[0];
+    if (i >= n - 1) return t[n - 1];
+    const scalar y0 = t[i], y1 = t[i + 1];
+    if (y0 == y1) return y0;
+    return y0 + ((y1 - y0) * (d - static_cast<scalar>(i) * deltaV)) * inverseDeltaV;
+}
+
+void LookupTableFilter::process(const scalar* in, scalar* out, size_t n) {
+    if (table->empty()) throw KELMException("LookupTableFilter: " + elementName + " lookup data is not defined.");
+    if (!in || !out) return;
+    for (size_t i = 0; i < n; ++i) out[i] = process(in[i]);
+}
+
+ScalarVector& LookupTableFilter::iterate(const ScalarVectorPtr& inputs, int, int) {
+    iterationResults[0] = process((*inputs)[0]);
+    return iterationResults;
+}
+
+void LookupTableFilter::endIteration(int frame) {
+    if (buffer && frame < maxBlockSize) buffer[frame] = iterationResults[0];
+}
+
+} // namespace kelm

@@ -1,0 +1,215 @@
+// The recursive filters: block paths against sample paths, Iir windows, reset,
+// the lookup filter's grid and the wiper handler against its formulas.
+#include <cmath>
+#include <random>
+
+#include "dsp/BiQuad.h"
+#include "dsp/FirstOrderIIR.h"
+#include "dsp/Iir.h"
+#include "dsp/LookupTableFilter.h"
+#include "dsp/ThirdOrderIIR.h"
+#include "engine/DSPContext.h"
+#include "engine/VolCtrlPropertiesHandler.h"
+#include "tests/TestUtil.h"
+
+using namespace kelm;
+using namespace kelm::test;
+
+namespace {
+template <typename T>
+std::unique_ptr<T> make(const PropertyMap& p, int block = 64) {
+    std::unique_ptr<T> f(new T());
+    auto ctx = std::make_shared<DSPContext>();
+    f->init("f", std::make_shared<PropertyMap>(p), ctx);
+    f->setMaxBlockSize(block);
+    return f;
+}
+
+std::vector<float> noise(size_t n, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(-1, 1);
+    std::vector<float> x(n);
+    for (float& v : x) v = u(rng);
+    return x;
+}
+
+// Runs x through the filter in blocks whose sizes cycle through `sizes`.
+template <typename T>
+std::vector<float> blocks(T& f, const std::vector<float>& x, std::vector<size_t> sizes) {
+    std::vector<float> y;
+    size_t at = 0, k = 0;
+    while (at < x.size()) {
+        size_t n = std::min(sizes[k++ % sizes.size()], x.size() - at);
+        BufferList in = {const_cast<float*>(x.data() + at)};
+        f.process(in, n);
+        y.insert(y.end(), f.getOutput(0), f.getOutput(0) + n);
+        at += n;
+    }
+    return y;
+}
+
+// The difference equation in double, written out here.
+std::vector<double> reference(const std::vector<float>& x, const std::vector<double>& a, const std::vector<double>& b) {
+    std::vector<double> y(x.size());
+    for (size_t n = 0; n < x.size(); ++n) {
+        double s = 0;
+        for (size_t k = 0; k < b.size(); ++k)
+            if (n >= k) s += b[k] * x[n - k];
+        for (size_t k = 1; k <= a.size(); ++k)
+            if (n >= k) s -= a[k - 1] * y[n - k];
+        y[n] = s;
+    }
+    return y;
+}
+} // namespace
+
+TEST(DspRecursiveFilters, BlockPathsEqualSamplePathsForAnyBlockSplit) {
+    auto x = noise(97, 1);
+    const std::vector<double> a1 = {-0.9995}, b1 = {1, -1};
+    const std::vector<double> a2 = {-1.2, 0.5}, b2 = {0.2, 0.3, 0.1};
+    const std::vector<double> a3 = {-0.5, 0.2, -0.05}, b3 = {0.1, 0.2, 0.3, 0.4};
+    auto check = [&](auto make1, const std::vector<double>& a, const std::vector<double>& b, bool samplePath = true) {
+        auto ref = reference(x, a, b);
+        for (auto sizes : std::vector<std::vector<size_t>>{{1}, {2}, {3}, {4}, {1, 3, 2, 4, 64}, {64}}) {
+            auto f = make1();
+            auto y = blocks(*f, x, sizes);
+            for (size_t n = 0; n < x.size(); ++n) ASSERT_NEAR(ref[n], y[n], 1e-5) << n;
+        }
+        if (!samplePath) return;  // Iir has no sample path
+        auto s = make1();
+        for (size_t n = 0; n < x.size(); ++n) ASSERT_NEAR(ref[n], s->process(x[n]), 1e-5);
+    };
+    check([] { return make<FirstOrderIIR>({{"A", "-0.9995"}, {"B", "1.0|-1.0"}}); }, a1, b1);
+    check([] { return make<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}}); }, a2, b2);
+    check([] { return make<ThirdOrderIIR>({{"A", "-0.5|0.2|-0.05"}, {"B", "0.1|0.2|0.3|0.4"}, {"InputIndex", "0"}}); }, a3, b3);
+    check([] { return make<Iir>({{"Order", "3"}, {"A", "-0.5|0.2|-0.05"}, {"B", "0.1|0.2|0.3|0.4"}}); }, a3, b3, false);
+    check([] { return make<Iir>({{"Order", "2"}, {"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}}); }, a2, b2, false);
+}
+
+TEST(DspRecursiveFilters, DcBlockerIterationAndReset) {
+    auto f = make<FirstOrderIIR>({{"A", "-0.9995"}, {"B", "1.0|-1.0"}});
+    std::vector<float> ones(10, 1.0f);
+    BufferList in = {ones.data()};
+    f->process(in, 10);
+    EXPECT_FLOAT_EQ(1.0f, f->getOutput(0)[0]);  // starts at the constant and decays
+    EXPECT_NEAR(std::pow(0.9995, 9), f->getOutput(0)[9], 1e-6);
+    // reset gives the same output as a new filter.
+    f->reset();
+    f->process(in, 10);
+    EXPECT_FLOAT_EQ(1.0f, f->getOutput(0)[0]);
+    // Iteration: iterate + endIteration per frame reproduces the sample path.
+    auto g = make<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
+    auto h = make<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
+    auto x = noise(20, 2);
+    auto v = std::make_shared<ScalarVector>(1);
+    for (int n = 0; n < 20; ++n) {
+        (*v)[0] = x[n];
+        g->iterate(v, n, 0);
+        g->iterate(v, n, 1);  // a second pass over the same frame changes nothing
+        g->endIteration(n);
+        EXPECT_NEAR(h->process(x[n]), g->getOutput(0)[n], 1e-6);  // same terms, another order of sums
+    }
+    EXPECT_FLOAT_EQ(0.0f, make<Iir>({{"Order", "1"}, {"A", "0"}, {"B", "1|0"}})->process(3.0f));
+}
+
+TEST(DspRecursiveFilters, PropertyMessagesAndOrderChanges) {
+    EXPECT_EQ("Invalid number of values for A (0.1). Expected 2. BiQuad name=f",
+              messageOf([] { make<BiQuad>({{"A", "0.1"}, {"B", "1|0|0"}}); }));
+    EXPECT_EQ("Invalid number of values for A (0.1|0.2|0.3). Expected 2. BiQuad name=f",
+              messageOf([] { make<BiQuad>({{"A", "0.1|0.2|0.3"}, {"B", "1|0|0"}}); }));
+    EXPECT_EQ("B is not defined. BiQuad name=f", messageOf([] { make<BiQuad>({{"A", "0|0"}}); }));
+    EXPECT_EQ("InputIndex is not defined. BiQuad name=f",
+              messageOf([] { make<ThirdOrderIIR>({{"A", "0|0|0"}, {"B", "1|0|0|0"}}); }));
+    EXPECT_EQ("Iir: Order must be greater than 0. Iir name: f Order=0", messageOf([] { make<Iir>({{"Order", "0"}}); }));
+    auto b = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "1.0|0.0|0.0"}});
+    EXPECT_FLOAT_EQ(0.7f, b->process(0.7f));  // passes the input unchanged
+    EXPECT_EQ("BiQuad: Invalid number of A values 3",
+              messageOf([&] { b->propertyChanged("A", std::make_shared<ScalarVector>(3, 0.0f)); }));
+    EXPECT_EQ("BiQuad: Unknown property C", messageOf([&] { b->propertyChanged("C", std::make_shared<ScalarVector>()); }));
+    float a2[2] = {0.5f, 0.25f};
+    EXPECT_EQ("BiQuad: b cannot be null", messageOf([&] { b->setCoefficients(a2, nullptr); }));
+    EXPECT_FLOAT_EQ(0.5f, b->coefficientA(0));  // a is kept although b failed
+
+    auto iir = make<Iir>({{"Order", "2"}, {"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
+    iir->propertyChanged("Order", 2.5f);  // rounds half away from zero
+    EXPECT_EQ(3, iir->getOrder());
+    std::vector<float> x(8, 1.0f);
+    BufferList in = {x.data()};
+    EXPECT_EQ("Iir: Invalid length of \"a\" coefficients. Expecting: 3. Got: 2", messageOf([&] { iir->process(in, 8); }));
+    iir->setA({0, 0, 0});
+    iir->setB({1, 0, 0, 0.5f});
+    iir->process(in, 8);  // the new order starts from silence
+    EXPECT_FLOAT_EQ(1.0f, iir->getOutput(0)[0]);
+    EXPECT_FLOAT_EQ(1.5f, iir->getOutput(0)[3]);
+    EXPECT_EQ("Iir: Invalid number of \"B\" coefficients. Expected: 4 got: 2", messageOf([&] { iir->setB({1, 2}); }));
+}
+
+TEST(DspLookupTableFilter, GridEdges) {
+    auto f = make<LookupTableFilter>({{"VinMin", "-1"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "0|1|4|9|16"}});
+    EXPECT_FLOAT_EQ(0, f->process(-1.0f));   // at VinMin
+    EXPECT_FLOAT_EQ(0, f->process(-0.51f));  // just below VinMin + DeltaV: still entry 0
+    EXPECT_NEAR(4, f->process(0.0f), 1e-6);  // VinMin + 2 DeltaV
+    EXPECT_FLOAT_EQ(6.5f, f->process(0.25f));
+    EXPECT_FLOAT_EQ(16, f->process(100.0f));
+    EXPECT_FLOAT_EQ(0, f->process(-1e30f));
+    EXPECT_FLOAT_EQ(16, f->process(std::numeric_limits<float>::infinity()));
+    auto flat = make<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "2|2|2"}});
+    EXPECT_EQ(2.0f, flat->process(0.77f));
+    auto one = make<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "3"}});
+    EXPECT_EQ(3.0f, one->process(0.3f));
+    EXPECT_EQ("LookupTableFilter: size of Vout (2) is not equal to the size of values (5 )",
+              messageOf([&] { f->propertyChanged("Vout", std::make_shared<ScalarVector>(2, 0.0f)); }));
+    EXPECT_EQ("LookupTableFiter: empty Vout values array. ",
+              messageOf([&] { f->propertyChanged("Vout", std::make_shared<ScalarVector>()); }));
+    EXPECT_EQ("DeltaV is not defined. LookupTableAmp name=f", messageOf([] { make<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}}); }));
+    auto empty = make<LookupTableFilter>({});  // no properties: waits for its table
+    std::vector<float> x(4, 0.0f);
+    BufferList in = {x.data()};
+    EXPECT_EQ("LookupTableFilter: f lookup data is not defined.", messageOf([&] { empty->process(in, 4); }));
+}
+
+TEST(DspVolumeHandler, CoefficientsFollowTheFormulasInDouble) {
+    // Tables: grid admittance rising linearly with grid voltage, plate resistance with plate voltage.
+    const int n = 9001;
+    auto ygTable = std::make_shared<ScalarVector>(n), rpTable = std::make_shared<ScalarVector>(104);
+    for (int i = 0; i < n; ++i) (*ygTable)[i] = static_cast<float>(i < 4000 ? 1e-10 : 1e-10 + (i - 4000) * 2e-9);
+    for (int i = 0; i < 104; ++i) (*rpTable)[i] = static_cast<float>(30000 + 700 * i);
+    for (double rate : {48000.0, 96000.0, 192000.0}) {
+        for (double wiper : {0.05, 0.5, 0.93}) {
+            auto biquad = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}, {"Wiper", "1.0"}, {"Factor", "1.0"}, {"Relaxation", "0.1"}});
+            auto handler = std::make_shared<VolCtrlPropertiesHandler>(biquad.get());
+            handler->yg().propertiesChanged(std::make_shared<PropertyMap>(PropertyMap{{"VinMin", "-8"}, {"VinMax", "10"}, {"DeltaV", "0.002"}}));
+            handler->yg().propertyChanged("Vout", ygTable);
+            handler->rp().propertiesChanged(std::make_shared<PropertyMap>(PropertyMap{{"VinMin", "52"}, {"VinMax", "155"}, {"DeltaV", "1"}}));
+            handler->rp().propertyChanged("Vout", rpTable);
+            biquad->setPropertiesHandler(handler);
+            biquad->sampleRateChanged(static_cast<float>(rate));
+            biquad->propertyChanged("Wiper", static_cast<float>(wiper));
+            const float x = 101.25f, y = 1.5f;
+            handler->updateForSample(x, y);
+            // The same formulas written out here in double.
+            const double R = 1e5, p = wiper * R, q = (1 - wiper) * R, k = 2 * rate, a = 1.5e-7 * k, b = 7.5e-11 * k;
+            const double r = 30000 + 700 * (101.25 - 52);
+            const double gi = (1.5 + 8) / 0.002;
+            const double g = 1e-10 + (gi - 4000) * 2e-9;
+            const double e = b * p, f = p * a, h = r * a, i = q * a, u = r * f + p * i, v = h * e + e * i;
+            const double D0 = i + v + e + f + h + 1, D1 = ((v - i) - e - f - h) + 1, P = p + u, Q = p - u;
+            const double nn = 1 / (g * P + D0);
+            const double B0 = f * nn, A0 = (v - p * g - 1) * -2 * nn, A1 = (Q * g + D1) * nn;
+            EXPECT_NEAR(B0, biquad->coefficientB(0), 2e-6 * std::fabs(B0)) << rate << " " << wiper;
+            EXPECT_EQ(0.0f, biquad->coefficientB(1));
+            EXPECT_NEAR(-B0, biquad->coefficientB(2), 2e-6 * std::fabs(B0));
+            EXPECT_NEAR(A0, biquad->coefficientA(0), 2e-6 * std::fabs(A0)) << rate << " " << wiper;
+            EXPECT_NEAR(A1, biquad->coefficientA(1), 2e-6 * std::fabs(A1)) << rate << " " << wiper;
+            // The relaxed path limits the admittance to 5e-6 and scales the numerator by Factor.
+            handler->propertiesChanged(std::make_shared<PropertyMap>(PropertyMap{{"Factor", "2.0"}, {"Relaxation", "1.0"}}));
+            handler->updateForIteration(x, 9.9f, 1);  // table value far above 5e-6
+            const double gl = 5e-6, nl = 1 / (P * gl + D0);
+            EXPECT_NEAR(f * nl * 2, biquad->coefficientB(0), 2e-6 * f * nl * 2);
+            EXPECT_NEAR((Q * gl + D1) * nl, biquad->coefficientA(1), 2e-6 * std::fabs((Q * gl + D1) * nl));
+        }
+    }
+    auto biquad = make<BiQuad>({{"A", "0|0"}, {"B", "0|0|0"}});
+    VolCtrlPropertiesHandler handler(biquad.get());
+    EXPECT_EQ("VolCtrlPropertiesHandler: Unknown property Gain", messageOf([&] { handler.propertyChanged("Gain", 1); }));
+}
