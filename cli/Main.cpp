@@ -143,6 +143,10 @@ int render(const Options& o) {
         if (n <= 0) break;
         for (int k = 0; k < systemInputs; ++k) {
             int c = std::min(k, inChannels - 1);
+            if (c < k) {  // this channel is already read: share it, as a host with fewer channels does
+                inputs[k] = inputs[c];
+                continue;
+            }
             for (long long i = 0; i < n; ++i) channelIn[k][i] = interleavedIn[i * inChannels + c];
             inputs[k] = channelIn[k].data();
         }

@@ -1,0 +1,219 @@
+#include "plugin/core/KelmEffect.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "circuit/LookupTableAmp.h"
+#include "dsp/Filter.h"
+#include "dsp/LookupTableFilter.h"
+#include "engine/Context.h"
+#include "engine/Element.h"
+#include "engine/VolCtrlPropertiesHandler.h"
+#include "plugin/core/BuiltInData.h"
+#include "plugin/core/KelmComponentFactory.h"
+#include "plugin/core/KelmDSPElementFactory.h"
+
+#if defined(__SSE__) || defined(_M_X64) || defined(_M_IX86)
+#include <xmmintrin.h>
+#define KELM_HAVE_MXCSR 1
+#endif
+
+namespace kelm {
+
+namespace {
+
+ScalarVectorPtr vectorOf(const BuiltInTable& t) { return std::make_shared<ScalarVector>(t.data, t.data + t.size); }
+
+PropertyMapPtr rangeOf(const BuiltInTable& t) {
+    return std::make_shared<PropertyMap>(PropertyMap{{"VinMin", t.vinMin}, {"VinMax", t.vinMax}, {"DeltaV", t.deltaV}});
+}
+
+Element* elementOf(Driver& driver, const char* graph, const char* element) {
+    return driver.getGraph(graph).getContext()->getElement(element);
+}
+
+// Saves the floating-point control word and sets flush-to-zero and denormals-are-zero.
+struct DenormalGuard {
+#ifdef KELM_HAVE_MXCSR
+    unsigned saved;
+    DenormalGuard() : saved(_mm_getcsr()) { _mm_setcsr(saved | 0x8040); }
+    void restore() { _mm_setcsr(saved); }
+#else
+    void restore() {}
+#endif
+};
+
+} // namespace
+
+KelmEffect::KelmEffect() {
+    driver = std::make_shared<Driver>();
+    driver->setDSPElementFactory(std::make_shared<KelmDSPElementFactory>());
+    driver->setComponentFactory(std::make_shared<KelmComponentFactory>());
+    {
+        const std::string document = BuiltInData::document();
+        driver->init(document);
+    }
+    controls = driver->getControls();
+    inputs.assign(2, nullptr);
+    attachHandlers();
+    deliverTables();
+    installTransforms();
+    const int stereo = parameterIndex("Stereo");
+    if (stereo >= 0) mono.store(controls[stereo]->getValue() >= 0.5f);
+}
+
+KelmEffect::~KelmEffect() {}
+
+void KelmEffect::attachHandlers() {
+    const BuiltInTable grid = BuiltInData::gridResistance();
+    auto admittance = std::make_shared<ScalarVector>(grid.size);
+    for (int i = 0; i < grid.size; ++i) (*admittance)[i] = 1.0f / grid.data[i];
+    const BuiltInTable plate = BuiltInData::plateResistance();
+    const ScalarVectorPtr resistance = vectorOf(plate);
+    const char* targets[2][2] = {{"V2-DSP", "VC"}, {"V2-DSPS", "VCS"}};
+    for (auto& t : targets) {
+        Filter* vc = dynamic_cast<Filter*>(elementOf(*driver, t[0], t[1]));
+        auto handler = std::make_shared<VolCtrlPropertiesHandler>(vc);
+        handler->yg().propertiesChanged(rangeOf(grid));
+        handler->yg().propertyChanged("Vout", admittance);
+        handler->rp().propertiesChanged(rangeOf(plate));
+        handler->rp().propertyChanged("Vout", resistance);
+        vc->setPropertiesHandler(handler);
+    }
+}
+
+void KelmEffect::deliverTables() {
+    const BuiltInTable first = BuiltInData::firstStageCurve();
+    const ScalarVectorPtr firstCurve = vectorOf(first);
+    const ScalarVectorPtr secondCurve = vectorOf(BuiltInData::secondStageCurve());
+    const ScalarVectorPtr gridCurrent = vectorOf(BuiltInData::secondStageGridCurrent());
+    const ScalarVectorPtr sourceAdmittance = vectorOf(BuiltInData::firstStageAdmittance());
+    for (const char* g : {"V1", "V1S"}) {
+        Element* v1 = elementOf(*driver, g, "V1");
+        v1->propertyChanged("Vout", firstCurve);
+        v1->propertiesChanged(rangeOf(first));
+    }
+    for (const char* g : {"Triodes", "TriodesS"}) {
+        Element* v2 = elementOf(*driver, g, "V2");
+        v2->propertyChanged("Vout", secondCurve);
+        v2->propertyChanged("Iin", gridCurrent);
+        elementOf(*driver, g, "Rp")->propertyChanged("out", sourceAdmittance);
+    }
+    for (const char* g : {"V2-DSP", "V2-DSPS"}) elementOf(*driver, g, "V2")->propertyChanged("Vout", secondCurve);
+}
+
+void KelmEffect::installTransforms() {
+    auto install = [&](const char* name, int from, int to, const Control::ScalarTransform& f) {
+        const int index = parameterIndex(name);
+        if (index < 0) return;
+        const auto& props = *controls[index]->getProperties();
+        for (int i = from; i <= to && i < static_cast<int>(props.size()); ++i) controls[index]->setTransform(props[i], f);
+    };
+    install("Vol", 0, 1, [](scalar x) { return 0.02f * x; });
+    install("Gain", 0, 3, [](scalar x) { return x < 0.5f ? 0.2f * x : (x - 0.5f) * 1.8f + 0.1f; });
+    install("Oversampling", 0, 3, [](scalar x) { return static_cast<scalar>(std::pow(2.0, 2.0 * x)); });
+    install("CPU", 2, 2, [](scalar x) { return 1.0f - x; });
+    install("CPU", 5, 5, [](scalar x) { return 1.0f - x; });
+    install("Input", 0, 1, [](scalar x) { return 2.0f * x; });
+    install("EQ_Position", 4, 7, [](scalar x) { return 1.0f - x; });
+}
+
+void KelmEffect::setParameter(int index, float value) {
+    if (index < 0 || index >= numberOfParameters()) return;
+    controls[index]->setValue(value);
+    if (controls[index]->name == "Stereo") mono.store(value >= 0.5f);
+}
+
+float KelmEffect::getParameter(int index) const {
+    if (index < 0 || index >= numberOfParameters()) return 0.0f;
+    return controls[index]->getValue();
+}
+
+const std::string& KelmEffect::parameterName(int index) const {
+    static const std::string none;
+    if (index < 0 || index >= numberOfParameters()) return none;
+    return controls[index]->displayName;
+}
+
+int KelmEffect::parameterIndex(const std::string& name) const {
+    for (size_t i = 0; i < controls.size(); ++i)
+        if (controls[i]->name == name) return static_cast<int>(i);
+    return -1;
+}
+
+std::string KelmEffect::parameterDisplay(int index) const {
+    if (index < 0 || index >= numberOfParameters()) return "";
+    const std::string& name = controls[index]->name;
+    const float x = controls[index]->getValue();
+    char text[32];
+    auto decibels = [&](double gain) {
+        if (gain <= 0) return std::string("-inf");
+        std::snprintf(text, sizeof text, "%+.1f", 20 * std::log10(gain));
+        return std::string(text);
+    };
+    if (name == "Input" || name == "Vol") return decibels(2.0 * x);  // relative to the middle position
+    if (name == "Oversampling") {
+        std::snprintf(text, sizeof text, "%dx", static_cast<int>(std::floor(std::pow(2.0, 2.0 * x) + 0.5)));
+        return text;
+    }
+    if (name == "EQ_Position") return x > 0.5f ? "Pre" : "Post";
+    if (name == "Stereo") return x >= 0.5f ? "Mono" : "Stereo";
+    if (name == "CPU") return x >= 0.5f ? "Table" : "Circuit";
+    if (name == "Bass" || name == "Treble") {
+        std::snprintf(text, sizeof text, "%+.1f", (x - 0.5) * 20.0);
+        return text;
+    }
+    std::snprintf(text, sizeof text, "%.1f", x * 10.0);
+    return text;
+}
+
+std::string KelmEffect::parameterLabel(int index) const {
+    if (index < 0 || index >= numberOfParameters()) return "";
+    const std::string& name = controls[index]->name;
+    return (name == "Input" || name == "Vol") ? "dB" : "";
+}
+
+void KelmEffect::setSampleRate(float rate) {
+    driver->setSampleRate(rate);
+    resumed.store(true);
+}
+
+void KelmEffect::setBlockSize(int frames) { driver->setMaxBlockSize(frames); }
+
+void KelmEffect::suspend() { driver->suspend(true); }
+
+void KelmEffect::resume() {
+    driver->suspend(false);
+    if (driver->getSampleRate() < 0) driver->setSampleRate(48000.0f);
+    if (driver->getMaxBlockSize() < 0) driver->setMaxBlockSize(480);
+    const int block = driver->getMaxBlockSize();
+    std::vector<scalar> silence(block, 0.0f);
+    inputs[0] = inputs[1] = silence.data();
+    const double n = 1.0 - std::trunc(static_cast<double>(driver->getSampleRate()) * -0.2 / block);
+    for (int i = 0; i < static_cast<int>(n); ++i) driver->process(inputs, block);
+    resumed.store(true);
+    inputs[0] = inputs[1] = nullptr;
+}
+
+void KelmEffect::process(float** in, float** out, int frames, bool secondInputConnected) {
+    DenormalGuard guard;
+    try {
+        inputs[0] = in[0];
+        inputs[1] = (in[1] && in[1] != in[0] && secondInputConnected) ? in[1] : in[0];
+        driver->process(inputs, frames);
+        resumed.store(false);
+        const BufferList& results = driver->getResults();
+        std::memmove(out[0], results[0], frames * sizeof(float));
+        if (out[1] && out[1] != out[0])
+            std::memmove(out[1], mono.load() ? results[0] : results[1], frames * sizeof(float));
+    } catch (const KELMException&) {
+        throw;  // passes to the caller as it is; the control word is left as set
+    } catch (...) {
+        guard.restore();
+        return;
+    }
+    guard.restore();
+}
+
+} // namespace kelm

@@ -1,0 +1,58 @@
+#pragma once
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/Control.h"
+#include "engine/Driver.h"
+
+namespace kelm {
+
+// The preamp effect without any plug-in format: builds the Driver from the
+// built-in description, attaches the wiper handlers, delivers the tables,
+// installs the parameter transforms, and runs blocks by the channel rules a
+// host expects. The VST 2 shell and the kelm tool both sit on it.
+class KelmEffect {
+public:
+    KelmEffect();
+    virtual ~KelmEffect();
+
+    int numberOfParameters() const { return static_cast<int>(controls.size()); }
+    // Parameter values from 0 to 1, in the order of the description's controls.
+    void setParameter(int index, float value);
+    float getParameter(int index) const;
+    const std::string& parameterName(int index) const;  // the control's display name
+    int parameterIndex(const std::string& name) const;  // -1 when unknown
+    // Readable value text and unit label (e.g. "4x", "Post", "+3.2", "dB").
+    std::string parameterDisplay(int index) const;
+    std::string parameterLabel(int index) const;
+
+    void setSampleRate(float rate);
+    void setBlockSize(int frames);
+    void suspend();
+    // Warm-up: feeds at least 0.2 s of silence, plus one block, through the system.
+    void resume();
+    // in: one or two input channels (in[1] may be null or equal to in[0]);
+    // out: two channels (out[1] may be null). Flush-to-zero and
+    // denormals-are-zero are on while the engine runs.
+    void process(float** in, float** out, int frames, bool secondInputConnected = true);
+
+    bool isMono() const { return mono.load(); }
+    bool isResumed() const { return resumed.load(); }
+    Driver& getDriver() { return *driver; }
+    const std::shared_ptr<Driver>& driverPointer() const { return driver; }
+
+private:
+    void attachHandlers();
+    void deliverTables();
+    void installTransforms();
+
+    std::atomic<bool> resumed{true};
+    std::atomic<bool> mono{true};
+    std::shared_ptr<Driver> driver;
+    std::vector<ControlPtr> controls;
+    std::vector<scalar*> inputs;
+};
+
+} // namespace kelm
