@@ -1,21 +1,8 @@
 #include "circuit/DenseKernels.h"
 
 #include <cmath>
-#if defined(__SSE__) || defined(_M_X64) || defined(_M_IX86)
-#include <xmmintrin.h>
-#define KELM_HAVE_RCP 1
-#endif
 
 namespace kelm {
-
-float reciprocal(float d) {
-#ifdef KELM_HAVE_RCP
-    float e = _mm_cvtss_f32(_mm_rcp_ss(_mm_set_ss(d)));
-#else
-    float e = 1.0f / d;
-#endif
-    return (2.0f - d * e) * e;
-}
 
 void gemv(int, int trans, int m, int n, float alpha, const float* A, int, const float* x, int, float beta, float* y,
           int) {
@@ -88,11 +75,13 @@ int ludcmp(int n, float* A, int lda, int* pivots) {
     return 0;
 }
 
-int lubksb(int n, const float* LU, int lda, const int* pivots, float* x, const float* b) {
+int lubksb(int n, const float* __restrict LU, int lda, const int* __restrict pivots, float* __restrict x,
+           const float* __restrict b) {
     for (int i = 0; i < n; ++i) x[i] = b[pivots[i]];
     for (int k = 0; k + 1 < n; ++k) {
-        const float* col = LU + static_cast<std::ptrdiff_t>(k) * lda;
         const float xk = x[k];
+        if (xk == 0.0f) continue;  // circuit right-hand sides are mostly zeros: nothing to subtract
+        const float* col = LU + static_cast<std::ptrdiff_t>(k) * lda;
         for (int j = k + 1; j < n; ++j) x[j] -= xk * col[j];
     }
     for (int k = n - 1; k >= 0; --k) {

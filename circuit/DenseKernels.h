@@ -2,6 +2,10 @@
 // Single-precision kernels on contiguous column-major arrays. They know
 // nothing of circuits, allocate nothing and never divide in the LU code.
 #include <cstdint>
+#if defined(__SSE__) || defined(_M_X64) || defined(_M_IX86)
+#include <xmmintrin.h>
+#define KELM_HAVE_RCP 1
+#endif
 
 namespace kelm {
 
@@ -23,6 +27,13 @@ int ludcmp(int n, float* A, int lda, int* pivots);
 // Solves with the factors of ludcmp. x and b must differ. Returns 0.
 int lubksb(int n, const float* LU, int lda, const int* pivots, float* x, const float* b);
 // Reciprocal from the hardware estimate refined by one Newton step.
-float reciprocal(float d);
+inline float reciprocal(float d) {
+#ifdef KELM_HAVE_RCP
+    const float e = _mm_cvtss_f32(_mm_rcp_ss(_mm_set_ss(d)));
+#else
+    const float e = 1.0f / d;
+#endif
+    return (2.0f - d * e) * e;
+}
 
 } // namespace kelm

@@ -7,6 +7,7 @@ namespace kelm {
 
 VolCtrlPropertiesHandler::VolCtrlPropertiesHandler(Filter* t)
     : target(t),
+      biquad(dynamic_cast<FixedOrderIIR<2>*>(t)),
       gridAdmittance(new LookupTableFilter()),
       plateResistance(new LookupTableFilter()),
       A(std::make_shared<ScalarVector>(2, 0.0f)),
@@ -44,8 +45,14 @@ void VolCtrlPropertiesHandler::sampleRateChanged(scalar rate) {
 }
 
 void VolCtrlPropertiesHandler::send() {
-    target->propertyChanged("A", A);
-    target->propertyChanged("B", B);
+    if (biquad) {
+        // The same as propertyChanged("A") and ("B") on a BiQuad, without the lookup by name.
+        biquad->setCoefficients(A->data(), B->data());
+        return;
+    }
+    static const std::string nameA = "A", nameB = "B";
+    target->propertyChanged(nameA, A);
+    target->propertyChanged(nameB, B);
 }
 
 void VolCtrlPropertiesHandler::updateForSample(scalar x, scalar y) {

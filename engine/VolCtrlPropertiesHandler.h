@@ -1,6 +1,7 @@
 #pragma once
 #include <memory>
 
+#include "dsp/FixedOrderIIR.h"
 #include "dsp/LookupTableFilter.h"
 #include "engine/PropertiesHandler.h"
 
@@ -32,6 +33,7 @@ private:
     void send();
 
     Filter* target;
+    FixedOrderIIR<2>* biquad;  // the target when it is a BiQuad: coefficients go in directly
     std::unique_ptr<LookupTableFilter> gridAdmittance;
     std::unique_ptr<LookupTableFilter> plateResistance;
     const double c1 = 1.5e-07;

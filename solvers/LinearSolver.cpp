@@ -26,12 +26,23 @@ void LinearSolver::initMatrix() {
     ++factorCount;
     status = ludcmp(n, A.data(), n, pivots.data());
     if (status != 0) throw KELMException(str("ludcmp returned error: ", status));
+    DenseMatrix inv(n, n);
+    DenseVector unit = DenseVector::Zero(n);
+    for (int c = 0; c < n; ++c) {
+        unit[c] = 1.0f;
+        status = lubksb(n, A.data(), n, pivots.data(), inv.col(c).data(), unit.data());
+        if (status != 0) throw KELMException(str("LinearSolver: lubksb returned error: ", status));
+        unit[c] = 0.0f;
+    }
+    if (inverse && static_cast<int>(inverse->rows()) == n)
+        inverse->updateMatrix(inv.data(), n, n);
+    else
+        inverse.reset(new PackedMatrix(inv.data(), n, n));
 }
 
 bool LinearSolver::solve(DenseVector& x) {
     context->computeRhs(x, rhs);
-    status = lubksb(n, A.data(), n, pivots.data(), x.data(), rhs.data());
-    if (status != 0) throw KELMException(str("LinearSolver: lubksb returned error: ", status));
+    inverse->product(rhs.data(), x.data(), n, n);
     return true;
 }
 

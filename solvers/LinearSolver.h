@@ -1,12 +1,16 @@
 #pragma once
+#include <memory>
 #include <vector>
 
+#include "circuit/PackedMatrix.h"
 #include "solvers/Solver.h"
 
 namespace kelm {
 
 // For circuits whose rhs needs no iteration: factors A once per change and
-// does one back-substitution per sample.
+// solves each sample with the factors. The solve applies the inverse that the
+// factorisation yields (formed column by column with lubksb when A changes):
+// one fixed-shape product per sample instead of two dependent triangular sweeps.
 class LinearSolver : public Solver {
 public:
     void setProperties(const PropertyMapPtr&) override {}
@@ -24,6 +28,7 @@ private:
     std::vector<int> pivots;
     int status = 0;
     long factorCount = 0;
+    std::unique_ptr<PackedMatrix> inverse;
 };
 
 } // namespace kelm
