@@ -6,5 +6,8 @@ cd "$(dirname "$0")"
 scripts/install-deps.sh
 scripts/build.sh build
 (cd build && ctest --output-on-failure)
-scripts/build.sh build-asan -DKELM_SANITIZE=ON -DKELM_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+scripts/build.sh build-asan -DKELM_SANITIZE=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure)
+# The threads: controls written while blocks run, under ThreadSanitizer.
+scripts/build.sh build-tsan -DKELM_TSAN=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+(cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -R Threads)

@@ -1,0 +1,91 @@
+#include "plugin/KelmVST2Effect.h"
+
+#include <cstring>
+
+#include "plugin/vst2/AEffEditor.h"
+
+namespace kelm {
+
+using namespace vst2;
+
+KelmVST2Effect::KelmVST2Effect(AudioMasterCallback audioMaster, std::unique_ptr<KelmEffect> c)
+    : AudioEffectX(audioMaster, 1, c->numberOfParameters()), core(std::move(c)) {
+    setUniqueID(kUniqueId);
+    setNumInputs(2);
+    setNumOutputs(2);
+    canProcessReplacing(true);
+    programsAreChunks(false);
+    cEffect.version = 1080;
+    setEditor(nullptr);  // the editor comes later: no window for now
+}
+
+KelmVST2Effect::~KelmVST2Effect() {}
+
+void KelmVST2Effect::suspend() { core->suspend(); }
+
+void KelmVST2Effect::resume() { core->resume(); }
+
+void KelmVST2Effect::setSampleRate(float rate) {
+    AudioEffectX::setSampleRate(rate);
+    core->setSampleRate(rate);
+}
+
+void KelmVST2Effect::setBlockSize(VstInt32 size) {
+    AudioEffectX::setBlockSize(size);
+    core->setBlockSize(size);
+}
+
+void KelmVST2Effect::processReplacing(float** inputs, float** outputs, VstInt32 frames) {
+    // The host is asked about the second input only when it gives one of its own.
+    const bool second = inputs[1] && inputs[1] != inputs[0] && isInputConnected(1);
+    core->process(inputs, outputs, frames, second);
+}
+
+void KelmVST2Effect::setParameter(VstInt32 index, float value) {
+    if (index < 0 || index >= core->numberOfParameters()) return;
+    core->setParameter(index, value);
+    if (editor) editor->setParameter(index, value);
+}
+
+float KelmVST2Effect::getParameter(VstInt32 index) { return core->getParameter(index); }
+
+void KelmVST2Effect::getParameterName(VstInt32 index, char* text) {
+    copyString(text, core->parameterName(index).c_str(), kVstMaxParamStrLen);
+}
+
+void KelmVST2Effect::getParameterDisplay(VstInt32 index, char* text) {
+    copyString(text, core->parameterDisplay(index).c_str(), kVstMaxParamStrLen);
+}
+
+void KelmVST2Effect::getParameterLabel(VstInt32 index, char* label) {
+    copyString(label, core->parameterLabel(index).c_str(), kVstMaxParamStrLen);
+}
+
+void KelmVST2Effect::getProgramName(char* name) { copyString(name, "Default", kVstMaxProgNameLen); }
+
+bool KelmVST2Effect::getEffectName(char* name) {
+    copyString(name, "Kelm Preamp", kVstMaxEffectNameLen);
+    return true;
+}
+
+bool KelmVST2Effect::getVendorString(char* text) {
+    copyString(text, "Tallowbridge Labs", kVstMaxVendorStrLen);
+    return true;
+}
+
+bool KelmVST2Effect::getProductString(char* text) {
+    copyString(text, "Kelm", kVstMaxProductStrLen);
+    return true;
+}
+
+VstInt32 KelmVST2Effect::canDo(char* text) {
+    static const char* yes[] = {"plugAsChannelInsert", "plugAsSend", "1in1out", "1in2out", "2in2out"};
+    for (const char* s : yes)
+        if (std::strcmp(text, s) == 0) return 1;
+    static const char* no[] = {"receiveVstEvents", "receiveVstMidiEvent", "sendVstEvents", "sendVstMidiEvent", "offline"};
+    for (const char* s : no)
+        if (std::strcmp(text, s) == 0) return -1;
+    return 0;
+}
+
+} // namespace kelm

@@ -1,0 +1,41 @@
+#pragma once
+#include <memory>
+
+#include "plugin/core/KelmEffect.h"
+#include "plugin/vst2/AudioEffectX.h"
+
+namespace kelm {
+
+// The preamp as a VST 2 effect: 2 inputs, 2 outputs, one program, one
+// parameter per control, no chunks. A thin shell over KelmEffect.
+class KelmVST2Effect : public vst2::AudioEffectX {
+public:
+    KelmVST2Effect(vst2::AudioMasterCallback audioMaster, std::unique_ptr<KelmEffect> core);
+    ~KelmVST2Effect() override;
+
+    void suspend() override;
+    void resume() override;
+    void setSampleRate(float rate) override;
+    void setBlockSize(vst2::VstInt32 size) override;
+    void processReplacing(float** inputs, float** outputs, vst2::VstInt32 sampleFrames) override;
+    void setParameter(vst2::VstInt32 index, float value) override;
+    float getParameter(vst2::VstInt32 index) override;
+    void getParameterName(vst2::VstInt32 index, char* text) override;
+    void getParameterDisplay(vst2::VstInt32 index, char* text) override;
+    void getParameterLabel(vst2::VstInt32 index, char* label) override;
+    void getProgramName(char* name) override;
+    bool getEffectName(char* name) override;
+    bool getVendorString(char* text) override;
+    bool getProductString(char* text) override;
+    vst2::VstInt32 getVendorVersion() override { return 1080; }
+    vst2::VstInt32 canDo(char* text) override;
+
+    KelmEffect& getCore() { return *core; }
+
+    static const vst2::VstInt32 kUniqueId = 0x71387966;  // "q8yf"
+
+private:
+    std::unique_ptr<KelmEffect> core;
+};
+
+} // namespace kelm

@@ -1,0 +1,159 @@
+#include "plugin/vst2/AudioEffect.h"
+
+#include <cstring>
+
+#include "plugin/vst2/AEffEditor.h"
+
+namespace kelm {
+namespace vst2 {
+
+namespace {
+VstIntPtr KELM_VSTCALLBACK dispatchProc(AEffect* e, VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr,
+                                        float opt) {
+    AudioEffect* effect = AudioEffect::fromAeffect(e);
+    return effect ? effect->dispatcher(opcode, index, value, ptr, opt) : 0;
+}
+
+// The accumulating process of VST 1 hosts; a 2.4 effect only replaces.
+void KELM_VSTCALLBACK accumulateProc(AEffect*, float**, float**, VstInt32) {}
+
+void KELM_VSTCALLBACK processReplacingProc(AEffect* e, float** inputs, float** outputs, VstInt32 frames) {
+    if (AudioEffect* effect = AudioEffect::fromAeffect(e)) effect->processReplacing(inputs, outputs, frames);
+}
+
+void KELM_VSTCALLBACK setParameterProc(AEffect* e, VstInt32 index, float value) {
+    if (AudioEffect* effect = AudioEffect::fromAeffect(e)) effect->setParameter(index, value);
+}
+
+float KELM_VSTCALLBACK getParameterProc(AEffect* e, VstInt32 index) {
+    AudioEffect* effect = AudioEffect::fromAeffect(e);
+    return effect ? effect->getParameter(index) : 0.0f;
+}
+} // namespace
+
+AudioEffect::AudioEffect(AudioMasterCallback master, VstInt32 programs, VstInt32 params)
+    : numPrograms(programs), numParams(params), audioMaster(master) {
+    std::memset(&cEffect, 0, sizeof cEffect);
+    cEffect.magic = kEffectMagic;
+    cEffect.dispatcher = dispatchProc;
+    cEffect.process = accumulateProc;
+    cEffect.setParameter = setParameterProc;
+    cEffect.getParameter = getParameterProc;
+    cEffect.numPrograms = programs;
+    cEffect.numParams = params;
+    cEffect.numInputs = 1;
+    cEffect.numOutputs = 2;
+    cEffect.ioRatio = 1.0f;
+    cEffect.object = this;
+    cEffect.uniqueID = KELM_FOURCC('N', 'o', 'E', 'f');
+    cEffect.version = 1;
+    cEffect.processReplacing = processReplacingProc;
+}
+
+AudioEffect::~AudioEffect() { delete editor; }
+
+void AudioEffect::programsAreChunks(bool state) {
+    if (state)
+        cEffect.flags |= effFlagsProgramChunks;
+    else
+        cEffect.flags &= ~effFlagsProgramChunks;
+}
+
+void AudioEffect::canProcessReplacing(bool state) {
+    if (state)
+        cEffect.flags |= effFlagsCanReplacing;
+    else
+        cEffect.flags &= ~effFlagsCanReplacing;
+}
+
+void AudioEffect::setEditor(AEffEditor* e) {
+    delete editor;
+    editor = e;
+    if (editor)
+        cEffect.flags |= effFlagsHasEditor;
+    else
+        cEffect.flags &= ~effFlagsHasEditor;
+}
+
+VstIntPtr AudioEffect::callHost(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr, float opt) {
+    return audioMaster ? audioMaster(&cEffect, opcode, index, value, ptr, opt) : 0;
+}
+
+void AudioEffect::setParameterAutomated(VstInt32 index, float value) {
+    setParameter(index, value);
+    callHost(audioMasterAutomate, index, 0, nullptr, value);
+}
+
+void AudioEffect::copyString(char* dst, const char* src, size_t maxChars) {
+    if (!dst) return;
+    size_t n = 0;
+    while (src && src[n] && n < maxChars) {
+        dst[n] = src[n];
+        ++n;
+    }
+    dst[n] = 0;
+}
+
+VstIntPtr AudioEffect::dispatcher(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr, float opt) {
+    char text[256] = {0};
+    switch (opcode) {
+    case effOpen:
+        open();
+        return 0;
+    case effClose:
+        close();
+        delete this;
+        return 1;
+    case effSetProgram:
+        if (value >= 0 && value < numPrograms) setProgram(static_cast<VstInt32>(value));
+        return 0;
+    case effGetProgram:
+        return getProgram();
+    case effSetProgramName:
+        if (ptr) setProgramName(static_cast<char*>(ptr));
+        return 0;
+    case effGetProgramName:
+        getProgramName(text);
+        copyString(static_cast<char*>(ptr), text, kVstMaxProgNameLen);
+        return 0;
+    case effGetParamLabel:
+        getParameterLabel(index, text);
+        copyString(static_cast<char*>(ptr), text, kVstMaxParamStrLen);
+        return 0;
+    case effGetParamDisplay:
+        getParameterDisplay(index, text);
+        copyString(static_cast<char*>(ptr), text, kVstMaxParamStrLen);
+        return 0;
+    case effGetParamName:
+        getParameterName(index, text);
+        copyString(static_cast<char*>(ptr), text, kVstMaxParamStrLen);
+        return 0;
+    case effSetSampleRate:
+        setSampleRate(opt);
+        return 0;
+    case effSetBlockSize:
+        setBlockSize(static_cast<VstInt32>(value));
+        return 0;
+    case effMainsChanged:
+        if (value)
+            resume();
+        else
+            suspend();
+        return 0;
+    case effEditGetRect:
+        return editor && ptr ? editor->getRect(static_cast<ERect**>(ptr)) : 0;
+    case effEditOpen:
+        return editor ? editor->open(ptr) : 0;
+    case effEditClose:
+        if (editor) editor->close();
+        return 0;
+    case effEditIdle:
+        if (editor) editor->idle();
+        return 0;
+    default:
+        return 0;
+    }
+}
+
+} // namespace vst2
+} // namespace kelm

@@ -1,0 +1,269 @@
+// A VST 2 host of our own: loads the built plug-in with dlopen exactly as a host
+// does and checks what hosts rely on.
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "plugin/vst2/aeffect.h"
+#include "tests/TestUtil.h"
+
+using namespace kelm::vst2;
+using namespace kelm::test;
+
+namespace {
+
+std::atomic<int> pinAnswer{0};  // what the host answers to audioMasterPinConnected (0 means connected)
+std::atomic<int> automateCount{0};
+
+VstIntPtr KELM_VSTCALLBACK hostCallback(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
+    switch (opcode) {
+    case audioMasterVersion:
+        return 2400;
+    case audioMasterPinConnected:
+        return pinAnswer.load();
+    case audioMasterAutomate:
+        ++automateCount;
+        return 0;
+    default:
+        return 0;
+    }
+}
+
+VstIntPtr KELM_VSTCALLBACK silentHost(AEffect*, VstInt32, VstInt32, VstIntPtr, void*, float) { return 0; }
+
+typedef AEffect* (*Entry)(AudioMasterCallback);
+
+// The plug-in loaded once for the whole suite, as a host keeps a module.
+struct Module {
+    void* handle = nullptr;
+    Entry entry = nullptr;
+    Entry mainEntry = nullptr;
+    Module() {
+        handle = dlopen(KELM_VST2_PATH, RTLD_NOW | RTLD_LOCAL);
+        if (!handle) return;
+        entry = reinterpret_cast<Entry>(dlsym(handle, "VSTPluginMain"));
+        mainEntry = reinterpret_cast<Entry>(dlsym(handle, "main"));
+    }
+};
+
+Module& module() {
+    static Module m;
+    return m;
+}
+
+struct Plugin {
+    AEffect* e;
+    explicit Plugin(AudioMasterCallback cb = hostCallback) : e(module().entry(cb)) {}
+    ~Plugin() {
+        if (e) e->dispatcher(e, effClose, 0, 0, nullptr, 0);
+    }
+    VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
+        return e->dispatcher(e, op, index, value, ptr, opt);
+    }
+    std::string text(VstInt32 op, VstInt32 index = 0) {
+        char buf[256];
+        std::memset(buf, 'X', sizeof buf);
+        call(op, index, 0, buf);
+        return buf;
+    }
+    void start(float rate, int block) {
+        call(effOpen);
+        call(effSetSampleRate, 0, 0, nullptr, rate);
+        call(effSetBlockSize, 0, block);
+        call(effMainsChanged, 0, 1);
+    }
+};
+
+// Renders the signal through a fresh plug-in in blocks whose sizes come from `next`.
+template <typename NextBlock>
+std::vector<float> renderStereo(const std::vector<float>& x, int maxBlock, NextBlock next,
+                                const std::vector<std::pair<int, float>>& params = {}, bool monoInput = false) {
+    Plugin p;
+    for (auto& kv : params) p.e->setParameter(p.e, kv.first, kv.second);
+    p.start(48000, maxBlock);
+    std::vector<float> out;
+    std::vector<float> l(maxBlock), r(maxBlock), ol(maxBlock), orr(maxBlock);
+    size_t at = 0;
+    while (at < x.size()) {
+        int n = std::min<int>(next(), static_cast<int>(x.size() - at));
+        std::copy(x.begin() + at, x.begin() + at + n, l.begin());
+        std::copy(x.begin() + at, x.begin() + at + n, r.begin());
+        float* in[2] = {l.data(), monoInput ? nullptr : r.data()};
+        float* o[2] = {ol.data(), orr.data()};
+        p.e->processReplacing(p.e, in, o, n);
+        for (int i = 0; i < n; ++i) {
+            out.push_back(ol[i]);
+            out.push_back(orr[i]);
+        }
+        at += n;
+    }
+    return out;
+}
+
+std::vector<float> testSignal(size_t n) {
+    std::vector<float> x(n);
+    for (size_t i = 0; i < n; ++i) x[i] = 0.3f * std::sin(2 * M_PI * 220 * i / 48000) + 0.1f * std::sin(2 * M_PI * 3300 * i / 48000);
+    return x;
+}
+
+} // namespace
+
+TEST(PluginVst2Host, LoadsAndAnswersAsAnEffect) {
+    ASSERT_NE(nullptr, module().handle) << dlerror();
+    ASSERT_NE(nullptr, module().entry);
+    ASSERT_NE(nullptr, module().mainEntry);
+    EXPECT_EQ(nullptr, module().entry(silentHost));  // a host that gives no version gets no effect
+    Plugin p;
+    ASSERT_NE(nullptr, p.e);
+    EXPECT_EQ(kEffectMagic, p.e->magic);
+    EXPECT_EQ(0x71387966, p.e->uniqueID);
+    EXPECT_EQ(9, p.e->numParams);
+    EXPECT_EQ(1, p.e->numPrograms);
+    EXPECT_EQ(2, p.e->numInputs);
+    EXPECT_EQ(2, p.e->numOutputs);
+    EXPECT_TRUE(p.e->flags & effFlagsCanReplacing);
+    EXPECT_FALSE(p.e->flags & effFlagsHasEditor);
+    EXPECT_FALSE(p.e->flags & effFlagsProgramChunks);
+    EXPECT_NE(p.e->process, p.e->processReplacing);
+    const char* names[] = {"Input", "Gain", "Vol", "Oversamp", "Bass", "Treble", "EQ_Posit", "Stereo", "CPU"};
+    for (int i = 0; i < 9; ++i) EXPECT_EQ(names[i], p.text(effGetParamName, i));
+    EXPECT_EQ("", p.text(effGetParamName, 9));
+    EXPECT_EQ("Tallowbridge Labs", p.text(effGetVendorString));
+    EXPECT_EQ("Kelm", p.text(effGetProductString));
+    EXPECT_EQ(1080, p.call(effGetVendorVersion));
+    EXPECT_EQ(kPlugCategEffect, p.call(effGetPlugCategory));
+    EXPECT_EQ(2400, p.call(effGetVstVersion));
+    char can[] = "2in2out";
+    EXPECT_EQ(1, p.call(effCanDo, 0, 0, can));
+    char midi[] = "receiveVstMidiEvent";
+    EXPECT_EQ(-1, p.call(effCanDo, 0, 0, midi));
+    // Display texts a musician reads, within 8 characters.
+    p.e->setParameter(p.e, 3, 1.0f);
+    EXPECT_EQ("4x", p.text(effGetParamDisplay, 3));
+    p.e->setParameter(p.e, 3, 0.5f);
+    EXPECT_EQ("2x", p.text(effGetParamDisplay, 3));
+    EXPECT_EQ("Table", p.text(effGetParamDisplay, 8));
+    EXPECT_EQ("dB", p.text(effGetParamLabel, 0));
+    for (int i = 0; i < 9; ++i) EXPECT_LE(p.text(effGetParamDisplay, i).size(), 8u);
+}
+
+TEST(PluginVst2Host, ExportsOnlyTheTwoEntryPoints) {
+    auto r = run(std::string("nm -D --defined-only ") + KELM_VST2_PATH);
+    ASSERT_EQ(0, r.status) << r.output;
+    std::istringstream lines(r.output);
+    std::vector<std::string> functions;
+    std::string address, type, name;
+    while (lines >> address >> type >> name)
+        if (type == "T" || type == "t" || type == "W" || type == "i") functions.push_back(name);
+    std::sort(functions.begin(), functions.end());
+    EXPECT_EQ((std::vector<std::string>{"VSTPluginMain", "main"}), functions) << r.output;
+}
+
+TEST(PluginVst2Host, ParametersRoundTrip) {
+    Plugin p;
+    for (int i = 0; i < 9; ++i) {
+        p.e->setParameter(p.e, i, 0.25f + 0.05f * i);
+        EXPECT_FLOAT_EQ(0.25f + 0.05f * i, p.e->getParameter(p.e, i));
+    }
+    p.e->setParameter(p.e, 12, 0.7f);  // out of range: ignored
+    EXPECT_EQ(0.0f, p.e->getParameter(p.e, 12));
+}
+
+TEST(PluginVst2Host, OutputEqualsTheKelmTool) {
+    auto x = testSignal(48000);
+    std::string in = tempPath("host_in.wav"), out = tempPath("host_out.wav");
+    writeWav(in, x, 1, 48000);
+    auto r = run(std::string(KELM_CLI_PATH) + " render --in " + in + " --out " + out +
+                 " --set Gain=0.8 --set Bass=0.3 --set Oversampling=1 --set CPU=0 --block 512");
+    ASSERT_EQ(0, r.status) << r.output;
+    auto tool = readWav(out);
+    auto host = renderStereo(x, 512, [] { return 512; }, {{1, 0.8f}, {4, 0.3f}, {3, 1.0f}, {8, 0.0f}}, true);
+    ASSERT_EQ(tool.size(), host.size());
+    for (size_t i = 0; i < host.size(); ++i) ASSERT_EQ(tool[i], host[i]) << i;
+    std::remove(in.c_str());
+    std::remove(out.c_str());
+}
+
+TEST(PluginVst2Host, ChannelRules) {
+    auto x = testSignal(9600);
+    // One input given: both outputs sound, alike.
+    auto mono = renderStereo(x, 480, [] { return 480; }, {}, true);
+    double energy = 0;
+    for (size_t i = 0; i < mono.size(); i += 2) {
+        ASSERT_NEAR(mono[i], mono[i + 1], 1e-6);
+        energy += mono[i] * mono[i];
+    }
+    EXPECT_GT(energy, 1.0);
+    // A second buffer that the host reports as unconnected is not read.
+    pinAnswer = 1;
+    auto unconnected = renderStereo(x, 480, [] { return 480; });
+    pinAnswer = 0;
+    for (size_t i = 0; i < mono.size(); ++i) ASSERT_EQ(mono[i], unconnected[i]);
+    // Stereo on: the right output is the left one, sample for sample.
+    auto same = renderStereo(x, 480, [] { return 480; }, {{7, 1.0f}});
+    for (size_t i = 0; i < same.size(); i += 2) ASSERT_EQ(same[i], same[i + 1]);
+}
+
+TEST(PluginVst2Host, BlockSizesThatVaryGiveTheSameOutput) {
+    auto x = testSignal(48000);
+    auto fixed = renderStereo(x, 4096, [] { return 4096; }, {{3, 1.0f}, {8, 0.0f}});
+    std::mt19937 rng(5);
+    std::uniform_int_distribution<int> size(1, 4096);
+    auto varying = renderStereo(x, 4096, [&] { return size(rng); }, {{3, 1.0f}, {8, 0.0f}});
+    ASSERT_EQ(fixed.size(), varying.size());
+    for (size_t i = 0; i < fixed.size(); ++i) ASSERT_EQ(fixed[i], varying[i]) << i;
+}
+
+TEST(PluginVst2Host, SuspendRefusesBlocks) {
+    Plugin p;
+    p.start(48000, 64);
+    std::vector<float> l(64, 0.0f), r(64, 0.0f);
+    float* in[2] = {l.data(), r.data()};
+    float* out[2] = {l.data(), r.data()};
+    p.e->processReplacing(p.e, in, out, 64);
+    p.call(effMainsChanged, 0, 0);
+    bool threw = false;
+    try {
+        p.e->processReplacing(p.e, in, out, 64);
+    } catch (...) {
+        threw = true;  // the engine's KELMException passes through to the host
+    }
+    EXPECT_TRUE(threw);
+    p.call(effMainsChanged, 0, 1);
+    EXPECT_NO_THROW(p.e->processReplacing(p.e, in, out, 64));
+}
+
+TEST(PluginVst2Host, ParametersChangeWhileTheAudioThreadRuns) {
+    Plugin p;
+    p.start(48000, 256);
+    std::atomic<bool> stop{false};
+    std::atomic<int> torn{0};
+    std::thread control([&] {
+        std::mt19937 rng(9);
+        const float values[] = {0.0f, 0.25f, 0.5f, 0.75f, 1.0f};
+        while (!stop) {
+            for (int i = 0; i < 9; ++i) {
+                p.e->setParameter(p.e, i, values[rng() % 5]);
+                const float v = p.e->getParameter(p.e, i);
+                bool known = false;
+                for (float k : values) known |= v == k;
+                if (!known) ++torn;
+            }
+        }
+    });
+    std::vector<float> l(256), r(256), ol(256), orr(256);
+    for (int b = 0; b < 300; ++b) {
+        for (int i = 0; i < 256; ++i) l[i] = r[i] = 0.2f * std::sin(0.05f * (b * 256 + i));
+        float* in[2] = {l.data(), r.data()};
+        float* out[2] = {ol.data(), orr.data()};
+        p.e->processReplacing(p.e, in, out, 256);
+        for (int i = 0; i < 256; ++i) ASSERT_TRUE(std::isfinite(ol[i]) && std::isfinite(orr[i]));
+    }
+    stop = true;
+    control.join();
+    EXPECT_EQ(0, torn.load());
+}
