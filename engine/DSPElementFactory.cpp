@@ -3,6 +3,13 @@
 #include <algorithm>
 
 #include "dsp/BiQuad.h"
+#include "dsp/Convolver.h"
+#include "dsp/Fir.h"
+#include "dsp/PolyphaseDownsampler.h"
+#include "dsp/PolyphaseUpsampler.h"
+#include "dsp/ResamplingDecimator.h"
+#include "dsp/ResamplingUpsampler.h"
+#include "dsp/WaveConvolver.h"
 #include "dsp/DifferentialFilter.h"
 #include "dsp/FirstOrderIIR.h"
 #include "dsp/Iir.h"
@@ -39,6 +46,13 @@ const std::unordered_map<std::string, DSPElementFactory::Maker>& DSPElementFacto
         {"Iir", make<Iir>},
         {"IirInterpolator", make<IirInterpolator>},
         {"IirDecimator", make<IirDecimator>},
+        {"Fir", make<Fir>},
+        {"PolyphaseDownsampler", make<PolyphaseDownsampler>},
+        {"PolyphaseUpsampler", make<PolyphaseUpsampler>},
+        {"ResamplingUpsampler", make<ResamplingUpsampler>},
+        {"ResamplingDecimator", make<ResamplingDecimator>},
+        {"Convolver", make<Convolver>},
+        {"WaveConvolver", make<WaveConvolver>},
     };
     return types;
 }

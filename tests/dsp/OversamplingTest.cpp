@@ -15,10 +15,17 @@ namespace {
 const PropertyMap kDocProps = {{"RelativeCornerFrequency", "0.485"}, {"Factor", "4"}, {"Order", "2"},
                                {"Type", "Butterworth"}, {"Cascade", "4"}};
 
+// Filters keep a plain pointer to their context: the contexts of these tests live to the end.
+std::shared_ptr<DSPContext> newContext() {
+    static std::vector<std::shared_ptr<DSPContext>> contexts;
+    contexts.push_back(std::make_shared<DSPContext>());
+    return contexts.back();
+}
+
 template <typename T>
 std::unique_ptr<T> make(PropertyMap p, float rate, int block) {
     std::unique_ptr<T> f(new T());
-    auto ctx = std::make_shared<DSPContext>();
+    auto ctx = newContext();
     f->init("r", std::make_shared<PropertyMap>(p), ctx);
     f->setMaxBlockSize(block);
     f->sampleRateChanged(rate);

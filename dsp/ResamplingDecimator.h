@@ -1,0 +1,23 @@
+#pragma once
+#include "dsp/PolyphaseDownsampler.h"
+
+namespace kelm {
+
+// A polyphase downsampler that designs its own Kaiser-windowed low-pass from
+// "Order", "Factor", "Attenuation" (dB) and a relative or absolute (Hz) corner.
+class ResamplingDecimator : public PolyphaseDownsampler {
+public:
+    const char* className() const override { return "ResamplingDecimator"; }
+    void init(const std::string& name, const PropertyMapPtr& properties, std::shared_ptr<DSPContext>& context) override;
+    using PolyphaseDownsampler::init;
+    void sampleRateChanged(scalar rate) override;
+
+private:
+    void design(scalar corner);
+    scalar relative = -1, absolute = -1;
+    int order = 0;
+    int designFactor = 0;
+    scalar attenuation = 0;
+};
+
+} // namespace kelm
