@@ -1,0 +1,88 @@
+// Real-time discipline: once set up, processing a block allocates nothing.
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <new>
+
+#include "dsp/Convolver.h"
+#include "engine/DSPContext.h"
+#include "plugin/core/KelmEffect.h"
+#include "tests/TestUtil.h"
+
+namespace {
+std::atomic<bool> counting{false};
+std::atomic<long> allocations{0};
+} // namespace
+
+// Counts every allocation of the test binary while `counting` is set.
+void* operator new(std::size_t size) {
+    if (counting.load(std::memory_order_relaxed)) allocations.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(size ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+using namespace kelm;
+using namespace kelm::test;
+
+namespace {
+struct Counting {
+    Counting() {
+        allocations = 0;
+        counting = true;
+    }
+    ~Counting() { counting = false; }
+    long count() const { return allocations.load(); }
+};
+} // namespace
+
+TEST(PluginAllocation, ProcessingAllocatesNothingOnceSetUp) {
+    {
+        Counting c;  // the counter itself sees an allocation
+        std::unique_ptr<std::vector<int>> v(new std::vector<int>(10));
+        EXPECT_EQ(2, c.count());
+    }
+    for (float cpu : {0.0f, 1.0f}) {
+        for (float oversampling : {0.0f, 1.0f}) {
+            KelmEffect effect;
+            effect.setParameter(effect.parameterIndex("CPU"), cpu);
+            effect.setParameter(effect.parameterIndex("Oversampling"), oversampling);
+            effect.setSampleRate(48000);
+            effect.setBlockSize(256);
+            effect.resume();
+            std::vector<float> l(256), r(256), ol(256), orr(256);
+            for (int i = 0; i < 256; ++i) l[i] = r[i] = 0.3f * std::sin(0.07f * i);
+            float* in[2] = {l.data(), r.data()};
+            float* out[2] = {ol.data(), orr.data()};
+            effect.process(in, out, 256);  // the first block after resume may still settle things
+            // Knob moves between blocks are delivered on the audio thread too: still nothing allocated.
+            const int gain = effect.parameterIndex("Gain"), bass = effect.parameterIndex("Bass");
+            Counting c;
+            for (int b = 0; b < 50; ++b) {
+                if (b % 10 == 5) {
+                    counting = false;  // the writer's side runs on another thread in a host
+                    effect.setParameter(gain, 0.1f * (b % 7));
+                    effect.setParameter(bass, 0.05f * (b % 11));
+                    counting = true;
+                }
+                effect.process(in, out, 256);
+            }
+            EXPECT_EQ(0, c.count()) << "CPU " << cpu << " oversampling " << oversampling;
+        }
+    }
+}
+
+TEST(PluginAllocation, ConvolverProcessAllocatesNothing) {
+    auto ctx = std::make_shared<DSPContext>();
+    Convolver conv;
+    conv.init("c", std::make_shared<PropertyMap>(PropertyMap{{"MaxIRSize", "3000"}}), ctx);
+    conv.setMaxBlockSize(512);
+    conv.propertyChanged("ImpulseResponse", std::make_shared<ScalarVector>(2500, 0.001f));
+    std::vector<float> x(512, 0.5f);
+    BufferList in = {x.data()};
+    conv.process(in, 512);
+    Counting c;
+    for (int b = 0; b < 20; ++b) conv.process(in, 100 + b);
+    EXPECT_EQ(0, c.count());
+}
