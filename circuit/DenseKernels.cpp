@@ -2,10 +2,17 @@
 
 #include <cmath>
 
+// The systems of circuits are small (a handful to a few dozen unknowns). For
+// such sizes the vectorizer's prologues and epilogues cost more than the
+// arithmetic, so these loops are compiled as plain scalar code.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC optimize("no-tree-vectorize")
+#endif
+
 namespace kelm {
 
-void gemv(int, int trans, int m, int n, float alpha, const float* A, int, const float* x, int, float beta, float* y,
-          int) {
+void gemv(int, int trans, int m, int n, float alpha, const float* __restrict A, int, const float* __restrict x, int,
+          float beta, float* __restrict y, int) {
     if (beta != 1.0f)
         for (int i = 0; i < m; ++i) y[i] *= beta;
     if (trans != KernelNoTrans || n < 1) return;
@@ -16,7 +23,7 @@ void gemv(int, int trans, int m, int n, float alpha, const float* A, int, const 
     }
 }
 
-void axpy(int n, float alpha, const float* x, float* y) {
+void axpy(int n, float alpha, const float* __restrict x, float* __restrict y) {
     for (int i = 0; i < n; ++i) y[i] += alpha * x[i];
 }
 
@@ -37,7 +44,7 @@ float dot(const float* x, const float* y, int n) {
     return (s[1] + s[3]) + (s[0] + s[2]);
 }
 
-int ludcmp(int n, float* A, int lda, int* pivots) {
+int ludcmp(int n, float* __restrict A, int lda, int* __restrict pivots) {
     for (int i = 0; i < n; ++i) pivots[i] = i;
     if (n < 1) return 0;
     auto at = [A, lda](int r, int c) -> float& { return A[static_cast<std::ptrdiff_t>(c) * lda + r]; };

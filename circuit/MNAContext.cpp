@@ -132,6 +132,10 @@ void MNAContext::init() {
     fixedValues.setZero(T);
     A->setZero(T, T);
     J->setZero(T, T);
+    slots.clear();
+    for (size_t i = 0; i < components.size(); ++i)
+        slots.push_back({components[i], nodeIndices[i]->data(), static_cast<int>(nodeIndices[i]->size()), extraCounts[i],
+                         firstExtra[i], fixedFlags[i] ? fixedRow[i] : -1});
     rhsList.clear();
     nonlinearList.clear();
     fixedList.clear();
@@ -189,42 +193,46 @@ void MNAContext::assembleMatrix() {
         if (fixedRow[i] >= 0) M(fixedRow[i], fixedRow[i]) = 1.0f;
 }
 
-void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhs) {
-    rhs.setZero(size());
+void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
+    const int T = size();
+    if (rhsVector.size() != T) rhsVector.resize(T);
+    scalar* rhs = rhsVector.data();
+    std::fill(rhs, rhs + T, 0.0f);
     scalar* xp = xv.data();
+    scalar* fixedAt = fixedValues.data();
     for (int i : rhsList) {
-        scalar* r = components[i]->getRhs(xp);
+        const Slot& s = slots[i];
+        const scalar* r = s.component->getRhs(xp);
         if (!r) continue;
-        const std::vector<int>& n = *nodeIndices[i];
-        const int k = static_cast<int>(n.size());
-        const bool fixed = fixedFlags[i];
-        for (int a = 0; a < k; ++a) {
-            if (n[a] == -1) continue;
-            if (fixed && fixedRow[i] == n[a])
-                fixedValues[n[a]] = r[a];
+        for (int a = 0; a < s.k; ++a) {
+            const int row = s.nodes[a];
+            if (row == -1) continue;
+            if (row == s.fixedRow)
+                fixedAt[row] = r[a];
             else
-                rhs[n[a]] += r[a];
+                rhs[row] += r[a];
         }
-        const int m = extraCounts[i];
-        for (int j = 0; j < m; ++j) rhs[firstExtra[i] + j] += r[k + j];
+        for (int j = 0; j < s.m; ++j) rhs[s.firstExtra + j] += r[s.k + j];
     }
-    for (int i : fixedList) rhs[fixedRow[i]] = fixedValues[fixedRow[i]];
+    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedAt[slots[i].fixedRow];
 }
 
 DenseMatrix& MNAContext::computeJacobian(DenseVector& xv) {
-    *J = *A;
     DenseMatrix& M = *J;
+    const int T = static_cast<int>(A->rows());
+    std::copy(A->data(), A->data() + static_cast<size_t>(T) * T, M.data());
+    scalar* m = M.data();
     const int last = lastNode + extraCount;
     scalar* xp = xv.data();
     for (int i : nonlinearList) {
-        scalar** s = components[i]->getJacobian(xp);
-        if (!s) continue;
-        const std::vector<int>& n = *nodeIndices[i];
-        const int k = static_cast<int>(n.size());
-        for (int a = 0; a < k; ++a) {
-            if (n[a] == -1 || n[a] > last) continue;
-            for (int b = 0; b < k; ++b)
-                if (n[b] != -1) M(n[a], n[b]) += s[a][b];
+        const Slot& s = slots[i];
+        scalar** stamp = s.component->getJacobian(xp);
+        if (!stamp) continue;
+        for (int a = 0; a < s.k; ++a) {
+            const int row = s.nodes[a];
+            if (row == -1 || row > last) continue;
+            for (int b = 0; b < s.k; ++b)
+                if (s.nodes[b] != -1) m[static_cast<size_t>(s.nodes[b]) * T + row] += stamp[a][b];
         }
     }
     return M;

@@ -76,7 +76,16 @@ private:
     int analysisType = 1;
     bool initialized = false;
     bool changed = false;
-    // Components flagged for rhs and nonlinear stamps, kept as lists for the per-sample loops.
+    // What the per-iteration loops need of each component, without indirections.
+    struct Slot {
+        Component* component;
+        const int* nodes;
+        int k;           // number of nodes
+        int m;           // number of extra unknowns
+        int firstExtra;
+        int fixedRow;    // -1 unless the component fixes a node
+    };
+    std::vector<Slot> slots;
     std::vector<int> rhsList;
     std::vector<int> nonlinearList;
     std::vector<int> fixedList;
