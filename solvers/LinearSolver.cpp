@@ -26,23 +26,29 @@ void LinearSolver::initMatrix() {
     ++factorCount;
     status = ludcmp(n, A.data(), n, pivots.data());
     if (status != 0) throw KELMException(str("ludcmp returned error: ", status));
-    DenseMatrix inv(n, n);
-    DenseVector unit = DenseVector::Zero(n);
+    if (inverse.rows() != n) inverse.resize(n, n);
+    if (spare.size() != n) spare.resize(n);
+    spare.setZero();
     for (int c = 0; c < n; ++c) {
-        unit[c] = 1.0f;
-        status = lubksb(n, A.data(), n, pivots.data(), inv.col(c).data(), unit.data());
+        spare[c] = 1.0f;
+        status = lubksb(n, A.data(), n, pivots.data(), inverse.col(c).data(), spare.data());
         if (status != 0) throw KELMException(str("LinearSolver: lubksb returned error: ", status));
-        unit[c] = 0.0f;
+        spare[c] = 0.0f;
     }
-    if (inverse && static_cast<int>(inverse->rows()) == n)
-        inverse->updateMatrix(inv.data(), n, n);
-    else
-        inverse.reset(new PackedMatrix(inv.data(), n, n));
 }
 
 bool LinearSolver::solve(DenseVector& x) {
     context->computeRhs(x, rhs);
-    inverse->product(rhs.data(), x.data(), n, n);
+    float* __restrict y = x.data();
+    const float* __restrict b = rhs.data();
+    const float* __restrict inv = inverse.data();
+    for (int i = 0; i < n; ++i) y[i] = 0.0f;
+    for (int j = 0; j < n; ++j) {
+        const float t = b[j];
+        if (t == 0.0f) continue;
+        const float* column = inv + static_cast<std::ptrdiff_t>(j) * n;
+        for (int i = 0; i < n; ++i) y[i] += column[i] * t;
+    }
     return true;
 }
 

@@ -2,7 +2,6 @@
 #include <memory>
 #include <vector>
 
-#include "circuit/PackedMatrix.h"
 #include "solvers/Solver.h"
 
 namespace kelm {
@@ -10,7 +9,8 @@ namespace kelm {
 // For circuits whose rhs needs no iteration: factors A once per change and
 // solves each sample with the factors. The solve applies the inverse that the
 // factorisation yields (formed column by column with lubksb when A changes):
-// one fixed-shape product per sample instead of two dependent triangular sweeps.
+// one product per sample instead of two dependent triangular sweeps, in which
+// the many zero entries of a circuit's right-hand side cost nothing.
 class LinearSolver : public Solver {
 public:
     void setProperties(const PropertyMapPtr&) override {}
@@ -28,7 +28,7 @@ private:
     std::vector<int> pivots;
     int status = 0;
     long factorCount = 0;
-    std::unique_ptr<PackedMatrix> inverse;
+    DenseMatrix inverse;  // column-major, formed from the LU factors
 };
 
 } // namespace kelm
