@@ -49,14 +49,9 @@ void Fir::allocate(int n) {
 }
 
 void Fir::setMaxBlockSize(int n) {
-    if (n < 1) throw KELMException(str(className(), ": Invalid maxBlockSize", n));
-    if (n > maxBlockSize) {
-        maxBlockSize = n;
-        delete[] buffer;
-        buffer = new scalar[n]();
-        outputs.assign(1, buffer);
-        allocate(n);
-    }
+    const bool grows = n > maxBlockSize;
+    SingleOutputFilter::setMaxBlockSize(n);
+    if (grows) allocate(n);  // growth clears the signal state
 }
 
 void Fir::reset() {

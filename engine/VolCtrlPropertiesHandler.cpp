@@ -74,7 +74,10 @@ void VolCtrlPropertiesHandler::updateForSample(scalar x, scalar y) {
     P = p + u;
     Q = p - u;
     const double n = 1 / (g * P + D0);
-    const double B0 = f * n;
+    write(g, n, f * n);
+}
+
+void VolCtrlPropertiesHandler::write(double g, double n, double B0) {
     (*B)[0] = static_cast<scalar>(B0);
     (*B)[1] = 0.0f;
     (*B)[2] = static_cast<scalar>(-B0);
@@ -92,13 +95,7 @@ void VolCtrlPropertiesHandler::updateForIteration(scalar x, scalar y, int iterat
     double g = gridAdmittance->process(static_cast<scalar>(smoothed));
     if (g > 5e-06) g = 5e-06;
     const double n = 1 / (P * g + D0);
-    const double B0 = (f * n) * factor;
-    (*B)[0] = static_cast<scalar>(B0);
-    (*B)[1] = 0.0f;
-    (*B)[2] = static_cast<scalar>(-B0);
-    (*A)[0] = static_cast<scalar>((v - p * g - 1) * -2 * n);
-    (*A)[1] = static_cast<scalar>((Q * g + D1) * n);
-    send();
+    write(g, n, (f * n) * factor);  // here Factor scales the numerator instead
 }
 
 } // namespace kelm

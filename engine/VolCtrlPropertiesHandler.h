@@ -31,6 +31,8 @@ public:
 
 private:
     void send();
+    // B0 = numerator * n, B2 = -B0; A0 and A1 from the grid admittance g; then sends them.
+    void write(double g, double n, double numerator);
 
     Filter* target;
     FixedOrderIIR<2>* biquad;  // the target when it is a BiQuad: coefficients go in directly

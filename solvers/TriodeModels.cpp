@@ -10,6 +10,19 @@ namespace kelm {
 
 // ---- Norman Koren plate current ----
 
+namespace {
+// The terms of the Koren equation at one operating point, in double.
+struct KorenTerms {
+    double Vp, Vg, s, e, E1, sgn;
+    KorenTerms(double vp, double vg, double Kp, double Kvb, double mu, double gridOffset) : Vp(vp), Vg(vg) {
+        s = std::sqrt(Vp * Vp + Kvb);
+        e = std::exp(Kp * (1 / mu + (Vg + gridOffset) / s));
+        E1 = (Vp / Kp) * std::log(1 + e);
+        sgn = E1 < 0 ? -1.0 : 1.0;
+    }
+};
+} // namespace
+
 NKTriodeAnodeCurrent::NKTriodeAnodeCurrent() : derivativeVector(std::make_shared<ScalarVector>(2, 0.0f)) {}
 
 void NKTriodeAnodeCurrent::setProperty() {
@@ -51,13 +64,8 @@ void NKTriodeAnodeCurrent::init(const PropertyMap& p) {
 
 scalar NKTriodeAnodeCurrent::directCurrent(scalar vgk, scalar vpk) {
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
-    const double Vp = std::min(vpk, VpMax);
-    const double Vg = std::min(vgk, VgkMax);
-    const double s = std::sqrt(Vp * Vp + Kvb);
-    const double e = std::exp(Kp * (1 / mu + (Vg + Vct) / s));
-    const double E1 = (Vp / Kp) * std::log(1 + e);
-    const double sgn = E1 < 0 ? -1.0 : 1.0;
-    return static_cast<scalar>(std::pow(E1, Ex) * (1 + sgn) / Kg);
+    const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
+    return static_cast<scalar>(std::pow(t.E1, Ex) * (1 + t.sgn) / Kg);
 }
 
 void NKTriodeAnodeCurrent::buildTables() {
@@ -109,27 +117,17 @@ scalar NKTriodeAnodeCurrent::current(scalar vgk, scalar vpk) {
 scalar NKTriodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk) {
     if (!direct) return lookup(dVgkTable, vgk, vpk, true, true);
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
-    const double Vp = std::min(vpk, VpMax);
-    const double Vg = std::min(vgk, VgkMax);
-    const double s = std::sqrt(Vp * Vp + Kvb);
-    const double e = std::exp(Kp * (1 / mu + (Vg + Vct) / s));
-    const double E1 = (Vp / Kp) * std::log(1 + e);
-    const double sgn = E1 < 0 ? -1.0 : 1.0;
-    return static_cast<scalar>(std::pow(E1, Ex - 1) * (Ex / Kg) * (1 + sgn) * Vp * e / ((1 + e) * s));
+    const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
+    return static_cast<scalar>(std::pow(t.E1, Ex - 1) * (Ex / Kg) * (1 + t.sgn) * t.Vp * t.e / ((1 + t.e) * t.s));
 }
 
 scalar NKTriodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk) {
     if (!direct) return lookup(dVpkTable, vgk, vpk, true, true);
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
-    const double Vp = std::min(vpk, VpMax);
-    const double Vg = std::min(vgk, VgkMax);
-    const double s = std::sqrt(Vp * Vp + Kvb);
-    const double e = std::exp(Kp * (1 / mu + Vg / s));  // without Vct, as the model states
-    const double E1 = (Vp / Kp) * std::log(1 + e);
-    const double sgn = E1 < 0 ? -1.0 : 1.0;
-    const double L = std::log(1 + e) / Kp;
-    return static_cast<scalar>((L - std::pow(Vp * Vp + Kvb, -1.5) * (e / (1 + e)) * Vg * Vp * Vp) *
-                               std::pow(E1, Ex - 1) * (Ex / Kg) * (1 + sgn));
+    const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, 0.0);  // without Vct, as the model states
+    const double L = std::log(1 + t.e) / Kp;
+    return static_cast<scalar>((L - std::pow(t.Vp * t.Vp + Kvb, -1.5) * (t.e / (1 + t.e)) * t.Vg * t.Vp * t.Vp) *
+                               std::pow(t.E1, Ex - 1) * (Ex / Kg) * (1 + t.sgn));
 }
 
 const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk) {

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
+#include "engine/DSPContext.h"
 #include "engine/Driver.h"
 #include "engine/KELMException.h"
 
@@ -90,6 +91,18 @@ inline CommandResult run(const std::string& command) {
     while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
     int status = pclose(p);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+// A filter initialised from properties with its block size set. Filters keep a plain
+// pointer to their context, so the contexts made here live to the end of the run.
+template <typename T>
+std::unique_ptr<T> makeFilter(const PropertyMap& p, int block = 64) {
+    static std::vector<std::shared_ptr<DSPContext>> contexts;
+    contexts.push_back(std::make_shared<DSPContext>());
+    std::unique_ptr<T> f(new T());
+    f->init("f", std::make_shared<PropertyMap>(p), contexts.back());
+    if (block > 0) f->setMaxBlockSize(block);
+    return f;
 }
 
 inline std::string tempPath(const std::string& name) {

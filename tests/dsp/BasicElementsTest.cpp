@@ -16,11 +16,7 @@ using namespace kelm::test;
 namespace {
 template <typename T>
 std::unique_ptr<T> make(const PropertyMap& p, int block = 16) {
-    std::unique_ptr<T> f(new T());
-    auto ctx = std::make_shared<DSPContext>();
-    f->init("e", std::make_shared<PropertyMap>(p), ctx);
-    if (block > 0) f->setMaxBlockSize(block);
-    return f;
+    return makeFilter<T>(p, block);
 }
 } // namespace
 
@@ -40,7 +36,7 @@ TEST(DspBasicElements, GainAndBlockSizes) {
     EXPECT_EQ(16, g->getMaxBlockSize());
     EXPECT_EQ("Gain: Invalid output index: 1", messageOf([&] { g->getOutput(1); }));
     EXPECT_EQ("Gain: Invalid property name Level", messageOf([&] { g->propertyChanged("Level", 1.0f); }));
-    EXPECT_EQ("Gain is not defined. Gain name=e", messageOf([] { make<Gain>({}); }));
+    EXPECT_EQ("Gain is not defined. Gain name=f", messageOf([] { make<Gain>({}); }));
 }
 
 TEST(DspBasicElements, SwitchPositionsAndChecks) {
@@ -68,10 +64,10 @@ TEST(DspBasicElements, SwitchPositionsAndChecks) {
 }
 
 TEST(DspBasicElements, MixerFaders) {
-    EXPECT_EQ("Number of Faders must be at least 2. Number of Faders: 1 Mixer name=e",
+    EXPECT_EQ("Number of Faders must be at least 2. Number of Faders: 1 Mixer name=f",
               messageOf([] { make<Mixer>({{"Faders", "0.5"}}); }));
     EXPECT_EQ("Invalid fader value: 1.2", messageOf([] { make<Mixer>({{"Faders", "0.5|1.2"}}); }));
-    EXPECT_EQ("Faders is not defined. Mixer name=e", messageOf([] { make<Mixer>({}); }));
+    EXPECT_EQ("Faders is not defined. Mixer name=f", messageOf([] { make<Mixer>({}); }));
     auto m = make<Mixer>({{"Faders", "0.5|0.25"}});
     std::vector<float> a = {4}, b = {8};
     BufferList in = {a.data(), b.data()};
@@ -89,9 +85,9 @@ TEST(DspBasicElements, RelaxationIsIterationOnly) {
     EXPECT_FLOAT_EQ(3, r->iterate(in, 0, 0)[0]);
     EXPECT_FLOAT_EQ(0, r->process(1.0f));
     BufferList buffers = {in->data()};
-    EXPECT_EQ("Relaxation: Block processing mode is not supported. Name: e",
+    EXPECT_EQ("Relaxation: Block processing mode is not supported. Name: f",
               messageOf([&] { r->process(buffers, 1); }));
-    EXPECT_EQ("Relaxation: Relaxation must be greater than 0. Relaxation=0 Relaxation name=e",
+    EXPECT_EQ("Relaxation: Relaxation must be greater than 0. Relaxation=0 Relaxation name=f",
               messageOf([] { make<Relaxation>({{"Relaxation", "0"}}, 0); }));
     // Extrapolation between frames predicts linearly.
     auto e = make<Relaxation>({{"Relaxation", "1"}, {"Extrapolate", "true"}}, 0);

@@ -15,13 +15,8 @@ using namespace kelm::test;
 
 namespace {
 template <typename T>
-std::unique_ptr<T> make(const PropertyMap& p, int block) {
-    static std::vector<std::shared_ptr<DSPContext>> contexts;
-    contexts.push_back(std::make_shared<DSPContext>());
-    std::unique_ptr<T> f(new T());
-    f->init("f", std::make_shared<PropertyMap>(p), contexts.back());
-    f->setMaxBlockSize(block);
-    return f;
+std::unique_ptr<T> make(const PropertyMap& p, int block = 64) {
+    return makeFilter<T>(p, block);
 }
 
 std::vector<float> noise(size_t n, unsigned seed) {

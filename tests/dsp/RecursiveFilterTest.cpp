@@ -18,11 +18,7 @@ using namespace kelm::test;
 namespace {
 template <typename T>
 std::unique_ptr<T> make(const PropertyMap& p, int block = 64) {
-    std::unique_ptr<T> f(new T());
-    auto ctx = std::make_shared<DSPContext>();
-    f->init("f", std::make_shared<PropertyMap>(p), ctx);
-    f->setMaxBlockSize(block);
-    return f;
+    return makeFilter<T>(p, block);
 }
 
 std::vector<float> noise(size_t n, unsigned seed) {
