@@ -40,7 +40,8 @@ void Switch::propertyChanged(const std::string& name, scalar value) {
 
 void Switch::process(BufferList& inputs, BufferList& outs, size_t n) {
     if (n == 0) return;
-    const scalar* in = position < static_cast<int>(inputs.size()) ? inputs[position] : nullptr;
+    // A negative position passes the check; it selects nothing here rather than reading out of range.
+    const scalar* in = position >= 0 && position < static_cast<int>(inputs.size()) ? inputs[position] : nullptr;
     if (in)
         std::memmove(outs[0], in, n * sizeof(scalar));
     else
@@ -48,7 +49,7 @@ void Switch::process(BufferList& inputs, BufferList& outs, size_t n) {
 }
 
 ScalarVector& Switch::iterate(const ScalarVectorPtr& inputs, int, int) {
-    iterationResults[0] = (*inputs)[position];
+    iterationResults[0] = position >= 0 && position < static_cast<int>(inputs->size()) ? (*inputs)[position] : 0.0f;
     return iterationResults;
 }
 

@@ -207,11 +207,16 @@ void DSPGraph::reconnect() {
             if (out == -1) continue;
             int src = (*inputElements)[e][p];
             if (src == -1)
-                elementInputs[e][p] = &graphInputValues[out];
+                elementInputs[e][p] = out < static_cast<int>(graphInputValues.size()) ? &graphInputValues[out] : nullptr;
             else
                 elementInputs[e][p] = context->elements[src]->getOutput(out);
         }
     }
+}
+
+int DSPGraph::getResultCapacity(int index) const {
+    if (processingMethod == 1 || !initialized || index < 0 || index >= numberOfOutputs) return maxBlockSize;
+    return context->elements[(*outputElements)[index]]->getMaxBlockSize();
 }
 
 void DSPGraph::process(BufferList& inputs, size_t framesPerBuffer) {
@@ -276,7 +281,7 @@ void DSPGraph::processBlock(BufferList& inputs, BufferList& outputs, size_t fram
             if (ports[p] == -1)
                 in[p] = nullptr;
             else if (sources[p] == -1)
-                in[p] = ports[p] < static_cast<int>(inputs.size()) ? inputs[ports[p]] : nullptr;
+                in[p] = ports[p] >= 0 && ports[p] < static_cast<int>(inputs.size()) ? inputs[ports[p]] : nullptr;
             else
                 in[p] = elements[sources[p]]->getOutput(ports[p]);
         }
@@ -316,8 +321,9 @@ void DSPGraph::processIterative(BufferList& inputs, BufferList& outputs, size_t 
                     if (ports[p] == -1)
                         in[p] = 0.0f;
                     else if (sources[p] == -1)
-                        in[p] = (ports[p] < static_cast<int>(inputs.size()) && inputs[ports[p]]) ? inputs[ports[p]][f]
-                                                                                                : 0.0f;
+                        in[p] = (ports[p] >= 0 && ports[p] < static_cast<int>(inputs.size()) && inputs[ports[p]])
+                                    ? inputs[ports[p]][f]
+                                    : 0.0f;
                     else
                         in[p] = elements[sources[p]]->getLastIterationResults()[ports[p]];
                 }

@@ -24,6 +24,7 @@ public:
     void process(BufferList& inputs, BufferList& outputs, size_t framesPerBuffer) override;
     void init() override;
     void setProperties(const PropertyMapPtr& properties) override;
+    int getResultCapacity(int index) const override;
 
     // Wiring from the parser: per element and port, the source element (-1 for
     // a graph input) and the source's output number (-1: unconnected).

@@ -185,7 +185,7 @@ void Driver::collectResults(const BufferList& inputs) {
         int g = (*outputGraphs)[o];
         int node = (*outputNodes)[o];
         if (g == -1)
-            results[o] = node < static_cast<int>(inputs.size()) ? inputs[node] : nullptr;
+            results[o] = node >= 0 && node < static_cast<int>(inputs.size()) ? inputs[node] : nullptr;
         else
             results[o] = (*graphs)[g]->getResult(node);
     }
@@ -233,12 +233,23 @@ void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
         in.resize(sources.size());
         for (size_t k = 0; k < sources.size(); ++k) {
             if (sources[k] == -1)
-                in[k] = nodes[k] < static_cast<int>(inputs.size()) ? inputs[nodes[k]] : nullptr;
+                in[k] = nodes[k] >= 0 && nodes[k] < static_cast<int>(inputs.size()) ? inputs[nodes[k]] : nullptr;
             else
                 in[k] = (*graphs)[sources[k]]->getResult(nodes[k]);
         }
         size_t frames = static_cast<size_t>(
             std::floor(static_cast<double>(framesPerBuffer) * (*inputMultipliers)[gi] + 0.5));
+        // A graph whose Multiplier promises more samples than its elements make would be read
+        // past the end of its buffers: refuse instead.
+        for (size_t k = 0; k < sources.size(); ++k) {
+            if (sources[k] < 0) continue;
+            const Graph& source = *(*graphs)[sources[k]];
+            if (static_cast<size_t>(std::max(0, source.getResultCapacity(nodes[k]))) < frames)
+                throw KELMException("Driver: graph " + g.name() + " needs " + std::to_string(frames) +
+                                    " samples per block from graph " + source.name() + ", which holds " +
+                                    std::to_string(source.getResultCapacity(nodes[k])) +
+                                    ". Does its Multiplier match what its elements do?");
+        }
         g.process(in, frames);
     }
     collectResults(inputs);

@@ -47,6 +47,8 @@ public:
     bool isBypassed() const { return bypass; }
     bool isSuspended() const { return suspended; }
     int getMaxBlockSize() const { return maxBlockSize; }
+    // How many samples the buffer of output `index` holds (for the Driver's check of rates).
+    virtual int getResultCapacity(int) const { return maxBlockSize; }
     // Names of the outputs as the system description gives them (for tools).
     void setOutputLabels(const std::vector<std::string>& labels) { outputLabels = labels; }
     const std::vector<std::string>& getOutputLabels() const { return outputLabels; }

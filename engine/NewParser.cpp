@@ -99,6 +99,7 @@ void NewParser::parse(const std::string& document) {
         graphIndex = it->second;
         if (graphIndex == -1) {
             nodeIndex = Conversions::toInt(nodeName);
+            if (nodeIndex < 0) throw KELMException("Invalid system input number " + nodeName);
             return;
         }
         const auto& names = outputNames[graphIndex];
