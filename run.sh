@@ -7,8 +7,9 @@ scripts/build.sh build
 mkdir -p out
 build/kelm signal --out out/test-signal.wav --seconds 4
 if build/kelm info >/dev/null 2>&1; then
+  build/kelm info | head -1
   build/kelm render --in out/test-signal.wav --out out/preamp.wav
-  echo "Listen to out/preamp.wav (the built-in preamp at its default settings)."
+  echo "Listen to out/preamp.wav (the built-in preamp at its default settings); the plug-in is build/Kelm.so."
 else
   build/kelm render --system examples/dsp-demo.xml --in out/test-signal.wav --out out/dsp-demo.wav
   echo "Listen to out/dsp-demo.wav (examples/dsp-demo.xml)."
