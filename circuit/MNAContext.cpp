@@ -160,37 +160,36 @@ void MNAContext::notifyNextSample() {
 
 void MNAContext::assembleMatrix() {
     const int last = lastNode + extraCount;
-    A->setZero(A->rows(), A->cols());
-    DenseMatrix& M = *A;
-    for (size_t i = 0; i < components.size(); ++i) {
-        Component* c = components[i];
-        const std::vector<int>& n = *nodeIndices[i];
-        const int k = static_cast<int>(n.size());
-        if (scalar** G = c->getG()) {
-            for (int a = 0; a < k; ++a) {
+    const int T = static_cast<int>(A->rows());
+    scalar* M = A->data();
+    std::fill(M, M + static_cast<size_t>(T) * A->cols(), 0.0f);
+    auto at = [M, T](int r, int c) -> scalar& { return M[static_cast<size_t>(c) * T + r]; };
+    for (const Slot& s : slots) {
+        const int* n = s.nodes;
+        if (scalar** G = s.component->getG()) {
+            for (int a = 0; a < s.k; ++a) {
                 if (n[a] == -1 || n[a] > last) continue;
-                for (int b = 0; b < k; ++b)
-                    if (n[b] != -1) M(n[a], n[b]) += G[a][b];
+                for (int b = 0; b < s.k; ++b)
+                    if (n[b] != -1) at(n[a], n[b]) += G[a][b];
             }
         }
-        const int m = extraCounts[i];
-        if (m > 0) {
-            const int f = firstExtra[i];
-            if (scalar** B = c->getB())
-                for (int j = 0; j < m; ++j)
-                    for (int a = 0; a < k; ++a)
-                        if (n[a] != -1 && n[a] <= last) M(n[a], f + j) += B[a][j];
-            if (scalar** C = c->getC())
-                for (int j = 0; j < m; ++j)
-                    for (int a = 0; a < k; ++a)
-                        if (n[a] != -1) M(f + j, n[a]) += C[j][a];
-            if (scalar** D = c->getD())
-                for (int j = 0; j < m; ++j)
-                    for (int l = 0; l < m; ++l) M(f + j, f + l) += D[j][l];
+        if (s.m > 0) {
+            const int f = s.firstExtra;
+            if (scalar** B = s.component->getB())
+                for (int j = 0; j < s.m; ++j)
+                    for (int a = 0; a < s.k; ++a)
+                        if (n[a] != -1 && n[a] <= last) at(n[a], f + j) += B[a][j];
+            if (scalar** C = s.component->getC())
+                for (int j = 0; j < s.m; ++j)
+                    for (int a = 0; a < s.k; ++a)
+                        if (n[a] != -1) at(f + j, n[a]) += C[j][a];
+            if (scalar** D = s.component->getD())
+                for (int j = 0; j < s.m; ++j)
+                    for (int l = 0; l < s.m; ++l) at(f + j, f + l) += D[j][l];
         }
     }
-    for (size_t i = 0; i < components.size(); ++i)
-        if (fixedRow[i] >= 0) M(fixedRow[i], fixedRow[i]) = 1.0f;
+    for (const Slot& s : slots)
+        if (s.fixedRow >= 0) at(s.fixedRow, s.fixedRow) = 1.0f;
 }
 
 void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {

@@ -1,6 +1,7 @@
 #include "solvers/NewtonSolver.h"
 
 #include <cctype>
+#include <algorithm>
 #include <cmath>
 
 #include "circuit/DenseKernels.h"
@@ -89,7 +90,7 @@ void NewtonSolver::reducedSolve(DenseMatrix& J) {
 
 bool NewtonSolver::solve(DenseVector& x) {
     if (!initialized) throw KELMException("NewtonSolver: Not initialized.");
-    x0 = x;
+    std::copy(x.data(), x.data() + n, x0.data());
     if (accelerate) {
         if (extrapolationOrder == 1) {
             for (int i = 0; i < m; ++i)
@@ -97,17 +98,17 @@ bool NewtonSolver::solve(DenseVector& x) {
         } else {
             for (int i = 0; i < m; ++i)
                 x0[i] = 2.5f * x[i] - 2 * xm1[i] + 0.5f * xm2[i] + errorCorrectionFactor * (x[i] - predicted[i]);
-            xm2 = xm1;
+            std::copy(xm1.data(), xm1.data() + n, xm2.data());
         }
-        predicted = x0;
-        xm1 = x;
+        std::copy(x0.data(), x0.data() + n, predicted.data());
+        std::copy(x.data(), x.data() + n, xm1.data());
     }
-    dx.setZero();
+    std::fill(dx.data(), dx.data() + n, 0.0f);
     int k = 0;
     while (k < maxIter) {
         ++k;
         context->computeRhs(x0, f);
-        previous = x0;
+        std::copy(x0.data(), x0.data() + n, previous.data());
         if (k > fixedPointSteps) {
             gemv(KernelColMajor, KernelNoTrans, n, n, 1.0f, A.data(), n, x0.data(), 1, 0.0f, b.data(), 1);
             axpy(n, -1.0f, f.data(), b.data());
@@ -128,8 +129,8 @@ bool NewtonSolver::solve(DenseVector& x) {
             if (errors[i] > worst) worst = errors[i];
         if (!(worst > 0)) break;
     }
-    if (accelerate) previous = x0;
-    x = x0;
+    if (accelerate) std::copy(x0.data(), x0.data() + n, previous.data());
+    std::copy(x0.data(), x0.data() + n, x.data());
     iterations = k;
     return k < maxIter;
 }
