@@ -216,6 +216,12 @@ void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
         collectResults(inputs);
         return;
     }
+    // suspend() may have slipped in between the check above and taking the flag: look again
+    // now that no suspend can pass, so that no block starts after suspend(true) returned.
+    if (suspended.load()) {
+        processing.store(false, std::memory_order_release);
+        throw KELMException("Driver: Cannot process. Driver is in the suspend state.");
+    }
     applyControls();
     if (multipliersChanged.load()) {
         computeMultipliers();
