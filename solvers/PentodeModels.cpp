@@ -2,6 +2,7 @@
 
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
+#include "solvers/TubeParameters.h"
 #include "solvers/NKPentodeAnodeCurrent.h"
 #include "solvers/NKPentodeScreenCurrent.h"
 #include "solvers/PowerLawPentodeGridCurrent.h"
@@ -21,16 +22,13 @@ void readKoren(const PropertyMap& p, const char* cls, double& Vct, double& Kp, d
     required("Ex", Ex);
     required("Kg1", Kg1);
     required("Kg2", Kg2);
-    auto nonNegative = [](const char* name, double v) {
-        if (v < 0) throw InvalidArgumentException(str("Triode: ", name, " must be greater than or equal to 0. ", name, "=", v));
-    };
-    nonNegative("Vct", Vct);
-    nonNegative("Kp", Kp);
-    nonNegative("Kvb", Kvb);
-    nonNegative("mu", mu);
-    nonNegative("Ex", Ex);
-    nonNegative("Kg1", Kg1);
-    nonNegative("Kg2", Kg2);
+    requireNonNegative("Vct", Vct);
+    requireNonNegative("Kp", Kp);
+    requireNonNegative("Kvb", Kvb);
+    requireNonNegative("mu", mu);
+    requireNonNegative("Ex", Ex);
+    requireNonNegative("Kg1", Kg1);
+    requireNonNegative("Kg2", Kg2);
 }
 
 // E1 = (Vsk/Kp) log(1 + e), e = exp(Kp (1/mu + Vgk/Vsk)); 0 when Vsk is 0.

@@ -2,6 +2,7 @@
 
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
+#include "solvers/TubeParameters.h"
 #include "engine/TableIndex.h"
 #include "solvers/NKTriodeAnodeCurrent.h"
 #include "solvers/PowerLawTriodeGridCurrent.h"
@@ -45,15 +46,12 @@ void NKTriodeAnodeCurrent::init(const PropertyMap& p) {
     required("VgkMax", VgkMax);
     required("VgkMin", VgkMin);
     required("VpMax", VpMax);
-    auto nonNegative = [](const char* name, double v) {
-        if (v < 0) throw InvalidArgumentException(str("Triode: ", name, " must be greater than or equal to 0. ", name, "=", v));
-    };
-    nonNegative("Vct", Vct);
-    nonNegative("Kp", Kp);
-    nonNegative("Kvb", Kvb);
-    nonNegative("mu", mu);
-    nonNegative("Ex", Ex);
-    nonNegative("Kg", Kg);
+    requireNonNegative("Vct", Vct);
+    requireNonNegative("Kp", Kp);
+    requireNonNegative("Kvb", Kvb);
+    requireNonNegative("mu", mu);
+    requireNonNegative("Ex", Ex);
+    requireNonNegative("Kg", Kg);
     if (!direct) {
         if (VgkMin >= VgkMax)
             throw InvalidArgumentException(str("VgkMax must be greater than VgkMin. VgkMax=", VgkMax, "VgkMin=", VgkMin));

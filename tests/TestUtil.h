@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -103,6 +104,15 @@ std::unique_ptr<T> makeFilter(const PropertyMap& p, int block = 64) {
     f->init("f", std::make_shared<PropertyMap>(p), contexts.back());
     if (block > 0) f->setMaxBlockSize(block);
     return f;
+}
+
+// n samples of uniform noise in [-1, 1) from a fixed seed.
+inline std::vector<float> noise(size_t n, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(-1, 1);
+    std::vector<float> x(n);
+    for (float& v : x) v = u(rng);
+    return x;
 }
 
 inline std::string tempPath(const std::string& name) {

@@ -19,14 +19,6 @@ std::unique_ptr<T> make(const PropertyMap& p, int block = 64) {
     return makeFilter<T>(p, block);
 }
 
-std::vector<float> noise(size_t n, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> u(-1, 1);
-    std::vector<float> x(n);
-    for (float& v : x) v = u(rng);
-    return x;
-}
-
 std::string list(const std::vector<float>& v) {
     std::string s;
     for (float x : v) s += (s.empty() ? "" : "|") + std::to_string(x);

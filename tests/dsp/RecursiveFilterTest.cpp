@@ -21,14 +21,6 @@ std::unique_ptr<T> make(const PropertyMap& p, int block = 64) {
     return makeFilter<T>(p, block);
 }
 
-std::vector<float> noise(size_t n, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> u(-1, 1);
-    std::vector<float> x(n);
-    for (float& v : x) v = u(rng);
-    return x;
-}
-
 // Runs x through the filter in blocks whose sizes cycle through `sizes`.
 template <typename T>
 std::vector<float> blocks(T& f, const std::vector<float>& x, std::vector<size_t> sizes) {
