@@ -218,10 +218,13 @@ void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
     }
     // suspend() may have slipped in between the check above and taking the flag: look again
     // now that no suspend can pass, so that no block starts after suspend(true) returned.
-    if (suspended.load()) {
-        processing.store(false, std::memory_order_release);
-        throw KELMException("Driver: Cannot process. Driver is in the suspend state.");
-    }
+    // The flag is released on every way out, an exception from an element included, so that
+    // a failed block leaves the system usable and a later suspend() does not wait forever.
+    struct Release {
+        std::atomic<bool>& flag;
+        ~Release() { flag.store(false, std::memory_order_release); }
+    } release{processing};
+    if (suspended.load()) throw KELMException("Driver: Cannot process. Driver is in the suspend state.");
     applyControls();
     if (multipliersChanged.load()) {
         computeMultipliers();
@@ -259,7 +262,6 @@ void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
         g.process(in, frames);
     }
     collectResults(inputs);
-    processing.store(false, std::memory_order_release);
 }
 
 } // namespace kelm

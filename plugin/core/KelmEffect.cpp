@@ -1,5 +1,6 @@
 #include "plugin/core/KelmEffect.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -121,6 +122,12 @@ void KelmEffect::installTransforms() {
 
 void KelmEffect::setParameter(int index, float value) {
     if (index < 0 || index >= numberOfParameters()) return;
+    // Any value a host may send is made one the system can run with: NaN and values outside
+    // 0 to 1 are clamped, and the oversampling factor takes one of its three positions (a
+    // factor between them would leave the resamplers and the graph rates disagreeing).
+    if (!(value >= 0.0f)) value = 0.0f;
+    if (value > 1.0f) value = 1.0f;
+    if (controls[index]->name == "Oversampling") value = value < 0.25f ? 0.0f : value < 0.75f ? 0.5f : 1.0f;
     controls[index]->setValue(value);
     if (controls[index]->name == "Stereo") mono.store(value >= 0.5f);
 }
@@ -197,16 +204,24 @@ void KelmEffect::resume() {
 }
 
 void KelmEffect::process(float** in, float** out, int frames, bool secondInputConnected) {
+    if (frames <= 0) return;
     DenormalGuard guard;
     try {
-        inputs[0] = in[0];
-        inputs[1] = (in[1] && in[1] != in[0] && secondInputConnected) ? in[1] : in[0];
-        driver->process(inputs, frames);
-        resumed.store(false);
-        const BufferList& results = driver->getResults();
-        std::memmove(out[0], results[0], frames * sizeof(float));
-        if (out[1] && out[1] != out[0])
-            std::memmove(out[1], mono.load() ? results[0] : results[1], frames * sizeof(float));
+        const bool second = in[1] && in[1] != in[0] && secondInputConnected;
+        // A block larger than the announced size runs as consecutive chunks of at most that
+        // size: the same samples as if the host had sent the chunks.
+        const int chunk = driver->getMaxBlockSize() > 0 ? driver->getMaxBlockSize() : frames;
+        for (int offset = 0; offset < frames; offset += chunk) {
+            const int n = std::min(chunk, frames - offset);
+            inputs[0] = in[0] + offset;
+            inputs[1] = second ? in[1] + offset : inputs[0];
+            driver->process(inputs, n);
+            resumed.store(false);
+            const BufferList& results = driver->getResults();
+            std::memmove(out[0] + offset, results[0], n * sizeof(float));
+            if (out[1] && out[1] != out[0])
+                std::memmove(out[1] + offset, mono.load() ? results[0] : results[1], n * sizeof(float));
+        }
     } catch (const KELMException&) {
         throw;  // passes to the caller as it is; the control word is left as set
     } catch (...) {
