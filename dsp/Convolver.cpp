@@ -1,6 +1,7 @@
 #include "dsp/Convolver.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -13,13 +14,26 @@
 namespace kelm {
 
 namespace {
-void freeAligned(void* p) { std::free(p); }
+// Aligned blocks from plain malloc (not every C library has aligned_alloc): the block
+// starts at the first aligned address past a pointer-sized slot that keeps what malloc gave.
+void* alignedAlloc(size_t alignment, size_t bytes) {
+    void* raw = std::malloc(bytes + alignment + sizeof(void*));
+    if (!raw) return nullptr;
+    const uintptr_t start = reinterpret_cast<uintptr_t>(raw) + sizeof(void*);
+    void* aligned = reinterpret_cast<void*>((start + alignment - 1) / alignment * alignment);
+    static_cast<void**>(aligned)[-1] = raw;
+    return aligned;
+}
+
+void freeAligned(void* p) {
+    if (p) std::free(static_cast<void**>(p)[-1]);
+}
 } // namespace
 
 Buffer::Buffer(unsigned capacity) {
     if (capacity == 0) throw InvalidArgumentException(str("Buffer size cannot be less than 1. size=", capacity));
     const size_t bytes = (static_cast<size_t>(capacity) * sizeof(float) + alignment - 1) / alignment * alignment;
-    samples = static_cast<float*>(std::aligned_alloc(alignment, bytes));
+    samples = static_cast<float*>(alignedAlloc(alignment, bytes));
     if (!samples) throw std::bad_alloc();
     room = used = capacity;
     clear();
@@ -43,7 +57,7 @@ void Buffer::clear() {
 
 float* Convolver::allocate(size_t floats) {
     const size_t bytes = (floats * sizeof(float) + 63) / 64 * 64;
-    void* p = std::aligned_alloc(64, bytes);
+    void* p = alignedAlloc(64, bytes);
     if (!p) throw std::bad_alloc();
     std::memset(p, 0, bytes);
     return static_cast<float*>(p);

@@ -1,6 +1,4 @@
 #include <fstream>
-#include <map>
-#include <mutex>
 
 #include "dsp/DllResourceReader.h"
 #include "dsp/FileReader.h"
@@ -22,28 +20,6 @@ FileReader::FileReader(const std::string& name) {
     f.read(bytes.data(), length);
     if (f.gcount() != length)
         throw KELMException(str("FileReader: Read only ", f.gcount(), " out of ", length, " characters."));
-}
-
-namespace {
-std::map<std::pair<std::string, std::string>, ResourceRegistry::Resource>& table() {
-    static std::map<std::pair<std::string, std::string>, ResourceRegistry::Resource> t;
-    return t;
-}
-std::mutex& tableLock() {
-    static std::mutex m;
-    return m;
-}
-} // namespace
-
-void ResourceRegistry::add(const std::string& type, const std::string& name, const unsigned char* data, size_t size) {
-    std::lock_guard<std::mutex> lock(tableLock());
-    table()[{type, name}] = {data, size};
-}
-
-ResourceRegistry::Resource ResourceRegistry::find(const std::string& type, const std::string& name) {
-    std::lock_guard<std::mutex> lock(tableLock());
-    auto it = table().find({type, name});
-    return it == table().end() ? Resource{nullptr, 0} : it->second;
 }
 
 DllResourceReader::DllResourceReader(const std::string& name) {

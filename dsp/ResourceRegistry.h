@@ -4,8 +4,9 @@
 
 namespace kelm {
 
-// The resources compiled into the binary at build time, by type and name: the
-// stand-in for a module's resource section on platforms without one.
+// The resources compiled into the binary at build time, by type and name. On Linux an
+// embedded table (filled by the generated registrations); on Windows the module's own
+// resource section, where add() does nothing.
 class ResourceRegistry {
 public:
     struct Resource {

@@ -12,13 +12,9 @@
 #include "engine/Element.h"
 #include "engine/VolCtrlPropertiesHandler.h"
 #include "plugin/core/BuiltInData.h"
+#include "plugin/core/DenormalGuard.h"
 #include "plugin/core/KelmComponentFactory.h"
 #include "plugin/core/KelmDSPElementFactory.h"
-
-#if defined(__SSE__) || defined(_M_X64) || defined(_M_IX86)
-#include <xmmintrin.h>
-#define KELM_HAVE_MXCSR 1
-#endif
 
 namespace kelm {
 
@@ -33,17 +29,6 @@ PropertyMapPtr rangeOf(const BuiltInTable& t) {
 Element* elementOf(Driver& driver, const char* graph, const char* element) {
     return driver.getGraph(graph).getContext()->getElement(element);
 }
-
-// Saves the floating-point control word and sets flush-to-zero and denormals-are-zero.
-struct DenormalGuard {
-#ifdef KELM_HAVE_MXCSR
-    unsigned saved;
-    DenormalGuard() : saved(_mm_getcsr()) { _mm_setcsr(saved | 0x8040); }
-    void restore() { _mm_setcsr(saved); }
-#else
-    void restore() {}
-#endif
-};
 
 } // namespace
 

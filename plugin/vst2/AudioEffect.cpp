@@ -8,26 +8,54 @@ namespace kelm {
 namespace vst2 {
 
 namespace {
+// Runs one host call. On Windows the host has a C++ runtime of its own and an
+// exception that leaves the DLL ends it: there every exception stops here and the call
+// answers `failed`. Elsewhere exceptions pass to the host as they are.
+template <typename R, typename F>
+R guarded(R failed, F call) {
+#ifdef _WIN32
+    try {
+        return call();
+    } catch (...) {
+        return failed;
+    }
+#else
+    (void)failed;
+    return call();
+#endif
+}
+
 VstIntPtr KELM_VSTCALLBACK dispatchProc(AEffect* e, VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr,
                                         float opt) {
     AudioEffect* effect = AudioEffect::fromAeffect(e);
-    return effect ? effect->dispatcher(opcode, index, value, ptr, opt) : 0;
+    return effect ? guarded<VstIntPtr>(0, [&] { return effect->dispatcher(opcode, index, value, ptr, opt); }) : 0;
 }
 
 // The accumulating process of VST 1 hosts; a 2.4 effect only replaces.
 void KELM_VSTCALLBACK accumulateProc(AEffect*, float**, float**, VstInt32) {}
 
 void KELM_VSTCALLBACK processReplacingProc(AEffect* e, float** inputs, float** outputs, VstInt32 frames) {
-    if (AudioEffect* effect = AudioEffect::fromAeffect(e)) effect->processReplacing(inputs, outputs, frames);
+    AudioEffect* effect = AudioEffect::fromAeffect(e);
+    if (!effect) return;
+    const bool done = guarded(false, [&] {
+        effect->processReplacing(inputs, outputs, frames);
+        return true;
+    });
+    if (!done && outputs && frames > 0)  // a block that failed is silence
+        for (VstInt32 c = 0; c < e->numOutputs; ++c)
+            if (outputs[c]) std::memset(outputs[c], 0, sizeof(float) * static_cast<size_t>(frames));
 }
 
 void KELM_VSTCALLBACK setParameterProc(AEffect* e, VstInt32 index, float value) {
-    if (AudioEffect* effect = AudioEffect::fromAeffect(e)) effect->setParameter(index, value);
+    if (AudioEffect* effect = AudioEffect::fromAeffect(e)) guarded(false, [&] {
+            effect->setParameter(index, value);
+            return true;
+        });
 }
 
 float KELM_VSTCALLBACK getParameterProc(AEffect* e, VstInt32 index) {
     AudioEffect* effect = AudioEffect::fromAeffect(e);
-    return effect ? effect->getParameter(index) : 0.0f;
+    return effect ? guarded(0.0f, [&] { return effect->getParameter(index); }) : 0.0f;
 }
 } // namespace
 

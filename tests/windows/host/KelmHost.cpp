@@ -1,0 +1,364 @@
+// Our own VST 2 host for Windows: loads Kelm.dll exactly as a Windows host does
+// (LoadLibraryW, GetProcAddress("VSTPluginMain"), the dispatcher, processReplacing) and
+// either runs the checks a host relies on or renders a signal for comparison on Linux.
+//
+//   KelmHost check  Kelm.dll
+//   KelmHost render Kelm.dll IN.f32 OUT.f32 CHANNELS BLOCK [INDEX=VALUE ...]
+//   KelmHost probe  KelmProbe.dll DOCUMENT.xml IN.f32 OUT.f32 RATE BLOCK
+//
+// .f32 files are raw little-endian 32-bit floats, interleaved; the rendered output has
+// two channels, at 48000 Hz. The exit status is the number of failed checks (or 1 for
+// a failed command).
+#include <windows.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "plugin/vst2/aeffect.h"
+
+using namespace kelm::vst2;
+
+static_assert(sizeof(AEffect) == (sizeof(void*) == 8 ? 192 : 144), "AEffect layout of the VST 2 interface");
+
+namespace {
+
+int failures = 0;
+int checks = 0;
+
+void check(bool ok, const std::string& what) {
+    ++checks;
+    if (!ok) {
+        ++failures;
+        std::printf("FAIL: %s\n", what.c_str());
+    }
+}
+
+int pinAnswer = 0;  // the answer to audioMasterPinConnected (0 means connected)
+
+VstIntPtr KELM_VSTCALLBACK hostCallback(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
+    switch (opcode) {
+    case audioMasterVersion:
+        return 2400;
+    case audioMasterPinConnected:
+        return pinAnswer;
+    default:
+        return 0;
+    }
+}
+
+VstIntPtr KELM_VSTCALLBACK silentHost(AEffect*, VstInt32, VstInt32, VstIntPtr, void*, float) { return 0; }
+
+typedef AEffect*(KELM_VSTCALLBACK* Entry)(AudioMasterCallback);
+
+struct Module {
+    HMODULE handle = nullptr;
+    Entry entry = nullptr;
+    Entry mainEntry = nullptr;
+    explicit Module(const char* path) {
+        handle = LoadLibraryA(path);
+        if (!handle) return;
+        entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(handle, "VSTPluginMain")));
+        mainEntry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(handle, "main")));
+    }
+    ~Module() {
+        if (handle) FreeLibrary(handle);
+    }
+};
+
+Module* module = nullptr;
+
+struct Plugin {
+    AEffect* e;
+    Plugin() : e(module->entry(hostCallback)) {}
+    ~Plugin() {
+        if (e) e->dispatcher(e, effClose, 0, 0, nullptr, 0);
+    }
+    VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
+        return e->dispatcher(e, op, index, value, ptr, opt);
+    }
+    std::string text(VstInt32 op, VstInt32 index = 0) {
+        char buf[256];
+        std::memset(buf, 'X', sizeof buf);
+        buf[255] = 0;
+        call(op, index, 0, buf);
+        return buf;
+    }
+    void start(float rate, int block) {
+        call(effOpen);
+        call(effSetSampleRate, 0, 0, nullptr, rate);
+        call(effSetBlockSize, 0, block);
+        call(effMainsChanged, 0, 1);
+    }
+};
+
+// Renders x (interleaved, `channels` of them) through a fresh plug-in in blocks whose
+// sizes come from `next`; returns two interleaved output channels.
+template <typename NextBlock>
+std::vector<float> render(const std::vector<float>& x, int channels, int maxBlock, NextBlock next,
+                          const std::vector<std::pair<int, float>>& params) {
+    Plugin p;
+    for (auto& kv : params) p.e->setParameter(p.e, kv.first, kv.second);
+    p.start(48000, maxBlock);
+    const size_t frames = x.size() / channels;
+    std::vector<float> l(maxBlock), r(maxBlock), ol(maxBlock), orr(maxBlock), out;
+    out.reserve(frames * 2);
+    for (size_t at = 0; at < frames;) {
+        const int n = static_cast<int>(std::min<size_t>(static_cast<size_t>(next()), frames - at));
+        for (int i = 0; i < n; ++i) {
+            l[i] = x[(at + i) * channels];
+            r[i] = x[(at + i) * channels + channels - 1];
+        }
+        float* in[2] = {l.data(), channels == 1 ? nullptr : r.data()};
+        float* o[2] = {ol.data(), orr.data()};
+        p.e->processReplacing(p.e, in, o, n);
+        for (int i = 0; i < n; ++i) {
+            out.push_back(ol[i]);
+            out.push_back(orr[i]);
+        }
+        at += n;
+    }
+    return out;
+}
+
+std::vector<float> testSignal(size_t n) {
+    std::vector<float> x(n);
+    for (size_t i = 0; i < n; ++i)
+        x[i] = static_cast<float>(0.3 * std::sin(2 * M_PI * 220 * i / 48000) + 0.1 * std::sin(2 * M_PI * 3300 * i / 48000));
+    return x;
+}
+
+void checkIdentity() {
+    check(module->entry != nullptr, "VSTPluginMain is exported");
+    check(module->mainEntry != nullptr, "main is exported");
+    if (!module->entry || !module->mainEntry) return;
+    check(module->entry(silentHost) == nullptr, "a host without a version gets no effect");
+    check(module->mainEntry(reinterpret_cast<AudioMasterCallback>(static_cast<uintptr_t>(1))) == nullptr,
+          "main started as a program creates nothing");
+    Plugin p;
+    check(p.e != nullptr, "VSTPluginMain creates the effect");
+    if (!p.e) return;
+    check(p.e->magic == kEffectMagic, "magic");
+    check(p.e->uniqueID == 0x71387966, "unique id");
+    check(p.e->numParams == 9 && p.e->numPrograms == 1, "nine parameters, one program");
+    check(p.e->numInputs == 2 && p.e->numOutputs == 2, "two inputs, two outputs");
+    check((p.e->flags & effFlagsCanReplacing) && !(p.e->flags & effFlagsProgramChunks), "flags");
+    check(p.e->process != p.e->processReplacing && p.e->processReplacing, "processReplacing");
+    const char* names[] = {"Input", "Gain", "Vol", "Oversamp", "Bass", "Treble", "EQ_Posit", "Stereo", "CPU"};
+    for (int i = 0; i < 9; ++i)
+        check(p.text(effGetParamName, i) == names[i], "parameter name " + std::to_string(i) + ": " + p.text(effGetParamName, i));
+    check(p.text(effGetParamName, 9).empty(), "no name past the last parameter");
+    check(p.text(effGetVendorString) == "Tallowbridge Labs", "vendor");
+    check(p.text(effGetProductString) == "Kelm", "product");
+    check(p.call(effGetVendorVersion) == 1080, "vendor version");
+    check(p.call(effGetPlugCategory) == kPlugCategEffect, "category");
+    check(p.call(effGetVstVersion) == 2400, "VST version");
+    char can[] = "2in2out", midi[] = "receiveVstMidiEvent";
+    check(p.call(effCanDo, 0, 0, can) == 1 && p.call(effCanDo, 0, 0, midi) == -1, "canDo");
+    p.e->setParameter(p.e, 3, 1.0f);
+    check(p.text(effGetParamDisplay, 3) == "4x", "Oversampling 1 reads 4x");
+    p.e->setParameter(p.e, 3, 0.5f);
+    check(p.text(effGetParamDisplay, 3) == "2x", "Oversampling 0.5 reads 2x");
+    check(p.text(effGetParamLabel, 0) == "dB", "Input label");
+    for (int i = 0; i < 9; ++i) check(p.text(effGetParamDisplay, i).size() <= 8, "display text within 8 characters");
+}
+
+void checkRoundTrips() {
+    Plugin p;
+    for (int i = 0; i < 9; ++i) {
+        if (i == 3) continue;  // Oversampling takes only its three positions
+        p.e->setParameter(p.e, i, 0.25f + 0.05f * i);
+        check(p.e->getParameter(p.e, i) == 0.25f + 0.05f * i, "parameter " + std::to_string(i) + " round trip");
+    }
+    const float positions[][2] = {{0.1f, 0.0f}, {0.3f, 0.5f}, {0.6f, 0.5f}, {0.8f, 1.0f}, {-1.0f, 0.0f}, {7.0f, 1.0f}};
+    for (auto& v : positions) {
+        p.e->setParameter(p.e, 3, v[0]);
+        check(p.e->getParameter(p.e, 3) == v[1], "Oversampling " + std::to_string(v[0]) + " lands on " + std::to_string(v[1]));
+    }
+    p.e->setParameter(p.e, 12, 0.7f);
+    check(p.e->getParameter(p.e, 12) == 0.0f, "an index past the last parameter is ignored");
+}
+
+void checkResumeAndSuspend() {
+    // resume without sample rate or block size: 48000 Hz and 480 frames.
+    Plugin p;
+    p.call(effOpen);
+    p.call(effMainsChanged, 0, 1);
+    std::vector<float> l(480), r(480), ol(480, 7.0f), orr(480, 7.0f);
+    for (int i = 0; i < 480; ++i) l[i] = r[i] = 0.2f * std::sin(0.05f * i);
+    float* in[2] = {l.data(), r.data()};
+    float* out[2] = {ol.data(), orr.data()};
+    p.e->processReplacing(p.e, in, out, 480);
+    bool finite = true, sounds = false;
+    for (int i = 0; i < 480; ++i) {
+        finite &= std::isfinite(ol[i]) && std::isfinite(orr[i]);
+        sounds |= ol[i] != 0.0f;
+    }
+    check(finite && sounds, "a block after resume with the default rate and size sounds");
+    // After suspend a block is refused: no exception reaches the host, the outputs are silence.
+    p.call(effMainsChanged, 0, 0);
+    std::fill(ol.begin(), ol.end(), 7.0f);
+    std::fill(orr.begin(), orr.end(), 7.0f);
+    p.e->processReplacing(p.e, in, out, 480);
+    bool silent = true;
+    for (int i = 0; i < 480; ++i) silent &= ol[i] == 0.0f && orr[i] == 0.0f;
+    check(silent, "a refused block after suspend leaves silence");
+    p.call(effMainsChanged, 0, 1);
+    p.e->processReplacing(p.e, in, out, 480);
+    check(ol[100] != 0.0f, "a resumed effect sounds again");
+    // A block size below 1 is an error of the engine: it stops at the DLL's border, and
+    // the effect runs on once given a good size.
+    p.call(effMainsChanged, 0, 0);
+    p.call(effSetBlockSize, 0, 0);
+    p.call(effSetBlockSize, 0, 480);
+    p.call(effMainsChanged, 0, 1);
+    std::fill(ol.begin(), ol.end(), 0.0f);
+    p.e->processReplacing(p.e, in, out, 480);
+    check(ol[100] != 0.0f && std::isfinite(ol[100]), "the effect runs on after a refused block size");
+}
+
+void checkChannels() {
+    const std::vector<float> x = testSignal(9600);
+    const std::vector<float> mono = render(x, 1, 480, [] { return 480; }, {});
+    double energy = 0;
+    bool same = true;
+    for (size_t i = 0; i < mono.size(); i += 2) {
+        same &= std::fabs(mono[i] - mono[i + 1]) <= 1e-6;
+        energy += mono[i] * mono[i];
+    }
+    check(same && energy > 1.0, "one input gives two outputs alike, energy " + std::to_string(energy));
+    std::vector<float> stereoIn(x.size() * 2);
+    for (size_t i = 0; i < x.size(); ++i) stereoIn[2 * i] = stereoIn[2 * i + 1] = x[i];
+    pinAnswer = 1;
+    const std::vector<float> unconnected = render(stereoIn, 2, 480, [] { return 480; }, {});
+    pinAnswer = 0;
+    check(unconnected == mono, "a second input the host reports unconnected is not read");
+    std::vector<float> different = stereoIn;
+    for (size_t i = 0; i < x.size(); ++i) different[2 * i + 1] = 0.5f * x[(i * 7) % x.size()];
+    const std::vector<float> joined = render(different, 2, 480, [] { return 480; }, {{7, 1.0f}});
+    bool equal = true;
+    for (size_t i = 0; i < joined.size(); i += 2) equal &= joined[i] == joined[i + 1];
+    check(equal, "Stereo at 1: the right output is the left one");
+    const std::vector<float> apart = render(different, 2, 480, [] { return 480; }, {{7, 0.0f}});
+    bool differ = false;
+    for (size_t i = 0; i < apart.size(); i += 2) differ |= apart[i] != apart[i + 1];
+    check(differ, "Stereo at 0: the channels are processed apart");
+}
+
+void checkBlockSizes() {
+    const std::vector<float> x = testSignal(48000);
+    const std::vector<std::pair<int, float>> params = {{3, 1.0f}, {8, 0.0f}};
+    const std::vector<float> fixed = render(x, 1, 4096, [] { return 4096; }, params);
+    std::mt19937 rng(5);
+    std::uniform_int_distribution<int> size(1, 4096);
+    const std::vector<float> varying = render(x, 1, 4096, [&] { return size(rng); }, params);
+    check(fixed == varying, "blocks of varying size give the same output");
+}
+
+bool readFloats(const char* path, std::vector<float>& x) {
+    FILE* f = std::fopen(path, "rb");
+    if (!f) return false;
+    float buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, sizeof(float), 4096, f)) > 0) x.insert(x.end(), buffer, buffer + n);
+    std::fclose(f);
+    return true;
+}
+
+bool writeFloats(const char* path, const std::vector<float>& x) {
+    FILE* f = std::fopen(path, "wb");
+    if (!f) return false;
+    const bool ok = std::fwrite(x.data(), sizeof(float), x.size(), f) == x.size();
+    return std::fclose(f) == 0 && ok;
+}
+
+int checkCommand(int, char** argv) {
+    Module m(argv[2]);
+    module = &m;
+    if (!m.handle) {
+        std::printf("FAIL: LoadLibrary(%s): error %lu\n", argv[2], GetLastError());
+        return 1;
+    }
+    checkIdentity();
+    if (m.entry) {
+        checkRoundTrips();
+        checkResumeAndSuspend();
+        checkChannels();
+        checkBlockSizes();
+    }
+    std::printf("KelmHost: %d checks, %d failed (%d-bit)\n", checks, failures, static_cast<int>(sizeof(void*) * 8));
+    return failures;
+}
+
+int renderCommand(int argc, char** argv) {
+    if (argc < 7) return 1;
+    Module m(argv[2]);
+    module = &m;
+    if (!m.entry) {
+        std::printf("cannot load %s\n", argv[2]);
+        return 1;
+    }
+    std::vector<float> x;
+    const int channels = std::atoi(argv[5]), block = std::atoi(argv[6]);
+    if (!readFloats(argv[3], x) || channels < 1 || channels > 2 || block < 1) return 1;
+    std::vector<std::pair<int, float>> params;
+    for (int i = 7; i < argc; ++i) {
+        const char* eq = std::strchr(argv[i], '=');
+        if (!eq) return 1;
+        params.push_back({std::atoi(argv[i]), static_cast<float>(std::atof(eq + 1))});
+    }
+    const std::vector<float> y = render(x, channels, block, [&] { return block; }, params);
+    return writeFloats(argv[4], y) ? 0 : 1;
+}
+
+// The probe DLL runs a document with the engine inside a module of its own.
+typedef int (*ProbeRender)(const char* document, const float* in, float* out, int frames, float rate, int block,
+                           char* error, int errorSize);
+
+int probeCommand(int argc, char** argv) {
+    if (argc < 8) return 1;
+    HMODULE probe = LoadLibraryA(argv[2]);
+    ProbeRender run = probe ? reinterpret_cast<ProbeRender>(reinterpret_cast<void*>(GetProcAddress(probe, "kelmProbeRender"))) : nullptr;
+    if (!run) {
+        std::printf("cannot load %s\n", argv[2]);
+        return 1;
+    }
+    std::vector<float> x;
+    FILE* f = std::fopen(argv[3], "rb");
+    if (!f) return 1;
+    std::string text;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
+    std::fclose(f);
+    if (!readFloats(argv[4], x)) return 1;
+    std::vector<float> y(x.size());
+    char error[512] = {0};
+    const int status = run(text.c_str(), x.data(), y.data(), static_cast<int>(x.size()),
+                           static_cast<float>(std::atof(argv[6])), std::atoi(argv[7]), error, sizeof error);
+    // The resources belong to the probe DLL, not to this program.
+    const bool inHost = FindResourceW(GetModuleHandleW(nullptr), L"ROOM-44K1.WAV", L"WAVE") != nullptr;
+    std::printf("probe: %s%s\n", status == 0 ? "ok" : error, inHost ? " (resource also found in the host program)" : "");
+    FreeLibrary(probe);
+    return status == 0 && writeFloats(argv[5], y) ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    struct Command {
+        const char* name;
+        int arguments;
+        int (*run)(int, char**);
+    };
+    const Command commands[] = {{"check", 3, checkCommand}, {"render", 7, renderCommand}, {"probe", 8, probeCommand}};
+    for (const Command& c : commands)
+        if (argc >= c.arguments && std::strcmp(argv[1], c.name) == 0) return c.run(argc, argv);
+    std::printf("usage: KelmHost check DLL | render DLL IN OUT CHANNELS BLOCK [INDEX=VALUE...] | "
+                "probe PROBE.dll DOC.xml IN OUT RATE BLOCK\n");
+    return 1;
+}
