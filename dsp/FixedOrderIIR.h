@@ -61,6 +61,7 @@ public:
         scalar* out = outs.empty() ? nullptr : outs[0];
         if (propertiesHandler && propertiesHandler->isPerSample()) {
             if (!in || !out) return;
+            if (propertiesHandler->runPerSample(*this, in, out, n)) return;
             for (size_t i = 0; i < n; ++i) {
                 propertiesHandler->updateForSample(in[i], ys[0]);
                 out[i] = process(in[i]);
