@@ -3,32 +3,72 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace kelm {
 
+namespace {
+
+// acc += x * h over n complex values held as separate real and imaginary parts
+// (n a multiple of 4).
+void multiplyAdd(const float* __restrict xr, const float* __restrict xi, const float* __restrict hr,
+                 const float* __restrict hi, float* __restrict accR, float* __restrict accI, size_t n) {
+#ifdef __SSE2__
+    for (size_t k = 0; k < n; k += 4) {
+        const __m128 a = _mm_loadu_ps(xr + k), b = _mm_loadu_ps(xi + k);
+        const __m128 c = _mm_loadu_ps(hr + k), d = _mm_loadu_ps(hi + k);
+        _mm_storeu_ps(accR + k, _mm_add_ps(_mm_loadu_ps(accR + k), _mm_sub_ps(_mm_mul_ps(a, c), _mm_mul_ps(b, d))));
+        _mm_storeu_ps(accI + k, _mm_add_ps(_mm_loadu_ps(accI + k), _mm_add_ps(_mm_mul_ps(a, d), _mm_mul_ps(b, c))));
+    }
+#else
+    for (size_t k = 0; k < n; ++k) {
+        accR[k] += xr[k] * hr[k] - xi[k] * hi[k];
+        accI[k] += xr[k] * hi[k] + xi[k] * hr[k];
+    }
+#endif
+}
+
+} // namespace
+
 // One level: its partitions' spectra, the spectra of its last `count` input
 // chunks (the delay line, a ring), and the time window the next chunk fills.
+// Spectra are kept as real and imaginary parts apart, each row `stride` long.
 struct ConvolutionTail::Stage {
     Level level;
-    unsigned bins;
+    unsigned bins, stride;
     RealFft fft;
-    std::vector<float> time;                   // 2L samples: the previous chunk, then the one being filled
-    unsigned fill = 0;                         // samples of the chunk being filled
-    std::vector<RealFft::Complex> spectra;     // count x bins, scaled by 1 / 2L
-    std::vector<RealFft::Complex> delayLine;   // count x bins
-    unsigned newest = 0;                       // slot of the newest input spectrum
-    std::vector<RealFft::Complex> sum;         // bins
-    std::vector<float> result;                 // 2L
+    std::vector<float> time;                  // 2L samples: the previous chunk, then the one being filled
+    unsigned fill = 0;                        // samples of the chunk being filled
+    std::vector<float> spectraRe, spectraIm;  // count rows, scaled by 1 / 2L
+    std::vector<float> delayRe, delayIm;      // count rows
+    unsigned newest = 0;                      // row of the newest input spectrum
+    std::vector<float> sumRe, sumIm;
+    std::vector<RealFft::Complex> spectrum;   // bins, for the transforms
+    std::vector<float> result;                // 2L
 
     explicit Stage(const Level& l)
         : level(l),
           bins(l.size + 1),
+          stride((l.size + 1 + 3) / 4 * 4),
           fft(2 * l.size),
           time(2 * l.size, 0.0f),
-          spectra(static_cast<size_t>(l.count) * bins),
-          delayLine(static_cast<size_t>(l.count) * bins),
-          sum(bins),
+          spectraRe(static_cast<size_t>(l.count) * stride),
+          spectraIm(spectraRe.size()),
+          delayRe(spectraRe.size()),
+          delayIm(spectraRe.size()),
+          sumRe(stride),
+          sumIm(stride),
+          spectrum(bins),
           result(2 * l.size) {}
+
+    void split(float* re, float* im) const {
+        for (unsigned k = 0; k < bins; ++k) {
+            re[k] = spectrum[k].real();
+            im[k] = spectrum[k].imag();
+        }
+    }
 
     void takeResponse(const float* ir, unsigned irSize) {
         const unsigned L = level.size;
@@ -38,13 +78,15 @@ struct ConvolutionTail::Stage {
             const unsigned from = level.start + j * L;
             const unsigned to = std::min(irSize, from + L);
             for (unsigned k = from; k < to; ++k) result[k - from] = ir[k] * scale;
-            fft.forward(result.data(), &spectra[static_cast<size_t>(j) * bins]);
+            fft.forward(result.data(), spectrum.data());
+            split(&spectraRe[static_cast<size_t>(j) * stride], &spectraIm[static_cast<size_t>(j) * stride]);
         }
     }
 
     void clear() {
         std::fill(time.begin(), time.end(), 0.0f);
-        std::fill(delayLine.begin(), delayLine.end(), RealFft::Complex(0, 0));
+        std::fill(delayRe.begin(), delayRe.end(), 0.0f);
+        std::fill(delayIm.begin(), delayIm.end(), 0.0f);
         fill = 0;
         newest = 0;
     }
@@ -53,7 +95,8 @@ struct ConvolutionTail::Stage {
     // the outputs from now - L + start on goes into `pending`.
     void complete(uint64_t now, float* pending, uint64_t mask) {
         newest = newest + 1 == level.count ? 0 : newest + 1;
-        fft.forward(time.data(), &delayLine[static_cast<size_t>(newest) * bins]);
+        fft.forward(time.data(), spectrum.data());
+        split(&delayRe[static_cast<size_t>(newest) * stride], &delayIm[static_cast<size_t>(newest) * stride]);
         std::memmove(time.data(), time.data() + level.size, level.size * sizeof(float));
         fill = 0;
         contribute(now, 1.0f, now, pending, mask);
@@ -63,21 +106,17 @@ struct ConvolutionTail::Stage {
     // outputs from `unread` on.
     void contribute(uint64_t done, float sign, uint64_t unread, float* pending, uint64_t mask) {
         const unsigned L = level.size, K = level.count;
-        // sum = sum over j of (input spectrum j chunks back) times (spectrum of partition j),
-        // on interleaved real and imaginary parts so that the loop vectorises.
-        float* s = reinterpret_cast<float*>(sum.data());
-        std::fill(s, s + 2 * bins, 0.0f);
-        unsigned slot = newest;
+        // The sum over j of (input spectrum j chunks back) times (spectrum of partition j).
+        std::fill(sumRe.begin(), sumRe.end(), 0.0f);
+        std::fill(sumIm.begin(), sumIm.end(), 0.0f);
+        unsigned row = newest;
         for (unsigned j = 0; j < K; ++j) {
-            const float* x = reinterpret_cast<const float*>(&delayLine[static_cast<size_t>(slot) * bins]);
-            const float* h = reinterpret_cast<const float*>(&spectra[static_cast<size_t>(j) * bins]);
-            for (unsigned k = 0; k < 2 * bins; k += 2) {
-                s[k] += x[k] * h[k] - x[k + 1] * h[k + 1];
-                s[k + 1] += x[k] * h[k + 1] + x[k + 1] * h[k];
-            }
-            slot = slot == 0 ? K - 1 : slot - 1;
+            const size_t x = static_cast<size_t>(row) * stride, h = static_cast<size_t>(j) * stride;
+            multiplyAdd(&delayRe[x], &delayIm[x], &spectraRe[h], &spectraIm[h], sumRe.data(), sumIm.data(), stride);
+            row = row == 0 ? K - 1 : row - 1;
         }
-        fft.inverse(sum.data(), result.data());
+        for (unsigned k = 0; k < bins; ++k) spectrum[k] = RealFft::Complex(sumRe[k], sumIm[k]);
+        fft.inverse(spectrum.data(), result.data());
         // The second half is the convolution for the inputs done - L .. done - 1,
         // which reaches the output `start` samples later.
         const uint64_t first = done - L + level.start;
@@ -94,7 +133,7 @@ namespace {
 // Work per sample of a level of partitions of L samples, K of them, in units of
 // a real multiply-add: a forward and an inverse transform of 2L points, and K
 // complex products per bin.
-double levelCost(unsigned L, unsigned K) { return 10.0 * std::log2(2.0 * L) + 4.0 * K; }
+double levelCost(unsigned L, unsigned K) { return 10.0 * std::log2(2.0 * L) + 2.0 * K; }
 
 struct Choice {
     double cost;
