@@ -116,18 +116,31 @@ void curveChart(const Plot::Request& q, std::vector<Variant>& vs, Chart& chart) 
 
 void spectrumChart(const Plot::Request& q, std::vector<Variant>& vs, Chart& chart, double rate) {
     const double amplitude = q.level > 0 ? q.level : 0.5;
-    Chart::Panel& panel = chart.addPanel(q.in.empty() ? "Spectrum of a sine through the system" : "Spectrum of " + q.in,
-                                         axis("Frequency (Hz)", true, 20, rate / 2), axis("Level (dB re a full-scale sine)"));
+    char title[96];
+    std::snprintf(title, sizeof title, "%sHann windows of %d samples", q.in.empty() ? "Output for a sine, " : "",
+                  Measure::kSpectrumSize);
+    Chart::Panel& panel =
+        chart.addPanel(title, axis("Frequency (Hz)", true, 20, rate / 2), axis("Level (dB re a full-scale sine)"));
     if (!q.in.empty()) {
         AudioReader reader(q.in);
         const int channels = reader.channels();
         std::vector<float> interleaved(static_cast<size_t>(std::max(0LL, reader.frames())) * channels);
         const long long got = reader.read(interleaved.data(), reader.frames());
+        std::vector<std::vector<float>> shown;
         for (int c = 0; c < channels; ++c) {
             std::vector<float> x(static_cast<size_t>(std::max(0LL, got)));
             for (size_t i = 0; i < x.size(); ++i) x[i] = interleaved[i * channels + c];
+            // A channel equal to one already shown joins that one's label instead of hiding it.
+            bool repeated = false;
+            for (size_t k = 0; k < shown.size() && !repeated; ++k)
+                if (shown[k] == x) {
+                    panel.lines[k].label += " = " + std::to_string(c + 1);
+                    repeated = true;
+                }
+            if (repeated) continue;
             const Measure::Spectrum s = Measure::spectrum(x, rate);
             panel.lines.push_back({channels > 1 ? "channel " + std::to_string(c + 1) : "", s.frequency, s.level});
+            shown.push_back(std::move(x));
         }
         return;
     }

@@ -78,7 +78,12 @@ void run(LV2_Handle h, uint32_t frames) {
     }
 }
 
-void deactivate(LV2_Handle h) { plugin(h)->deactivate(); }
+void deactivate(LV2_Handle h) {
+    try {
+        plugin(h)->deactivate();
+    } catch (...) {
+    }
+}
 
 void cleanup(LV2_Handle h) { delete plugin(h); }
 
