@@ -51,6 +51,7 @@ file(GLOB KELM_ENGINE_SOURCES CONFIGURE_DEPENDS
 list(REMOVE_ITEM KELM_ENGINE_SOURCES ${CMAKE_SOURCE_DIR}/dsp/ResourceRegistry.cpp)
 file(GLOB KELM_WIN32_PLATFORM_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/platform/win32/*.cpp)
 add_library(kelm_engine STATIC ${KELM_ENGINE_SOURCES} ${KELM_WIN32_PLATFORM_SOURCES})
+set_source_files_properties(dsp/RealFft.cpp PROPERTIES COMPILE_OPTIONS -fcx-limited-range)  # as on Linux
 target_include_directories(kelm_engine PUBLIC ${CMAKE_SOURCE_DIR})
 target_include_directories(kelm_engine SYSTEM PUBLIC ${KELM_WIN_INCLUDE} ${KELM_WIN_INCLUDE}/eigen3)
 target_link_libraries(kelm_engine PUBLIC kelm_pugixml)

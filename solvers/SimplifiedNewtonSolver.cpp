@@ -45,7 +45,7 @@ void SimplifiedNewtonSolver::initMatrix() {
     lu.setThreshold(1e-30);
     lu.compute(A);
     invertible = lu.isInvertible();
-    if (packed && packed->rows() == A.rows() && packed->cols() == A.cols())
+    if (packed && static_cast<Eigen::Index>(packed->rows()) == A.rows() && static_cast<Eigen::Index>(packed->cols()) == A.cols())
         packed->updateMatrix(A.data(), A.rows(), A.cols());
     else
         packed.reset(new PackedMatrix(A.data(), A.rows(), A.cols()));

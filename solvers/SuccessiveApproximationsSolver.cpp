@@ -55,7 +55,7 @@ void SuccessiveApproximationsSolver::initMatrix() {
     invertible = A.rows() == A.cols() && lu.rank() == A.cols();
     if (invertible) {
         DenseMatrix inv = lu.inverse();
-        if (inverse && inverse->rows() == inv.rows())
+        if (inverse && static_cast<Eigen::Index>(inverse->rows()) == inv.rows())
             inverse->updateMatrix(inv.data(), inv.rows(), inv.cols());
         else
             inverse.reset(new PackedMatrix(inv.data(), inv.rows(), inv.cols()));
