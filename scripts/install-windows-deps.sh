@@ -52,8 +52,8 @@ fi
 # where the i386 index lags behind the amd64 one (see scripts/wine32_pins.py).
 if ! python3 "$root/scripts/runs_i386.py"; then
   echo "************************************************************************"
-  echo "NOTE: this kernel does not run 32-bit x86 programs, so wine32 cannot run"
-  echo "here and is not installed; the 32-bit DLL is built and its wine runs are"
+  echo "NOTE: this kernel does not run 32-bit x86 programs: wine32 would not run"
+  echo "here, and this step does not install it. The 32-bit DLL is built; its wine runs are"
   echo "reported as SKIPPED by ctest."
   echo "************************************************************************"
 elif ! installed wine32:i386; then
