@@ -20,6 +20,7 @@ public:
     scalar** getG() override;
     scalar* getRhs(scalar* x) override;
     bool hasRhs() override { return true; }
+    bool rhsReadsSolution() override { return false; }
     void setNodes(const NodeIndices& nodes) override;
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, scalar value) override;

@@ -144,6 +144,14 @@ void MNAContext::init() {
         if (nonlinearFlags[i]) nonlinearList.push_back(static_cast<int>(i));
         if (fixedFlags[i]) fixedList.push_back(static_cast<int>(i));
     }
+    constantRhsList.clear();
+    varyingRhsList.clear();
+    for (int i : rhsList) (components[i]->rhsReadsSolution() ? varyingRhsList : constantRhsList).push_back(i);
+    fixedRowShared = false;
+    for (size_t a = 0; a < fixedList.size(); ++a)
+        for (size_t b = a + 1; b < fixedList.size(); ++b)
+            if (slots[fixedList[a]].fixedRow == slots[fixedList[b]].fixedRow) fixedRowShared = true;
+    buildPorts();
     initialized = true;
 }
 
@@ -197,9 +205,23 @@ void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
     if (rhsVector.size() != T) rhsVector.resize(T);
     scalar* rhs = rhsVector.data();
     std::fill(rhs, rhs + T, 0.0f);
-    scalar* xp = xv.data();
+    accumulateRhs(rhsList, xv.data(), rhs);
+    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+}
+
+void MNAContext::computeConstantRhs(scalar* xp, scalar* rhs) {
+    std::fill(rhs, rhs + size(), 0.0f);
+    accumulateRhs(constantRhsList, xp, rhs);
+}
+
+void MNAContext::addVaryingRhs(scalar* xp, scalar* rhs) {
+    accumulateRhs(varyingRhsList, xp, rhs);
+    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+}
+
+void MNAContext::accumulateRhs(const std::vector<int>& list, scalar* xp, scalar* rhs) {
     scalar* fixedAt = fixedValues.data();
-    for (int i : rhsList) {
+    for (int i : list) {
         const Slot& s = slots[i];
         const scalar* r = s.component->getRhs(xp);
         if (!r) continue;
@@ -213,16 +235,88 @@ void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
         }
         for (int j = 0; j < s.m; ++j) rhs[s.firstExtra + j] += r[s.k + j];
     }
-    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedAt[slots[i].fixedRow];
+}
+
+void MNAContext::buildPorts() {
+    portTerms.clear();
+    portSlots.clear();
+    portRows.clear();
+    fixedPorts.clear();
+    const int last = lastNode + extraCount;
+    auto newPort = [this](int plus, int minus) {
+        portRows.emplace_back(plus, minus);
+        return static_cast<int>(portRows.size()) - 1;
+    };
+    for (int i : rhsList) {
+        const Slot& s = slots[i];
+        const int first = static_cast<int>(portTerms.size());
+        int base = -1, baseRow = -1;
+        for (int a = 0; a < s.k; ++a) {
+            const int row = s.nodes[a];
+            if (row == -1) continue;
+            if (row == s.fixedRow) {
+                int port = -1;
+                for (auto& fp : fixedPorts)
+                    if (fp.second == row) port = fp.first;
+                if (port < 0) {
+                    port = newPort(row, -1);
+                    fixedPorts.emplace_back(port, row);
+                }
+                portTerms.push_back({a, port, 2});
+                continue;
+            }
+            if (row > last) continue;  // a node that another component fixes: its value wins
+            if (base < 0) {
+                base = newPort(row, -1);
+                baseRow = row;
+            }
+            // r e_row = r e_base - r (e_base - e_row)
+            portTerms.push_back({a, base, 0});
+            if (row != baseRow) portTerms.push_back({a, newPort(baseRow, row), 1});
+        }
+        for (int j = 0; j < s.m; ++j) portTerms.push_back({s.k + j, newPort(s.firstExtra + j, -1), 0});
+        portSlots.push_back({i, first, static_cast<int>(portTerms.size()) - first});
+    }
+}
+
+void MNAContext::portColumn(int p, scalar* column) const {
+    std::fill(column, column + size(), 0.0f);
+    column[portRows[p].first] = 1.0f;
+    if (portRows[p].second >= 0) column[portRows[p].second] = -1.0f;
+}
+
+void MNAContext::computePortAmplitudes(scalar* xp, scalar* u) {
+    const int P = portCount();
+    for (int p = 0; p < P; ++p) u[p] = 0.0f;
+    scalar* fixedAt = fixedValues.data();
+    for (const PortSlot& ps : portSlots) {
+        const Slot& s = slots[ps.slot];
+        const scalar* r = s.component->getRhs(xp);
+        if (!r) continue;
+        for (int t = ps.first; t < ps.first + ps.count; ++t) {
+            const PortTerm& term = portTerms[t];
+            if (term.op == 0)
+                u[term.port] += r[term.source];
+            else if (term.op == 1)
+                u[term.port] -= r[term.source];
+            else
+                fixedAt[s.nodes[term.source]] = r[term.source];
+        }
+    }
+    for (auto& fp : fixedPorts) u[fp.first] = fixedAt[fp.second];
 }
 
 DenseMatrix& MNAContext::computeJacobian(DenseVector& xv) {
     DenseMatrix& M = *J;
     const int T = static_cast<int>(A->rows());
     std::copy(A->data(), A->data() + static_cast<size_t>(T) * T, M.data());
-    scalar* m = M.data();
+    addJacobianStamps(xv.data(), M.data());
+    return M;
+}
+
+void MNAContext::addJacobianStamps(scalar* xp, scalar* m) {
+    const int T = size();
     const int last = lastNode + extraCount;
-    scalar* xp = xv.data();
     for (int i : nonlinearList) {
         const Slot& s = slots[i];
         scalar** stamp = s.component->getJacobian(xp);
@@ -234,7 +328,6 @@ DenseMatrix& MNAContext::computeJacobian(DenseVector& xv) {
                 if (s.nodes[b] != -1) m[static_cast<size_t>(s.nodes[b]) * T + row] += stamp[a][b];
         }
     }
-    return M;
 }
 
 const ScalarVectorPtr& MNAContext::getOutputs() {

@@ -32,6 +32,29 @@ public:
     DenseMatrix& matrix() { return *A; }
     void computeRhs(DenseVector& x, DenseVector& rhs);
     DenseMatrix& computeJacobian(DenseVector& x);
+
+    // The right-hand side split for iterating solvers: the part that stays the
+    // same through a sample (components whose rhsReadsSolution is false), and
+    // the rest. computeConstantRhs then addVaryingRhs gives what computeRhs gives.
+    void computeConstantRhs(scalar* x, scalar* rhs);
+    void addVaryingRhs(scalar* x, scalar* rhs);
+    // True when the split is exact: no node is fixed by two components.
+    bool rhsSplits() const { return !fixedRowShared; }
+    // Adds the Jacobian stamps of the nonlinear components at x to the T by T
+    // column-major matrix J (whose copy of A the caller made).
+    void addJacobianStamps(scalar* x, scalar* J);
+
+    // The right-hand side as a sum of constant sparse columns ("ports") times
+    // amplitudes. A component's entries map to the unit column of its first
+    // free node and to differences of unit columns, so that a two-terminal
+    // current source (equal and opposite entries) drives one difference column
+    // and nothing else; a fixed node and an extra unknown have a unit column.
+    int portCount() const { return static_cast<int>(portRows.size()); }
+    // Writes port p as a dense column of size() entries.
+    void portColumn(int p, scalar* column) const;
+    // The amplitudes of all ports for x (x may be changed as by computeRhs).
+    void computePortAmplitudes(scalar* x, scalar* u);
+    const std::vector<int>& outputIndex() const { return outputIndices; }
     DenseVector& solution() { return *x; }
     void setSolution(const DenseVector& v) { *x = v; }
     const ScalarVectorPtr& getOutputs();
@@ -89,6 +112,27 @@ private:
     std::vector<int> rhsList;
     std::vector<int> nonlinearList;
     std::vector<int> fixedList;
+    std::vector<int> constantRhsList;
+    std::vector<int> varyingRhsList;
+    bool fixedRowShared = false;
+    void accumulateRhs(const std::vector<int>& list, scalar* x, scalar* rhs);
+    void buildPorts();
+    // A port term: entry `source` of a component's rhs goes to port `port` by
+    // adding (op 0), subtracting (op 1), or as the value of a fixed node (op 2).
+    struct PortTerm {
+        int source;
+        int port;
+        int op;
+    };
+    struct PortSlot {
+        int slot;
+        int first;
+        int count;
+    };
+    std::vector<PortTerm> portTerms;
+    std::vector<PortSlot> portSlots;
+    std::vector<std::pair<int, int>> portRows;  // +1 at first, -1 at second (or -1: none)
+    std::vector<std::pair<int, int>> fixedPorts;  // port, fixed row
 };
 
 } // namespace kelm

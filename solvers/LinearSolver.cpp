@@ -11,9 +11,10 @@ void LinearSolver::init(const std::shared_ptr<MNAContext>& ctx) {
     context->assembleMatrix();
     A = context->matrix();
     n = static_cast<int>(A.rows());
-    rhs.setZero(n);
     spare.setZero(n);
     pivots.assign(n, 0);
+    responses.setZero(n, context->portCount());
+    amplitudes.setZero(context->portCount());
     initMatrix();
 }
 
@@ -26,27 +27,24 @@ void LinearSolver::initMatrix() {
     ++factorCount;
     status = ludcmp(n, A.data(), n, pivots.data());
     if (status != 0) throw KELMException(str("ludcmp returned error: ", status));
-    if (inverse.rows() != n) inverse.resize(n, n);
-    if (spare.size() != n) spare.resize(n);
-    spare.setZero();
-    for (int c = 0; c < n; ++c) {
-        spare[c] = 1.0f;
-        status = lubksb(n, A.data(), n, pivots.data(), inverse.col(c).data(), spare.data());
+    for (int p = 0; p < responses.cols(); ++p) {
+        context->portColumn(p, spare.data());
+        status = lubksb(n, A.data(), n, pivots.data(), responses.col(p).data(), spare.data());
         if (status != 0) throw KELMException(str("LinearSolver: lubksb returned error: ", status));
-        spare[c] = 0.0f;
     }
 }
 
 bool LinearSolver::solve(DenseVector& x) {
-    context->computeRhs(x, rhs);
+    float* __restrict u = amplitudes.data();
+    context->computePortAmplitudes(x.data(), u);
     float* __restrict y = x.data();
-    const float* __restrict b = rhs.data();
-    const float* __restrict inv = inverse.data();
+    const float* __restrict R = responses.data();
+    const int P = static_cast<int>(responses.cols());
     for (int i = 0; i < n; ++i) y[i] = 0.0f;
-    for (int j = 0; j < n; ++j) {
-        const float t = b[j];
+    for (int p = 0; p < P; ++p) {
+        const float t = u[p];
         if (t == 0.0f) continue;
-        const float* column = inv + static_cast<std::ptrdiff_t>(j) * n;
+        const float* column = R + static_cast<std::ptrdiff_t>(p) * n;
         for (int i = 0; i < n; ++i) y[i] += column[i] * t;
     }
     return true;

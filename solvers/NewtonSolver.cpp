@@ -73,6 +73,127 @@ void NewtonSolver::initMatrix() {
     n = lda = static_cast<int>(A.rows());
     pivots.assign(n, 0);
     m = context->fixedMarker() + 1 + n;
+    fast = nullptr;
+    if (context->rhsSplits()) {
+        switch (n) {
+        case 1: fast = pickSmall<1>(m); break;
+        case 2: fast = pickSmall<2>(m); break;
+        case 3: fast = pickSmall<3>(m); break;
+        case 4: fast = pickSmall<4>(m); break;
+        case 5: fast = pickSmall<5>(m); break;
+        case 6: fast = pickSmall<6>(m); break;
+        default: break;
+        }
+    }
+}
+
+template <int N>
+NewtonSolver::SmallSolve NewtonSolver::pickSmall(int m) {
+    switch (m) {
+    case 1: return &NewtonSolver::solveSmall<N, 1>;
+    case 2: if constexpr (N >= 2) return &NewtonSolver::solveSmall<N, 2>; break;
+    case 3: if constexpr (N >= 3) return &NewtonSolver::solveSmall<N, 3>; break;
+    case 4: if constexpr (N >= 4) return &NewtonSolver::solveSmall<N, 4>; break;
+    case 5: if constexpr (N >= 5) return &NewtonSolver::solveSmall<N, 5>; break;
+    case 6: if constexpr (N >= 6) return &NewtonSolver::solveSmall<N, 6>; break;
+    default: break;
+    }
+    return nullptr;
+}
+
+void NewtonSolver::predict(DenseVector& x) {
+    if (extrapolationOrder == 1) {
+        for (int i = 0; i < m; ++i) x0[i] = 2 * x[i] - xm1[i] + errorCorrectionFactor * (x[i] - predicted[i]);
+    } else {
+        for (int i = 0; i < m; ++i)
+            x0[i] = 2.5f * x[i] - 2 * xm1[i] + 0.5f * xm2[i] + errorCorrectionFactor * (x[i] - predicted[i]);
+        std::copy(xm1.data(), xm1.data() + n, xm2.data());
+    }
+    std::copy(x0.data(), x0.data() + n, predicted.data());
+    std::copy(x.data(), x.data() + n, xm1.data());
+}
+
+template <int N, int M>
+bool NewtonSolver::solveSmall(DenseVector& x) {
+    float* __restrict X = x0.data();
+    std::copy(x.data(), x.data() + N, X);
+    if (accelerate) predict(x);
+    float F0[N], F[N], B[N], D[N], J[N * N];
+    int piv[M];
+    for (int i = 0; i < N; ++i) D[i] = 0.0f;
+    // Sources and capacitor memory do not change within the sample.
+    context->computeConstantRhs(X, F0);
+    const float* __restrict a = A.data();
+    int k = 0;
+    while (k < maxIter) {
+        ++k;
+        for (int i = 0; i < N; ++i) F[i] = F0[i];
+        context->addVaryingRhs(X, F);
+        // Residual A x - f.
+        for (int i = 0; i < N; ++i) B[i] = 0.0f;
+        for (int j = 0; j < N; ++j) {
+            const float t = X[j];
+            for (int i = 0; i < N; ++i) B[i] += a[j * N + i] * t;
+        }
+        for (int i = 0; i < N; ++i) B[i] += -1.0f * F[i];
+        for (int i = 0; i < N * N; ++i) J[i] = a[i];
+        context->addJacobianStamps(X, J);
+        // Forced unknowns move in one step; their columns leave the system.
+        for (int i = M; i < N; ++i) {
+            const float bi = B[i];
+            for (int r = 0; r < M; ++r) B[r] -= bi * J[i * N + r];
+            D[i] = bi;
+        }
+        // LU with partial pivoting of the leading M by M block, as ludcmp does it.
+        for (int i = 0; i < M; ++i) piv[i] = i;
+        for (int c = 0; c < M; ++c) {
+            int p = c;
+            float best = std::fabs(J[c * N + c]);
+            for (int i = c + 1; i < M; ++i) {
+                const float v = std::fabs(J[c * N + i]);
+                if (v > best) {
+                    best = v;
+                    p = i;
+                }
+            }
+            if (p != c) {
+                std::swap(piv[c], piv[p]);
+                for (int col = 0; col < M; ++col) std::swap(J[col * N + c], J[col * N + p]);
+            }
+            const float d = J[c * N + c];
+            if (!(std::fabs(d) >= 1e-20f)) throw KELMException(str("ludcmp returned error: ", -1));
+            const float r = reciprocal(d);
+            for (int i = c + 1; i < M; ++i) J[c * N + i] *= r;
+            for (int col = c + 1; col < M; ++col) {
+                const float u = J[col * N + c];
+                for (int i = c + 1; i < M; ++i) J[col * N + i] -= u * J[c * N + i];
+            }
+        }
+        // Forward and back substitution, as lubksb does it.
+        for (int i = 0; i < M; ++i) D[i] = B[piv[i]];
+        for (int c = 0; c + 1 < M; ++c) {
+            const float dc = D[c];
+            if (dc == 0.0f) continue;
+            for (int j = c + 1; j < M; ++j) D[j] -= dc * J[c * N + j];
+        }
+        for (int c = M - 1; c >= 0; --c) {
+            D[c] *= reciprocal(J[c * N + c]);
+            const float dc = D[c];
+            for (int j = 0; j < c; ++j) D[j] -= dc * J[c * N + j];
+        }
+        const float step = -relaxation;
+        for (int i = 0; i < N; ++i) X[i] += step * D[i];
+        float worst = std::fabs(D[0]) - relativeTollerance * std::fabs(X[0]);
+        for (int i = 1; i < N; ++i) {
+            const float e = std::fabs(D[i]) - relativeTollerance * std::fabs(X[i]);
+            if (e > worst) worst = e;
+        }
+        if (!(worst > 0)) break;
+    }
+    if (accelerate) std::copy(X, X + N, previous.data());
+    std::copy(X, X + N, x.data());
+    iterations = k;
+    return k < maxIter;
 }
 
 void NewtonSolver::reducedSolve(DenseMatrix& J) {
@@ -90,19 +211,9 @@ void NewtonSolver::reducedSolve(DenseMatrix& J) {
 
 bool NewtonSolver::solve(DenseVector& x) {
     if (!initialized) throw KELMException("NewtonSolver: Not initialized.");
+    if (fast && !generalOnly && fixedPointSteps == 0 && !diagonal) return (this->*fast)(x);
     std::copy(x.data(), x.data() + n, x0.data());
-    if (accelerate) {
-        if (extrapolationOrder == 1) {
-            for (int i = 0; i < m; ++i)
-                x0[i] = 2 * x[i] - xm1[i] + errorCorrectionFactor * (x[i] - predicted[i]);
-        } else {
-            for (int i = 0; i < m; ++i)
-                x0[i] = 2.5f * x[i] - 2 * xm1[i] + 0.5f * xm2[i] + errorCorrectionFactor * (x[i] - predicted[i]);
-            std::copy(xm1.data(), xm1.data() + n, xm2.data());
-        }
-        std::copy(x0.data(), x0.data() + n, predicted.data());
-        std::copy(x.data(), x.data() + n, xm1.data());
-    }
+    if (accelerate) predict(x);
     std::fill(dx.data(), dx.data() + n, 0.0f);
     int k = 0;
     while (k < maxIter) {

@@ -20,9 +20,22 @@ public:
     // Iterations used by the last solve (for benchmarks and tests).
     int lastIterations() const { return iterations; }
     int maxIterations() const { return maxIter; }
+    // Runs every sample through the general path even where a specialised one
+    // exists (tests compare the two).
+    void useGeneralPath(bool on) { generalOnly = on; }
+    // Whether the last solve took the specialised path.
+    bool specialised() const { return fast != nullptr && !generalOnly && fixedPointSteps == 0 && !diagonal; }
 
 private:
+    typedef bool (NewtonSolver::*SmallSolve)(DenseVector& x);
     void reducedSolve(DenseMatrix& J);
+    void predict(DenseVector& x);
+    // The same iteration for an order of N with M solved unknowns, sizes known
+    // to the compiler, the rhs of sources and capacitors taken once per sample.
+    template <int N, int M>
+    bool solveSmall(DenseVector& x);
+    template <int N>
+    static SmallSolve pickSmall(int m);
 
     float relativeTollerance = 0;
     float absoluteTollerance = 0;
@@ -45,6 +58,8 @@ private:
     bool propertiesSet = false;
     bool initialized = false;
     int iterations = 0;
+    SmallSolve fast = nullptr;
+    bool generalOnly = false;
 };
 
 } // namespace kelm
