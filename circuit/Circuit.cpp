@@ -131,7 +131,10 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
         for (int j = 0; j < numberOfInputs; ++j) in[j] = inputs[j] ? inputs[j][i] : 0.0f;
         if (ac) context->notifyNextSample();
         if (context->matrixChanged()) {
-            solver.initMatrix();
+            if (context->onlySignalStampsChanged())
+                solver.restamp();
+            else
+                solver.initMatrix();
             context->setMatrixChanged(false);
         }
         solver.solve(state);

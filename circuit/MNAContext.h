@@ -63,7 +63,20 @@ public:
     std::vector<MNAEventListener*>& listeners() { return listenerList; }
     void addListener(MNAEventListener* l);
     bool matrixChanged() const { return changed; }
-    void setMatrixChanged(bool flag) { changed = flag; }
+    void setMatrixChanged(bool flag) {
+        changed = flag;
+        onlySignalStamps = false;
+    }
+    // Sets matrixChanged on behalf of a component with signal-dependent stamps;
+    // as long as only such components changed, restampSignalDependent suffices.
+    void setStampsChanged() {
+        if (!changed) onlySignalStamps = true;
+        changed = true;
+    }
+    bool onlySignalStampsChanged() const { return changed && onlySignalStamps; }
+    // A := the sum of the other stamps, kept from the last assembleMatrix, plus
+    // the present stamps of the components with signal-dependent stamps.
+    void restampSignalDependent();
     int fixedMarker() const { return fixedMarkerValue; }
     bool isInitialized() const { return initialized; }
     int size() const { return lastNode + extraCount - fixedMarkerValue; }
@@ -99,6 +112,8 @@ private:
     int analysisType = 1;
     bool initialized = false;
     bool changed = false;
+    bool onlySignalStamps = false;
+    DenseMatrix steadyPart;  // A without the signal-dependent stamps
     // What the per-iteration loops need of each component, without indirections.
     struct Slot {
         Component* component;
@@ -112,17 +127,34 @@ private:
     std::vector<int> rhsList;
     std::vector<int> nonlinearList;
     std::vector<int> fixedList;
-    std::vector<int> constantRhsList;
-    std::vector<int> varyingRhsList;
+    std::vector<int> signalDependentList;
+    void stamp(const Slot& s, scalar* M);
+    // Flat lists of where each entry of a component's rhs or Jacobian stamp
+    // goes, made once in init, so that the per-iteration loops only add.
+    struct Entry {
+        int a;     // rhs entry, or stamp row
+        int b;     // 1 for the value of a fixed node (rhs), or stamp column
+        int dest;  // rhs row, or offset in the column-major T by T matrix
+    };
+    struct EntryRange {
+        Component* component;
+        int first;
+        int count;
+    };
+    std::vector<Entry> entries;
+    std::vector<EntryRange> allRhs, constantRhs, varyingRhs, jacobianStamps;
     bool fixedRowShared = false;
-    void accumulateRhs(const std::vector<int>& list, scalar* x, scalar* rhs);
+    void buildEntries();
+    void accumulateRhs(const std::vector<EntryRange>& list, scalar* x, scalar* rhs);
     void buildPorts();
-    // A port term: entry `source` of a component's rhs goes to port `port` by
-    // adding (op 0), subtracting (op 1), or as the value of a fixed node (op 2).
+    // A port term: entry `source` of a component's rhs goes to port `port`
+    // times `sign` (1 or -1), or, with `fixedRow` not -1, is the value of that
+    // fixed node.
     struct PortTerm {
         int source;
         int port;
-        int op;
+        float sign;
+        int fixedRow;
     };
     struct PortSlot {
         int slot;

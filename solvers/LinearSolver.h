@@ -21,6 +21,8 @@ public:
     bool solve(DenseVector& x) override;
     // Number of factorisations done so far (for tests and benchmarks).
     long factorizations() const { return factorCount; }
+    // x := responses times amplitudes (responses, amplitudes, ports, x, n).
+    typedef void (*Combine)(const float*, const float*, int, float*, int);
 
 private:
     DenseMatrix A;
@@ -31,6 +33,7 @@ private:
     long factorCount = 0;
     DenseMatrix responses;  // n by ports: the solution for each port's unit amplitude
     DenseVector amplitudes;
+    Combine combiner = nullptr;
 };
 
 } // namespace kelm

@@ -9,6 +9,14 @@
 #include "engine/Str.h"
 #include "solvers/SolverProperties.h"
 
+// The loops of the small solves have bounds known to the compiler: unrolled
+// whole, they leave only the arithmetic.
+#if defined(__GNUC__) && !defined(__clang__)
+#define KELM_UNROLL _Pragma("GCC unroll 36")
+#else
+#define KELM_UNROLL
+#endif
+
 namespace kelm {
 
 void NewtonSolver::setProperties(const PropertyMapPtr& properties) {
@@ -87,6 +95,17 @@ void NewtonSolver::initMatrix() {
     }
 }
 
+void NewtonSolver::restamp() {
+    // Newton factors the Jacobian anyway: a new A is all that it needs, unless
+    // fixed-point steps keep a factorisation of A.
+    if (fixedPointSteps > 0 || !initialized) {
+        initMatrix();
+        return;
+    }
+    context->restampSignalDependent();
+    std::copy(context->matrix().data(), context->matrix().data() + A.size(), A.data());
+}
+
 template <int N>
 NewtonSolver::SmallSolve NewtonSolver::pickSmall(int m) {
     switch (m) {
@@ -120,6 +139,7 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
     if (accelerate) predict(x);
     float F0[N], F[N], B[N], D[N], J[N * N];
     int piv[M];
+    KELM_UNROLL
     for (int i = 0; i < N; ++i) D[i] = 0.0f;
     // Sources and capacitor memory do not change within the sample.
     context->computeConstantRhs(X, F0);
@@ -127,28 +147,39 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
     int k = 0;
     while (k < maxIter) {
         ++k;
+        KELM_UNROLL
         for (int i = 0; i < N; ++i) F[i] = F0[i];
         context->addVaryingRhs(X, F);
         // Residual A x - f.
+        KELM_UNROLL
         for (int i = 0; i < N; ++i) B[i] = 0.0f;
+        KELM_UNROLL
         for (int j = 0; j < N; ++j) {
             const float t = X[j];
+            KELM_UNROLL
             for (int i = 0; i < N; ++i) B[i] += a[j * N + i] * t;
         }
+        KELM_UNROLL
         for (int i = 0; i < N; ++i) B[i] += -1.0f * F[i];
+        KELM_UNROLL
         for (int i = 0; i < N * N; ++i) J[i] = a[i];
         context->addJacobianStamps(X, J);
         // Forced unknowns move in one step; their columns leave the system.
+        KELM_UNROLL
         for (int i = M; i < N; ++i) {
             const float bi = B[i];
+            KELM_UNROLL
             for (int r = 0; r < M; ++r) B[r] -= bi * J[i * N + r];
             D[i] = bi;
         }
         // LU with partial pivoting of the leading M by M block, as ludcmp does it.
+        KELM_UNROLL
         for (int i = 0; i < M; ++i) piv[i] = i;
+        KELM_UNROLL
         for (int c = 0; c < M; ++c) {
             int p = c;
             float best = std::fabs(J[c * N + c]);
+            KELM_UNROLL
             for (int i = c + 1; i < M; ++i) {
                 const float v = std::fabs(J[c * N + i]);
                 if (v > best) {
@@ -158,32 +189,43 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
             }
             if (p != c) {
                 std::swap(piv[c], piv[p]);
+                KELM_UNROLL
                 for (int col = 0; col < M; ++col) std::swap(J[col * N + c], J[col * N + p]);
             }
             const float d = J[c * N + c];
             if (!(std::fabs(d) >= 1e-20f)) throw KELMException(str("ludcmp returned error: ", -1));
             const float r = reciprocal(d);
+            KELM_UNROLL
             for (int i = c + 1; i < M; ++i) J[c * N + i] *= r;
+            KELM_UNROLL
             for (int col = c + 1; col < M; ++col) {
                 const float u = J[col * N + c];
+                KELM_UNROLL
                 for (int i = c + 1; i < M; ++i) J[col * N + i] -= u * J[c * N + i];
             }
         }
         // Forward and back substitution, as lubksb does it.
+        KELM_UNROLL
         for (int i = 0; i < M; ++i) D[i] = B[piv[i]];
+        KELM_UNROLL
         for (int c = 0; c + 1 < M; ++c) {
             const float dc = D[c];
             if (dc == 0.0f) continue;
+            KELM_UNROLL
             for (int j = c + 1; j < M; ++j) D[j] -= dc * J[c * N + j];
         }
+        KELM_UNROLL
         for (int c = M - 1; c >= 0; --c) {
             D[c] *= reciprocal(J[c * N + c]);
             const float dc = D[c];
+            KELM_UNROLL
             for (int j = 0; j < c; ++j) D[j] -= dc * J[c * N + j];
         }
         const float step = -relaxation;
+        KELM_UNROLL
         for (int i = 0; i < N; ++i) X[i] += step * D[i];
         float worst = std::fabs(D[0]) - relativeTollerance * std::fabs(X[0]);
+        KELM_UNROLL
         for (int i = 1; i < N; ++i) {
             const float e = std::fabs(D[i]) - relativeTollerance * std::fabs(X[i]);
             if (e > worst) worst = e;
@@ -192,7 +234,7 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
     }
     if (accelerate) std::copy(X, X + N, previous.data());
     std::copy(X, X + N, x.data());
-    iterations = k;
+    count(k);
     return k < maxIter;
 }
 
@@ -242,7 +284,7 @@ bool NewtonSolver::solve(DenseVector& x) {
     }
     if (accelerate) std::copy(x0.data(), x0.data() + n, previous.data());
     std::copy(x0.data(), x0.data() + n, x.data());
-    iterations = k;
+    count(k);
     return k < maxIter;
 }
 

@@ -15,11 +15,16 @@ public:
     void setProperties(const PropertyMapPtr& properties) override;
     void init(const std::shared_ptr<MNAContext>& context) override;
     void initMatrix() override;
+    void restamp() override;
     bool solve(DenseVector& x) override;
 
     // Iterations used by the last solve (for benchmarks and tests).
     int lastIterations() const { return iterations; }
     int maxIterations() const { return maxIter; }
+    // Running totals since init: solves, iterations, solves that used MaxIterations.
+    long solveCount() const { return solves; }
+    long iterationCount() const { return totalIterations; }
+    long cappedCount() const { return capped; }
     // Runs every sample through the general path even where a specialised one
     // exists (tests compare the two).
     void useGeneralPath(bool on) { generalOnly = on; }
@@ -58,6 +63,13 @@ private:
     bool propertiesSet = false;
     bool initialized = false;
     int iterations = 0;
+    long solves = 0, totalIterations = 0, capped = 0;
+    void count(int k) {
+        iterations = k;
+        ++solves;
+        totalIterations += k;
+        capped += k >= maxIter;
+    }
     SmallSolve fast = nullptr;
     bool generalOnly = false;
 };

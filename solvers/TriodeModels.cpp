@@ -129,8 +129,32 @@ scalar NKTriodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk) {
 }
 
 const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk) {
-    (*derivativeVector)[0] = dIdVgk(vgk, vpk);
-    (*derivativeVector)[1] = dIdVpk(vgk, vpk);
+    ScalarVector& d = *derivativeVector;
+    if (direct) {
+        d[0] = dIdVgk(vgk, vpk);
+        d[1] = dIdVpk(vgk, vpk);
+        return derivativeVector;
+    }
+    // Both derivative tables share the cell: locate it once, interpolate twice.
+    if (vpk <= 0 || VgkMin > vgk) {
+        d[0] = d[1] = 0.0f;
+        return derivativeVector;
+    }
+    vpk = std::min(vpk, VpMax);
+    const float Vg = std::min(vgk, VgkMax);
+    const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
+    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
+    const float p0 = j * deltaVpk;
+    const float g0 = i * deltaVgk + VgkMin;
+    const float g1 = g0 + deltaVgk;
+    const float wg0 = g1 - Vg, wg1 = Vg - g0, wp0 = p0 + deltaVpk - vpk, wp1 = vpk - p0;
+    const float area = deltaVgk * deltaVpk;
+    const size_t at = static_cast<size_t>(i) * cols + j;
+    for (int t = 0; t < 2; ++t) {
+        const float* r0 = (t == 0 ? dVgkTable : dVpkTable).data() + at;
+        const float* r1 = r0 + cols;
+        d[t] = ((wg0 * r0[0] + wg1 * r1[0]) * wp0 + r0[1] * wg0 * wp1 + r1[1] * wg1 * wp1) / area;
+    }
     return derivativeVector;
 }
 
