@@ -98,7 +98,7 @@ void NewtonSolver::initMatrix() {
 void NewtonSolver::restamp() {
     // Newton factors the Jacobian anyway: a new A is all that it needs, unless
     // fixed-point steps keep a factorisation of A.
-    if (fixedPointSteps > 0 || !initialized) {
+    if (generalOnly || fixedPointSteps > 0 || !initialized) {
         initMatrix();
         return;
     }

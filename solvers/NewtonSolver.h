@@ -26,7 +26,7 @@ public:
     long iterationCount() const { return totalIterations; }
     long cappedCount() const { return capped; }
     // Runs every sample through the general path even where a specialised one
-    // exists (tests compare the two).
+    // exists, and rebuilds A in full on every change (tests compare the two).
     void useGeneralPath(bool on) { generalOnly = on; }
     // Whether the last solve took the specialised path.
     bool specialised() const { return fast != nullptr && !generalOnly && fixedPointSteps == 0 && !diagonal; }
