@@ -14,11 +14,12 @@ namespace kelm {
 namespace {
 // The terms of the Koren equation at one operating point, in double.
 struct KorenTerms {
-    double Vp, Vg, s, e, E1, sgn;
+    double Vp, Vg, s, e, log1e, E1, sgn;
     KorenTerms(double vp, double vg, double Kp, double Kvb, double mu, double gridOffset) : Vp(vp), Vg(vg) {
         s = std::sqrt(Vp * Vp + Kvb);
         e = std::exp(Kp * (1 / mu + (Vg + gridOffset) / s));
-        E1 = (Vp / Kp) * std::log(1 + e);
+        log1e = std::log(1 + e);
+        E1 = (Vp / Kp) * log1e;
         sgn = E1 < 0 ? -1.0 : 1.0;
     }
 };
@@ -76,15 +77,32 @@ void NKTriodeAnodeCurrent::buildTables() {
     currentTable.assign(static_cast<size_t>(rows) * cols, 0.0f);
     dVgkTable.assign(currentTable.size(), 0.0f);
     dVpkTable.assign(currentTable.size(), 0.0f);
+    // The three tables hold current, dIdVgk and dIdVpk as their direct forms
+    // give them; the terms that the three share (and, with no contact
+    // potential, the terms of dIdVpk too) are computed once per grid point.
+    std::vector<double> plateTerm(cols);
+    for (int j = 0; j < cols; ++j) {
+        const double vp = std::min(j * deltaVpk, VpMax);
+        plateTerm[j] = std::pow(vp * vp + Kvb, -1.5);
+    }
     for (int i = 0; i < rows; ++i) {
         const float vgk = i * deltaVgk + VgkMin;
         for (int j = 0; j < cols; ++j) {
             const float vpk = j * deltaVpk;
             const size_t k = static_cast<size_t>(i) * cols + j;
-            float c = current(vgk, vpk);
+            if (vpk <= 0 || VgkMin > vgk) continue;  // no current, no slope: the entries stay 0
+            const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
+            const float c = static_cast<scalar>(std::pow(t.E1, Ex) * (1 + t.sgn) / Kg);
             currentTable[k] = c >= 1e-9f ? c : 0.0f;
-            dVgkTable[k] = dIdVgk(vgk, vpk);
-            dVpkTable[k] = dIdVpk(vgk, vpk);
+            const double p = std::pow(t.E1, Ex - 1);
+            dVgkTable[k] = static_cast<scalar>(p * (Ex / Kg) * (1 + t.sgn) * t.Vp * t.e / ((1 + t.e) * t.s));
+            if (Vct == 0) {
+                const double L = t.log1e / Kp;
+                dVpkTable[k] = static_cast<scalar>((L - plateTerm[j] * (t.e / (1 + t.e)) * t.Vg * t.Vp * t.Vp) * p *
+                                                   (Ex / Kg) * (1 + t.sgn));
+            } else {
+                dVpkTable[k] = dIdVpk(vgk, vpk);
+            }
         }
     }
     direct = false;
