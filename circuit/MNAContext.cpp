@@ -209,7 +209,9 @@ void MNAContext::assembleMatrix() {
 }
 
 void MNAContext::restampSignalDependent() {
-    std::copy(steadyPart.data(), steadyPart.data() + steadyPart.size(), A->data());
+    const scalar* from = steadyPart.data();
+    scalar* to = A->data();
+    for (Eigen::Index i = 0, size = steadyPart.size(); i < size; ++i) to[i] = from[i];
     for (int i : signalDependentList) stamp(slots[i], A->data());
 }
 

@@ -135,8 +135,29 @@ void NewtonSolver::predict(DenseVector& x) {
 template <int N, int M>
 bool NewtonSolver::solveSmall(DenseVector& x) {
     float* __restrict X = x0.data();
-    std::copy(x.data(), x.data() + N, X);
-    if (accelerate) predict(x);
+    float* __restrict xs = x.data();
+    KELM_UNROLL
+    for (int i = 0; i < N; ++i) X[i] = xs[i];
+    if (accelerate) {
+        // predict(), with the sizes known.
+        float* __restrict m1 = xm1.data();
+        float* __restrict m2 = xm2.data();
+        float* __restrict pr = predicted.data();
+        const float ecf = errorCorrectionFactor;
+        if (extrapolationOrder == 1) {
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) X[i] = 2 * xs[i] - m1[i] + ecf * (xs[i] - pr[i]);
+        } else {
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) X[i] = 2.5f * xs[i] - 2 * m1[i] + 0.5f * m2[i] + ecf * (xs[i] - pr[i]);
+            KELM_UNROLL
+            for (int i = 0; i < N; ++i) m2[i] = m1[i];
+        }
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) pr[i] = X[i];
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) m1[i] = xs[i];
+    }
     float F0[N], F[N], B[N], D[N], J[N * N];
     int piv[M];
     KELM_UNROLL
@@ -150,19 +171,26 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
         KELM_UNROLL
         for (int i = 0; i < N; ++i) F[i] = F0[i];
         context->addVaryingRhs(X, F);
-        // Residual A x - f.
+        // Residual A x - f. The rows of fixed nodes in A are unit rows: their
+        // product is x itself.
         KELM_UNROLL
-        for (int i = 0; i < N; ++i) B[i] = 0.0f;
+        for (int i = 0; i < M; ++i) B[i] = 0.0f;
         KELM_UNROLL
         for (int j = 0; j < N; ++j) {
             const float t = X[j];
             KELM_UNROLL
-            for (int i = 0; i < N; ++i) B[i] += a[j * N + i] * t;
+            for (int i = 0; i < M; ++i) B[i] += a[j * N + i] * t;
         }
         KELM_UNROLL
-        for (int i = 0; i < N; ++i) B[i] += -1.0f * F[i];
+        for (int i = M; i < N; ++i) B[i] = X[i];
         KELM_UNROLL
-        for (int i = 0; i < N * N; ++i) J[i] = a[i];
+        for (int i = 0; i < N; ++i) B[i] += -1.0f * F[i];
+        // The Jacobian's rows of fixed nodes are never read.
+        KELM_UNROLL
+        for (int j = 0; j < N; ++j) {
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) J[j * N + i] = a[j * N + i];
+        }
         context->addJacobianStamps(X, J);
         // Forced unknowns move in one step; their columns leave the system.
         KELM_UNROLL
@@ -232,8 +260,12 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
         }
         if (!(worst > 0)) break;
     }
-    if (accelerate) std::copy(X, X + N, previous.data());
-    std::copy(X, X + N, x.data());
+    if (accelerate) {
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) previous[i] = X[i];
+    }
+    KELM_UNROLL
+    for (int i = 0; i < N; ++i) xs[i] = X[i];
     count(k);
     return k < maxIter;
 }
