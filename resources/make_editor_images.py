@@ -47,6 +47,16 @@ def knob_angle(v):
     return -SWEEP / 2 + SWEEP * v
 
 
+def shaded_disc(cr, x, y, r, light, dark, highlight=(-3, -3), inner=1):
+    """A disc lit from the upper left: `light` at the highlight fading to `dark` at the rim."""
+    rg = cairo.RadialGradient(x + highlight[0], y + highlight[1], inner, x, y, r + 1)
+    rg.add_color_stop_rgb(0, *light)
+    rg.add_color_stop_rgb(1, *dark)
+    cr.set_source(rg)
+    cr.arc(x, y, r, 0, 2 * math.pi)
+    cr.fill()
+
+
 def rounded_rect(cr, x, y, w, h, r):
     cr.new_sub_path()
     cr.arc(x + w - r, y + r, r, -math.pi / 2, 0)
@@ -78,12 +88,7 @@ def background(ctl):
     cr.stroke()
     # Four panel screws.
     for sx, sy in ((20, 20), (w - 20, 20), (20, h - 20), (w - 20, h - 20)):
-        rg = cairo.RadialGradient(sx - 2, sy - 2, 1, sx, sy, 6)
-        rg.add_color_stop_rgb(0, 0.95, 0.95, 0.95)
-        rg.add_color_stop_rgb(1, 0.45, 0.45, 0.45)
-        cr.set_source(rg)
-        cr.arc(sx, sy, 5.5, 0, 2 * math.pi)
-        cr.fill()
+        shaded_disc(cr, sx, sy, 5.5, (0.95, 0.95, 0.95), (0.45, 0.45, 0.45), highlight=(-2, -2))
         cr.set_source_rgb(0.3, 0.3, 0.3)
         cr.set_line_width(1.2)
         cr.move_to(sx - 4, sy + 1.5)
@@ -168,12 +173,7 @@ def background(ctl):
     cr.set_source_rgb(0.25, 0.22, 0.2)
     cr.arc(lx, ly, 11, 0, 2 * math.pi)
     cr.fill()
-    rg = cairo.RadialGradient(lx - 3, ly - 3, 1, lx, ly, 9)
-    rg.add_color_stop_rgb(0, 1.0, 0.85, 0.5)
-    rg.add_color_stop_rgb(1, 0.75, 0.18, 0.05)
-    cr.set_source(rg)
-    cr.arc(lx, ly, 8, 0, 2 * math.pi)
-    cr.fill()
+    shaded_disc(cr, lx, ly, 8, (1.0, 0.85, 0.5), (0.75, 0.18, 0.05))
     return s
 
 
@@ -198,12 +198,7 @@ def knob_frame(cr, v):
         cr.move_to(c + 27 * math.sin(a), c - 27 * math.cos(a))
         cr.line_to(c + 31.5 * math.sin(a), c - 31.5 * math.cos(a))
         cr.stroke()
-    rg = cairo.RadialGradient(c - 8, c - 10, 2, c, c, 26)
-    rg.add_color_stop_rgb(0, 0.42, 0.40, 0.38)
-    rg.add_color_stop_rgb(1, 0.10, 0.09, 0.09)
-    cr.set_source(rg)
-    cr.arc(c, c, 25, 0, 2 * math.pi)
-    cr.fill()
+    shaded_disc(cr, c, c, 25, (0.42, 0.40, 0.38), (0.10, 0.09, 0.09), highlight=(-8, -10), inner=2)
     # The pointer: a cream line from near the centre to the rim.
     cr.set_source_rgb(*CREAM)
     cr.set_line_width(3.5)
@@ -213,115 +208,98 @@ def knob_frame(cr, v):
     cr.stroke()
 
 
+def strip(width, frame_height, frames, draw):
+    """A bitmap of frames stacked from the top; draw(cr, i) paints frame i at the origin."""
+    s = cairo.ImageSurface(cairo.FORMAT_ARGB32, width, frame_height * frames)
+    cr = cairo.Context(s)
+    for i in range(frames):
+        cr.save()
+        cr.translate(0, i * frame_height)
+        draw(cr, i)
+        cr.restore()
+    return s
+
+
 def knob_strip():
-    s = cairo.ImageSurface(cairo.FORMAT_ARGB32, KNOB, KNOB * KNOB_FRAMES)
-    cr = cairo.Context(s)
-    for i in range(KNOB_FRAMES):
-        cr.save()
-        cr.translate(0, i * KNOB)
-        knob_frame(cr, i / (KNOB_FRAMES - 1))
-        cr.restore()
-    return s
+    return strip(KNOB, KNOB, KNOB_FRAMES, lambda cr, i: knob_frame(cr, i / (KNOB_FRAMES - 1)))
 
 
-def horizontal_switch():
-    w, fh = 40, 20
-    s = cairo.ImageSurface(cairo.FORMAT_ARGB32, w, fh * 3)
-    cr = cairo.Context(s)
-    for i in range(3):
-        y = i * fh
-        rounded_rect(cr, 1, y + 5, w - 2, 10, 5)
-        cr.set_source_rgb(0.10, 0.09, 0.08)
-        cr.fill()
-        x = 7 + i * 13
-        g = cairo.LinearGradient(0, y + 1, 0, y + 19)
-        g.add_color_stop_rgb(0, 0.97, 0.97, 0.95)
-        g.add_color_stop_rgb(1, 0.55, 0.55, 0.55)
-        rounded_rect(cr, x - 6, y + 1, 12, 18, 3)
-        cr.set_source(g)
-        cr.fill_preserve()
-        cr.set_source_rgb(0.25, 0.25, 0.25)
-        cr.set_line_width(1)
-        cr.stroke()
-        for gx in (-2.5, 0, 2.5):
-            cr.move_to(x + gx + 0.5, y + 5)
-            cr.line_to(x + gx + 0.5, y + 15)
-        cr.stroke()
-    return s
+def horizontal_switch_frame(cr, i):
+    """The slot of the three-way switch with its lever at position i."""
+    w = 40
+    rounded_rect(cr, 1, 5, w - 2, 10, 5)
+    cr.set_source_rgb(0.10, 0.09, 0.08)
+    cr.fill()
+    x = 7 + i * 13
+    g = cairo.LinearGradient(0, 1, 0, 19)
+    g.add_color_stop_rgb(0, 0.97, 0.97, 0.95)
+    g.add_color_stop_rgb(1, 0.55, 0.55, 0.55)
+    rounded_rect(cr, x - 6, 1, 12, 18, 3)
+    cr.set_source(g)
+    cr.fill_preserve()
+    cr.set_source_rgb(0.25, 0.25, 0.25)
+    cr.set_line_width(1)
+    cr.stroke()
+    for gx in (-2.5, 0, 2.5):
+        cr.move_to(x + gx + 0.5, 5)
+        cr.line_to(x + gx + 0.5, 15)
+    cr.stroke()
 
 
-def toggle_switch():
-    size = 56
-    s = cairo.ImageSurface(cairo.FORMAT_ARGB32, size, size * 2)
-    cr = cairo.Context(s)
-    for i in range(2):
-        c = size / 2
-        cr.save()
-        cr.translate(0, i * size)
-        # Hex nut and bushing.
-        cr.set_source_rgb(0.62, 0.62, 0.60)
-        for k in range(6):
-            a = math.pi / 6 + k * math.pi / 3
-            (cr.move_to if k == 0 else cr.line_to)(c + 14 * math.cos(a), c + 14 * math.sin(a))
-        cr.close_path()
-        cr.fill_preserve()
-        cr.set_source_rgb(0.3, 0.3, 0.3)
-        cr.set_line_width(1)
-        cr.stroke()
-        rg = cairo.RadialGradient(c - 2, c - 2, 1, c, c, 8)
-        rg.add_color_stop_rgb(0, 0.95, 0.95, 0.95)
-        rg.add_color_stop_rgb(1, 0.35, 0.35, 0.35)
-        cr.set_source(rg)
-        cr.arc(c, c, 8, 0, 2 * math.pi)
-        cr.fill()
-        # The bat lever: frame 0 points down, frame 1 up.
-        tip = c + 22 if i == 0 else c - 22
-        g = cairo.LinearGradient(c - 4, 0, c + 4, 0)
-        g.add_color_stop_rgb(0, 0.55, 0.55, 0.55)
-        g.add_color_stop_rgb(0.4, 1.0, 1.0, 1.0)
-        g.add_color_stop_rgb(1, 0.45, 0.45, 0.45)
-        cr.set_source(g)
-        cr.move_to(c - 3, c)
-        cr.line_to(c - 4.5, tip)
-        cr.line_to(c + 4.5, tip)
-        cr.line_to(c + 3, c)
-        cr.close_path()
-        cr.fill()
-        cr.arc(c, tip, 5, 0, 2 * math.pi)
-        cr.fill()
-        cr.set_source_rgb(0.35, 0.35, 0.35)
-        cr.arc(c, tip, 5, 0, 2 * math.pi)
-        cr.stroke()
-        cr.restore()
-    return s
+def toggle_frame(cr, i):
+    """A bat toggle on its hex nut: frame 0 points down, frame 1 up."""
+    c = 28
+    cr.set_source_rgb(0.62, 0.62, 0.60)
+    for k in range(6):
+        a = math.pi / 6 + k * math.pi / 3
+        (cr.move_to if k == 0 else cr.line_to)(c + 14 * math.cos(a), c + 14 * math.sin(a))
+    cr.close_path()
+    cr.fill_preserve()
+    cr.set_source_rgb(0.3, 0.3, 0.3)
+    cr.set_line_width(1)
+    cr.stroke()
+    shaded_disc(cr, c, c, 8, (0.95, 0.95, 0.95), (0.35, 0.35, 0.35), highlight=(-2, -2))
+    tip = c + 22 if i == 0 else c - 22
+    g = cairo.LinearGradient(c - 4, 0, c + 4, 0)
+    g.add_color_stop_rgb(0, 0.55, 0.55, 0.55)
+    g.add_color_stop_rgb(0.4, 1.0, 1.0, 1.0)
+    g.add_color_stop_rgb(1, 0.45, 0.45, 0.45)
+    cr.set_source(g)
+    cr.move_to(c - 3, c)
+    cr.line_to(c - 4.5, tip)
+    cr.line_to(c + 4.5, tip)
+    cr.line_to(c + 3, c)
+    cr.close_path()
+    cr.fill()
+    cr.arc(c, tip, 5, 0, 2 * math.pi)
+    cr.fill()
+    cr.set_source_rgb(0.35, 0.35, 0.35)
+    cr.arc(c, tip, 5, 0, 2 * math.pi)
+    cr.stroke()
 
 
-def donate_button():
+def donate_frame(cr, i):
+    """The donate button: frame 0 raised, frame 1 pressed."""
     w, fh = 92, 26
-    s = cairo.ImageSurface(cairo.FORMAT_ARGB32, w, fh * 2)
-    cr = cairo.Context(s)
-    for i in range(2):
-        y = i * fh
-        g = cairo.LinearGradient(0, y, 0, y + fh)
-        top, bottom = ((0.78, 0.30, 0.16), (0.52, 0.16, 0.08)) if i == 0 else ((0.52, 0.16, 0.08), (0.70, 0.26, 0.14))
-        g.add_color_stop_rgb(0, *top)
-        g.add_color_stop_rgb(1, *bottom)
-        rounded_rect(cr, 1, y + 1, w - 2, fh - 2, 6)
-        cr.set_source(g)
-        cr.fill_preserve()
-        cr.set_source_rgb(0.30, 0.10, 0.05)
-        cr.set_line_width(1)
-        cr.stroke()
-        text(cr, "DONATE", w / 2 + i, y + fh / 2 + i, 12, colour=(0.98, 0.93, 0.82))
-    return s
+    g = cairo.LinearGradient(0, 0, 0, fh)
+    top, bottom = ((0.78, 0.30, 0.16), (0.52, 0.16, 0.08)) if i == 0 else ((0.52, 0.16, 0.08), (0.70, 0.26, 0.14))
+    g.add_color_stop_rgb(0, *top)
+    g.add_color_stop_rgb(1, *bottom)
+    rounded_rect(cr, 1, 1, w - 2, fh - 2, 6)
+    cr.set_source(g)
+    cr.fill_preserve()
+    cr.set_source_rgb(0.30, 0.10, 0.05)
+    cr.set_line_width(1)
+    cr.stroke()
+    text(cr, "DONATE", w / 2 + i, fh / 2 + i, 12, colour=(0.98, 0.93, 0.82))
 
 
 def main():
     os.makedirs(OUT, exist_ok=True)
     ctl = controls()
     for name, surface in (("background.png", background(ctl)), ("7381knob.png", knob_strip()),
-                          ("HorizontalSwitch-3P.png", horizontal_switch()), ("ToggleSwitch.png", toggle_switch()),
-                          ("donate.png", donate_button())):
+                          ("HorizontalSwitch-3P.png", strip(40, 20, 3, horizontal_switch_frame)),
+                          ("ToggleSwitch.png", strip(56, 56, 2, toggle_frame)), ("donate.png", strip(92, 26, 2, donate_frame))):
         surface.write_to_png(os.path.join(OUT, name))
 
 
