@@ -193,3 +193,28 @@ TEST(X11Editor, OpeningAndClosingTwentyTimesLeavesNothingBehind) {
     }
     EXPECT_EQ(files, openFiles());  // every X connection was closed again
 }
+
+TEST(X11Editor, HostMistakesDoNotEndTheProcess) {
+    X11Host h;
+    ASSERT_TRUE(h.ready()) << "no X display or plug-in";
+    // No such window: the editor refuses to open, and Xlib's default handler (which would exit) never runs.
+    EXPECT_EQ(0, h.call(effEditOpen, 0, 0, reinterpret_cast<void*>(uintptr_t(0x7ffff0))));
+    h.call(effEditIdle);
+    h.call(effEditClose);
+    // The host destroys its window before closing the editor.
+    Window other = XCreateSimpleWindow(h.display, DefaultRootWindow(h.display), 0, 0, 740, 350, 0, 0, 0);
+    XMapWindow(h.display, other);
+    XSync(h.display, False);
+    ASSERT_EQ(1, h.call(effEditOpen, 0, 0, reinterpret_cast<void*>(static_cast<uintptr_t>(other))));
+    h.idleFor(50);
+    XDestroyWindow(h.display, other);
+    XSync(h.display, False);
+    h.effect->setParameter(h.effect, 1, 0.1f);  // something to draw into the window that is gone
+    h.idleFor(50);
+    h.call(effEditClose);
+    // And the editor still opens afterwards.
+    ASSERT_EQ(1, h.call(effEditOpen, 0, 0, h.parentHandle()));
+    h.idleFor(50);
+    EXPECT_EQ(1u, h.children());
+    h.call(effEditClose);
+}

@@ -8,6 +8,38 @@
 namespace kelm {
 
 namespace {
+// While one lives, X errors are counted instead of going to Xlib's default
+// handler, which would end the host's process (say, for a parent window the host
+// has already destroyed). The handler is the process's; the previous one returns.
+class ErrorTrap {
+public:
+    explicit ErrorTrap(Display* d) : display(d) {
+        XSync(display, False);
+        errors = 0;
+        previous = XSetErrorHandler(&ErrorTrap::count);
+    }
+    ~ErrorTrap() {
+        XSync(display, False);
+        XSetErrorHandler(previous);
+    }
+    bool failed() {
+        XSync(display, False);
+        return errors != 0;
+    }
+    ErrorTrap(const ErrorTrap&) = delete;
+    ErrorTrap& operator=(const ErrorTrap&) = delete;
+
+private:
+    static int count(Display*, XErrorEvent*) {
+        ++errors;
+        return 0;
+    }
+    static int errors;
+    Display* display;
+    XErrorHandler previous;
+};
+int ErrorTrap::errors = 0;
+
 int shiftOf(unsigned long mask) {
     int s = 0;
     while (mask && !(mask & 1)) {
@@ -27,8 +59,12 @@ X11Window::X11Window(Window parent, int w, int h, Listener* l) : listener(l), wi
     display = XOpenDisplay(nullptr);
     if (!display) throw KELMException("Editor: cannot open the X display.");
     XWindowAttributes pa;
-    if (!XGetWindowAttributes(display, parent, &pa) || (pa.depth != 24 && pa.depth != 32) ||
-        pa.visual->c_class != TrueColor) {
+    bool usable;
+    {
+        ErrorTrap trap(display);
+        usable = XGetWindowAttributes(display, parent, &pa) && !trap.failed();
+    }
+    if (!usable || (pa.depth != 24 && pa.depth != 32) || pa.visual->c_class != TrueColor) {
         XCloseDisplay(display);
         throw KELMException("Editor: the host's window is no 24 or 32 bit true-colour window.");
     }
@@ -54,10 +90,13 @@ X11Window::X11Window(Window parent, int w, int h, Listener* l) : listener(l), wi
 }
 
 X11Window::~X11Window() {
-    if (image) XDestroyImage(image);  // frees the pixel data too
-    if (gc) XFreeGC(display, gc);
-    if (window) XDestroyWindow(display, window);
-    XSync(display, False);
+    {
+        // A window the host destroyed first gives errors here, and they end here.
+        ErrorTrap trap(display);
+        if (image) XDestroyImage(image);  // frees the pixel data too
+        if (gc) XFreeGC(display, gc);
+        if (window) XDestroyWindow(display, window);
+    }
     XCloseDisplay(display);
 }
 
@@ -76,9 +115,9 @@ void X11Window::present(const PixelBuffer& buffer, const CRect& want) {
                      (uint32_t(p[2] * p[3] / 255) << blueShift) | alphaBits;
         }
     }
+    ErrorTrap trap(display);
     XPutImage(display, window, gc, image, area.left, area.top, area.left, area.top,
               static_cast<unsigned>(area.width()), static_cast<unsigned>(area.height()));
-    XFlush(display);
 }
 
 void X11Window::pumpEvents() {
