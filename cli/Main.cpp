@@ -41,7 +41,7 @@ const char* kUsage =
     "\n"
     "Without --system the built-in preamp is used; its parameters take values from 0 to 1.\n"
     "The output format follows --format, else the name (.flac: 24-bit FLAC), else 32-bit float WAV.\n"
-    "plot response: small-signal gain and phase from an impulse of height A (default 0.01);\n"
+    "plot response: small-signal gain and phase from stepped sines of amplitude A (default 0.01);\n"
     "plot curve: output against input for sines near 1 kHz up to A (default 1) and their harmonics;\n"
     "plot spectrum: of --in FILE, or of a sine of amplitude A (default 0.5) through the system.\n";
 

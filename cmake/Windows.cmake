@@ -74,6 +74,7 @@ add_custom_command(OUTPUT ${KELM_RESOURCES_RC}
 # editor's window, drawing, shell) are added to these two lists.
 set(KELM_WIN32_PLUGIN_SOURCES)
 set(KELM_WIN32_PLUGIN_LIBRARIES)
+include(${CMAKE_SOURCE_DIR}/plugin/gui/GuiWin32.cmake OPTIONAL)  # the editor
 file(GLOB KELM_VST2_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/vst2/*.cpp ${CMAKE_SOURCE_DIR}/plugin/*.cpp)
 add_library(kelm_vst2 MODULE ${KELM_VST2_SOURCES} ${KELM_WIN32_PLUGIN_SOURCES} ${KELM_RESOURCES_RC}
   ${CMAKE_SOURCE_DIR}/plugin/vst2/exports.def)
