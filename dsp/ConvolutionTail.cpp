@@ -91,24 +91,24 @@ struct ConvolutionTail::Stage {
         newest = 0;
     }
 
-    // The chunk that ends at input time `now` is complete: its partitions' sum for
-    // the outputs from now - L + start on goes into `pending`.
-    void complete(uint64_t now, float* pending, uint64_t mask) {
+    // The chunk that ends now is complete: its spectrum (given, or transformed
+    // here) becomes the newest of the delay line.
+    void complete(const RealFft::Complex* given) {
         newest = newest + 1 == level.count ? 0 : newest + 1;
-        fft.forward(time.data(), spectrum.data());
+        if (given)
+            std::copy(given, given + bins, spectrum.begin());
+        else
+            fft.forward(time.data(), spectrum.data());
         split(&delayRe[static_cast<size_t>(newest) * stride], &delayIm[static_cast<size_t>(newest) * stride]);
         std::memmove(time.data(), time.data() + level.size, level.size * sizeof(float));
         fill = 0;
-        contribute(now, 1.0f, now, pending, mask);
     }
 
-    // Adds sign times the sum of the chunk that completed at `done` to the
-    // outputs from `unread` on.
-    void contribute(uint64_t done, float sign, uint64_t unread, float* pending, uint64_t mask) {
-        const unsigned L = level.size, K = level.count;
-        // The sum over j of (input spectrum j chunks back) times (spectrum of partition j).
+    // spectrum = the sum over j of (input spectrum j chunks back) times (spectrum of partition j).
+    void sumProducts() {
         std::fill(sumRe.begin(), sumRe.end(), 0.0f);
         std::fill(sumIm.begin(), sumIm.end(), 0.0f);
+        const unsigned K = level.count;
         unsigned row = newest;
         for (unsigned j = 0; j < K; ++j) {
             const size_t x = static_cast<size_t>(row) * stride, h = static_cast<size_t>(j) * stride;
@@ -116,6 +116,13 @@ struct ConvolutionTail::Stage {
             row = row == 0 ? K - 1 : row - 1;
         }
         for (unsigned k = 0; k < bins; ++k) spectrum[k] = RealFft::Complex(sumRe[k], sumIm[k]);
+    }
+
+    // Adds sign times the sum of the chunk that completed at `done` to the
+    // outputs from `unread` on.
+    void contribute(uint64_t done, float sign, uint64_t unread, float* pending, uint64_t mask) {
+        const unsigned L = level.size;
+        sumProducts();
         fft.inverse(spectrum.data(), result.data());
         // The second half is the convolution for the inputs done - L .. done - 1,
         // which reaches the output `start` samples later.
@@ -202,7 +209,7 @@ void ConvolutionTail::updateResponse(const float* ir, unsigned irSize) {
         // What the last chunk already put ahead of the output is redone with the new
         // response, so that the change is heard at once, as in the head.
         const uint64_t done = clock - s->fill;
-        const bool inFlight = done >= s->level.size;
+        const bool inFlight = done >= s->level.size && !(s == levels.front() && firstDue);
         if (inFlight) s->contribute(done, -1.0f, clock, pending.data(), mask);
         s->takeResponse(ir, irSize);
         if (inFlight) s->contribute(done, 1.0f, clock, pending.data(), mask);
@@ -213,14 +220,35 @@ void ConvolutionTail::clear() {
     for (auto& s : levels) s->clear();
     std::fill(pending.begin(), pending.end(), 0.0f);
     clock = 0;
+    firstDue = false;
 }
 
-void ConvolutionTail::process(const float* in, float* out, unsigned n) {
+bool ConvolutionTail::canAbsorb(unsigned n) const {
+    return !levels.empty() && levels.front()->level.size == n && levels.front()->level.start == n &&
+           levels.front()->fill == 0;
+}
+
+void ConvolutionTail::absorb(RealFft::Complex* product, float scale) {
+    if (!firstDue) return;
+    Stage& s = *levels.front();
+    s.sumProducts();
+    for (unsigned k = 0; k < s.bins; ++k) product[k] += s.spectrum[k] * scale;
+    firstDue = false;
+}
+
+void ConvolutionTail::process(const float* in, float* out, unsigned n, const RealFft::Complex* firstSpectrum) {
     if (levels.empty()) return;
     const uint64_t mask = pending.size() - 1;
     float* ahead = pending.data();
+    Stage& first = *levels.front();
     unsigned pos = 0;
     while (pos < n) {
+        // The first level's sum waits for its outputs, in case a block's own
+        // transform can take it (absorb); they are due now.
+        if (firstDue) {
+            first.contribute(clock, 1.0f, clock, ahead, mask);
+            firstDue = false;
+        }
         // Up to the next end of a chunk of any level.
         unsigned step = n - pos;
         for (auto& s : levels) step = std::min(step, s->level.size - s->fill);
@@ -235,8 +263,17 @@ void ConvolutionTail::process(const float* in, float* out, unsigned n) {
         }
         clock += step;
         pos += step;
-        for (auto& s : levels)
-            if (s->fill == s->level.size) s->complete(clock, ahead, mask);
+        for (auto& s : levels) {
+            if (s->fill != s->level.size) continue;
+            if (s == levels.front()) {
+                // A spectrum given for this block is that of the chunk only if the block was the chunk.
+                s->complete(firstSpectrum && step == n ? firstSpectrum : nullptr);
+                firstDue = true;
+            } else {
+                s->complete(nullptr);
+                s->contribute(clock, 1.0f, clock, ahead, mask);
+            }
+        }
     }
 }
 

@@ -31,8 +31,18 @@ public:
     // Replaces the response with one of the same plan, keeping the signal state.
     bool samePlan(unsigned irSize, unsigned offset) const;
     void updateResponse(const float* ir, unsigned irSize);
-    // Adds the tail's part of the convolution to out[0..n) for the n input samples in[0..n).
-    void process(const float* in, float* out, unsigned n);
+    // Adds the tail's part of the convolution to out[0..n) for the n input samples
+    // in[0..n). firstSpectrum, if given, is the transform of the last 2L input
+    // samples at the end of the block, as the first level (L) would take it.
+    void process(const float* in, float* out, unsigned n, const RealFft::Complex* firstSpectrum = nullptr);
+    // When blocks of n samples fall on the first level's chunks, the owner's own
+    // transform of a block can carry the first level: absorb adds, times `scale`,
+    // the first level's pending sum for the block's outputs to the owner's product
+    // spectrum (2n points), which then goes back through the owner's inverse
+    // transform, and process takes the owner's forward transform. That saves two
+    // of the four transforms of 2n points per block.
+    bool canAbsorb(unsigned n) const;
+    void absorb(RealFft::Complex* product, float scale);
     // Forgets the input so far.
     void clear();
 
@@ -47,6 +57,7 @@ private:
     std::vector<std::unique_ptr<Stage>> levels;
     std::vector<float> pending;  // contributions to coming outputs, by time modulo its size
     uint64_t clock = 0;          // input samples since the last clear
+    bool firstDue = false;       // the first level's last chunk has not been summed yet
     unsigned plannedSize = 0, plannedOffset = 0;
 };
 

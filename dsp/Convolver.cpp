@@ -145,11 +145,14 @@ void Convolver::process(BufferList& inputs, size_t n) {
     fftSetup->forward(window->data() + (window->capacity() - fftSize), fftWork);
     const size_t bins = fftSize / 2 + 1;
     std::fill(productSpectrum, productSpectrum + bins, RealFft::Complex(0, 0));
+    // A block that is one chunk of the tail's first level: its transform serves both.
+    const bool shared = in && fftSize == 2 * n && tail.canAbsorb(static_cast<unsigned>(n));
+    if (shared) tail.absorb(productSpectrum, static_cast<float>(fftSize));
     for (size_t k = 0; k < bins; ++k) productSpectrum[k] += fftWork[k] * irSpectrum[k];
     fftSetup->inverse(productSpectrum, work);
     if (n != 0) std::memcpy(buffer, work + (fftSize - n), n * sizeof(float));
     scal(static_cast<int>(n), 1.0f / fftSize, buffer);
-    if (in) tail.process(in, buffer, static_cast<unsigned>(n));
+    if (in) tail.process(in, buffer, static_cast<unsigned>(n), shared ? fftWork : nullptr);
 }
 
 void Convolver::process(BufferList& inputs, BufferList& outs, size_t n) {
