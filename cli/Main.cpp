@@ -16,6 +16,7 @@
 #include <cairo.h>
 
 #include "cli/AudioFile.h"
+#include "cli/Chart.h"
 #include "cli/Plot.h"
 #include "cli/Renderer.h"
 #include "cli/TestSignal.h"
@@ -298,7 +299,9 @@ int main(int argc, char** argv) {
         }
         if (o.command == "info") return info(o);
         if (o.command == "plot") {
-            return cli::Plot::run(o.plot, [&] { return makeRenderer(o); });
+            const int status = cli::Plot::run(o.plot, [&] { return makeRenderer(o); });
+            cli::Chart::releaseFontCaches();
+            return status;
         }
         if (o.command == "tables") return cli::writeTables(o.out);
         if (o.command == "signal") {

@@ -45,8 +45,8 @@ public:
     // Runs a mono signal through the system; returns output 0.
     static std::vector<float> run(Renderer& r, const std::vector<float>& input);
 
-    static const int kBlock = 512;  // block size the renderers are prepared with
-    static const int kSpectrumSize = 8192;
+    static constexpr int kBlock = 512;  // block size the renderers are prepared with
+    static constexpr int kSpectrumSize = 8192;
 };
 
 } // namespace cli
