@@ -1,5 +1,6 @@
 #include "cli/AudioFile.h"
 
+#include <cctype>
 #include <cstdio>
 #include <stdexcept>
 #include <unistd.h>
@@ -19,13 +20,35 @@ AudioReader::~AudioReader() {
 
 long long AudioReader::read(float* interleaved, long long n) { return sf_readf_float(file, interleaved, n); }
 
-AudioWriter::AudioWriter(const std::string& path, int channels, int sampleRate) : finalPath(path) {
+int outputFormat(const std::string& path, const std::string& formatName) {
+    struct Named {
+        const char* name;
+        int format;
+    } const named[] = {{"float", SF_FORMAT_WAV | SF_FORMAT_FLOAT},
+                       {"pcm16", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+                       {"pcm24", SF_FORMAT_WAV | SF_FORMAT_PCM_24},
+                       {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+                       {"flac16", SF_FORMAT_FLAC | SF_FORMAT_PCM_16}};
+    if (!formatName.empty()) {
+        for (const Named& n : named)
+            if (formatName == n.name) return n.format;
+        throw std::invalid_argument("unknown output format '" + formatName + "' (float, pcm16, pcm24, flac, flac16)");
+    }
+    const size_t dot = path.rfind('.');
+    std::string extension = dot == std::string::npos ? "" : path.substr(dot + 1);
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return extension == "flac" ? SF_FORMAT_FLAC | SF_FORMAT_PCM_24 : SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+}
+
+AudioWriter::AudioWriter(const std::string& path, int channels, int sampleRate, int format) : finalPath(path) {
     tempPath = path + ".part" + std::to_string(static_cast<long>(getpid()));
     info.channels = channels;
     info.samplerate = sampleRate;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    info.format = format;
+    if (!sf_format_check(&info)) throw std::runtime_error("cannot write " + path + " in the chosen format");
     file = sf_open(tempPath.c_str(), SFM_WRITE, &info);
     if (!file) throw std::runtime_error("cannot write audio file " + path + ": " + sf_strerror(nullptr));
+    if ((format & SF_FORMAT_SUBMASK) != SF_FORMAT_FLOAT) sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 
 AudioWriter::~AudioWriter() {
@@ -46,8 +69,9 @@ void AudioWriter::commit() {
     committed = true;
 }
 
-void writeWav(const std::string& path, const std::vector<float>& interleaved, int channels, int sampleRate) {
-    AudioWriter w(path, channels, sampleRate);
+void writeWav(const std::string& path, const std::vector<float>& interleaved, int channels, int sampleRate,
+              int format) {
+    AudioWriter w(path, channels, sampleRate, format);
     w.write(interleaved.data(), static_cast<long long>(interleaved.size() / channels));
     w.commit();
 }

@@ -25,10 +25,16 @@ private:
     SNDFILE* file = nullptr;
 };
 
-// A 32-bit float WAV written to a temporary name and moved into place only by commit().
+// The libsndfile format of an output file: by the name given with --format ("float",
+// "pcm16", "pcm24", "flac", "flac16"), else by the file name (".flac": 24-bit FLAC), else
+// 32-bit float WAV. Throws std::invalid_argument for an unknown format name.
+int outputFormat(const std::string& path, const std::string& formatName);
+
+// A sound file written to a temporary name and moved into place only by commit(); 32-bit
+// float WAV unless another libsndfile format is given. Integer formats clip at full scale.
 class AudioWriter {
 public:
-    AudioWriter(const std::string& path, int channels, int sampleRate);
+    AudioWriter(const std::string& path, int channels, int sampleRate, int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT);
     ~AudioWriter();
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;
@@ -43,8 +49,9 @@ private:
     bool committed = false;
 };
 
-// Writes a whole interleaved buffer as a 32-bit float WAV.
-void writeWav(const std::string& path, const std::vector<float>& interleaved, int channels, int sampleRate);
+// Writes a whole interleaved buffer, as a 32-bit float WAV unless another format is given.
+void writeWav(const std::string& path, const std::vector<float>& interleaved, int channels, int sampleRate,
+              int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT);
 
 } // namespace cli
 } // namespace kelm

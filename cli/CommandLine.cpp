@@ -2,6 +2,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <sstream>
+
+#include "cli/AudioFile.h"
 
 namespace kelm {
 namespace cli {
@@ -25,9 +28,29 @@ Options parseCommandLine(int argc, char** argv) {
         o.command = "help";
         return o;
     }
-    if (o.command != "render" && o.command != "info" && o.command != "tables" && o.command != "signal")
+    if (o.command == "--version" || o.command == "version") {
+        o.command = "version";
+        return o;
+    }
+    if (o.command != "render" && o.command != "info" && o.command != "tables" && o.command != "signal" &&
+        o.command != "plot")
         throw UsageError("unknown command '" + o.command + "'");
-    for (int i = 2; i < argc; ++i) {
+    int first = 2;
+    if (o.command == "plot") {
+        if (argc < 3 || argv[2][0] == '-') throw UsageError(std::string("plot needs a kind: ") + Plot::kKinds);
+        o.plot.kind = argv[2];
+        if (!Plot::isKind(o.plot.kind))
+            throw UsageError("unknown plot kind '" + o.plot.kind + "' (kinds: " + Plot::kKinds + ")");
+        first = 3;
+    }
+    auto size = [](const std::string& t, const char* what) {
+        char* end = nullptr;
+        long n = std::strtol(t.c_str(), &end, 10);
+        if (t.empty() || *end != '\0' || n < 100 || n > 8000)
+            throw UsageError(std::string("bad ") + what + " '" + t + "' (100 to 8000 pixels)");
+        return static_cast<int>(n);
+    };
+    for (int i = first; i < argc; ++i) {
         std::string a = argv[i];
         auto value = [&]() -> std::string {
             if (i + 1 >= argc) throw UsageError("option " + a + " needs a value");
@@ -59,6 +82,39 @@ Options parseCommandLine(int argc, char** argv) {
             size_t eq = t.find('=');
             if (eq == std::string::npos || eq == 0) throw UsageError("--set needs NAME=VALUE, got '" + t + "'");
             o.sets.emplace_back(t.substr(0, eq), parseFloat(t.substr(eq + 1), t.substr(0, eq)));
+        } else if (a == "--format") {
+            o.format = value();
+            try {
+                outputFormat("", o.format);
+            } catch (const std::invalid_argument& e) {
+                throw UsageError(e.what());
+            }
+        } else if (a == "--sweep" && o.command == "plot") {
+            std::string t = value();
+            size_t eq = t.find('=');
+            if (eq == std::string::npos || eq == 0 || eq + 1 == t.size())
+                throw UsageError("--sweep needs NAME=V1,V2,..., got '" + t + "'");
+            o.plot.sweepName = t.substr(0, eq);
+            std::stringstream list(t.substr(eq + 1));
+            std::string item;
+            while (std::getline(list, item, ',')) {
+                float v = parseFloat(item, "--sweep " + o.plot.sweepName);
+                if (!(v >= 0 && v <= 1))
+                    throw UsageError("sweep value " + item + " for " + o.plot.sweepName + " is outside 0 to 1");
+                o.plot.sweepValues.push_back(v);
+            }
+            if (o.plot.sweepValues.empty() || o.plot.sweepValues.size() > 8)
+                throw UsageError("--sweep takes 1 to 8 values");
+        } else if (a == "--width" && o.command == "plot") {
+            o.plot.width = size(value(), "width");
+        } else if (a == "--height" && o.command == "plot") {
+            o.plot.height = size(value(), "height");
+        } else if (a == "--level" && o.command == "plot") {
+            std::string t = value();
+            o.plot.level = parseFloat(t, "--level");
+            if (!(o.plot.level > 0 && o.plot.level <= 100)) throw UsageError("bad level '" + t + "'");
+        } else if (a == "--csv" && o.command == "plot") {
+            o.plot.csv = value();
         } else if (a == "-h" || a == "--help") {
             o.command = "help";
             return o;
@@ -68,6 +124,20 @@ Options parseCommandLine(int argc, char** argv) {
     if (o.command == "render" && (o.in.empty() || o.out.empty())) throw UsageError("render needs --in and --out");
     if (o.command == "signal" && o.out.empty()) throw UsageError("signal needs --out");
     if (o.command == "tables" && o.out.empty()) throw UsageError("tables needs --out DIR");
+    if (o.command == "plot") {
+        if (o.out.empty()) throw UsageError("plot needs --out CHART.png");
+        if (!o.plot.in.empty() || !o.in.empty()) {
+            if (o.plot.kind != "spectrum") throw UsageError("--in goes with plot spectrum only");
+            if (!o.plot.sweepValues.empty()) throw UsageError("--sweep measures the system: not with --in");
+        }
+        o.plot.in = o.in;
+        o.plot.out = o.out;
+        o.plot.sets = o.sets;
+        o.plot.rate = o.rate;
+        o.plot.source = o.system.empty() ? "the built-in preamp" : o.system;
+        const size_t slash = o.plot.source.rfind('/');
+        if (slash != std::string::npos) o.plot.source = o.plot.source.substr(slash + 1);
+    }
     return o;
 }
 

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "cli/Plot.h"
+
 namespace kelm {
 namespace cli {
 
@@ -22,6 +24,8 @@ struct Options {
     double seconds = 4;
     int rate = 48000;
     std::vector<std::pair<std::string, float>> sets;
+    std::string format;
+    Plot::Request plot;
 };
 
 // Reads argv[1] as the command and the rest as its options; throws UsageError on anything else.

@@ -1,4 +1,6 @@
-// kelm: renders audio files through a system description or the built-in preamp.
+// kelm: renders audio files through a system description or the built-in preamp, and
+// charts what a system does.
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -11,26 +13,41 @@
 #include <unistd.h>
 #include <vector>
 
+#include <cairo.h>
+
 #include "cli/AudioFile.h"
 #include "cli/CommandLine.h"
+#include "cli/Plot.h"
 #include "cli/Renderer.h"
 #include "cli/TestSignal.h"
 #include "engine/KELMException.h"
 
 using namespace kelm;
+
 using kelm::cli::Options;
 using kelm::cli::UsageError;
 
 namespace {
 
+const char* kVersion = "1.0.80";  // the plug-ins' vendor version 1080
+
 const char* kUsage =
     "usage:\n"
     "  kelm render [--system FILE.xml] --in IN.wav --out OUT.wav [--set NAME=VALUE]... [--block N]\n"
-    "  kelm info [--system FILE.xml]\n"
+    "              [--format float|pcm16|pcm24|flac|flac16]\n"
+    "  kelm plot response|curve|spectrum [--system FILE.xml] --out CHART.png [--set NAME=VALUE]...\n"
+    "              [--sweep NAME=V1,V2,...] [--width W] [--height H] [--rate HZ] [--level A]\n"
+    "              [--in FILE (spectrum of a file)] [--csv DATA.csv]\n"
+    "  kelm info [--system FILE.xml] [--set NAME=VALUE]... [--rate HZ]\n"
     "  kelm tables --out DIR\n"
-    "  kelm signal --out OUT.wav [--seconds S] [--rate HZ]   (a musical test signal)\n"
+    "  kelm signal --out OUT.wav [--seconds S] [--rate HZ] [--format ...]   (a musical test signal)\n"
+    "  kelm --version\n"
     "\n"
-    "Without --system the built-in preamp is used; its parameters take values from 0 to 1.\n";
+    "Without --system the built-in preamp is used; its parameters take values from 0 to 1.\n"
+    "The output format follows --format, else the name (.flac: 24-bit FLAC), else 32-bit float WAV.\n"
+    "plot response: small-signal gain and phase from an impulse of height A (default 0.01);\n"
+    "plot curve: output against input for sines near 1 kHz up to A (default 1) and their harmonics;\n"
+    "plot spectrum: of --in FILE, or of a sine of amplitude A (default 0.5) through the system.\n";
 
 std::string readFile(const std::string& path) {
     std::ifstream f(path, std::ios::binary);
@@ -55,16 +72,22 @@ int render(const Options& o) {
     const int systemInputs = renderer->numberOfInputs();
     const int outChannels = renderer->numberOfOutputs();
     if (outChannels < 1) throw std::runtime_error("the system has no outputs");
-    cli::AudioWriter writer(o.out, outChannels, reader.sampleRate());
+    cli::AudioWriter writer(o.out, outChannels, reader.sampleRate(), cli::outputFormat(o.out, o.format));
 
     std::vector<float> interleavedIn(static_cast<size_t>(o.block) * inChannels);
     std::vector<std::vector<float>> channelIn(std::max(systemInputs, 1), std::vector<float>(o.block));
     std::vector<float*> inputs(systemInputs);
     std::vector<float> interleavedOut(static_cast<size_t>(o.block) * outChannels);
+    // A progress line on a terminal, once a render has taken more than two seconds.
     const bool tty = isatty(2);
     const long long total = reader.frames();
+    const double rate = reader.sampleRate();
     long long done = 0;
-    int lastPercent = -1;
+    bool progressShown = false;
+    typedef std::chrono::steady_clock Clock;
+    const Clock::time_point start = Clock::now();
+    Clock::time_point lastShown = start;
+    auto seconds = [](Clock::duration d) { return std::chrono::duration<double>(d).count(); };
     for (;;) {
         long long n = reader.read(interleavedIn.data(), o.block);
         if (n <= 0) break;
@@ -83,17 +106,37 @@ int render(const Options& o) {
         writer.write(interleavedOut.data(), n);
         done += n;
         if (tty && total > 0) {
-            int percent = static_cast<int>(100 * done / total);
-            if (percent != lastPercent) {
-                std::fprintf(stderr, "\rrendering %3d%%", percent);
-                lastPercent = percent;
+            const Clock::time_point now = Clock::now();
+            if (seconds(now - start) > 2.0 && (!progressShown || seconds(now - lastShown) > 0.25)) {
+                const double elapsed = seconds(now - start);
+                std::fprintf(stderr, "\rrendering %3d%%  %.1f of %.1f s  %.1fx real time ",
+                             static_cast<int>(100 * done / total), done / rate, total / rate, done / rate / elapsed);
+                progressShown = true;
+                lastShown = now;
             }
         }
     }
-    if (tty && total > 0) std::fprintf(stderr, "\n");
+    if (progressShown) std::fprintf(stderr, "\n");
     writer.commit();
-    std::printf("rendered %lld frames at %d Hz: %d input channel(s) -> %d output channel(s), blocks of %d, to %s\n",
-                done, reader.sampleRate(), inChannels, outChannels, o.block, o.out.c_str());
+    const double elapsed = std::max(seconds(Clock::now() - start), 1e-9);
+    std::printf("rendered %lld frames at %d Hz: %d input channel(s) -> %d output channel(s), blocks of %d, to %s\n"
+                "%.2f s of audio in %.2f s: %.1fx real time\n",
+                done, reader.sampleRate(), inChannels, outChannels, o.block, o.out.c_str(), done / rate, elapsed,
+                done / rate / elapsed);
+    return 0;
+}
+
+// Describes the system with the given control values in force: one block of silence
+// delivers them, so that the rates shown are those a render would run at.
+int info(const Options& o) {
+    auto r = makeRenderer(o);
+    for (auto& s : o.sets) r->setParameter(s.first, s.second);
+    r->prepare(static_cast<float>(o.rate), o.block);
+    std::vector<float> silence(o.block, 0.0f);
+    std::vector<float*> inputs(std::max(r->numberOfInputs(), 0), silence.data());
+    r->process(inputs, o.block);
+    std::cout << "At " << o.rate << " Hz, blocks of " << o.block << " frames; rates as multiples of it:\n";
+    r->describe(std::cout);
     return 0;
 }
 
@@ -108,14 +151,17 @@ int main(int argc, char** argv) {
             return 0;
         }
         if (o.command == "render") return render(o);
-        if (o.command == "info") {
-            auto r = makeRenderer(o);
-            r->describe(std::cout);
+        if (o.command == "version") {
+            std::printf("kelm %s (%s, cairo %s)\n", kVersion, sf_version_string(), cairo_version_string());
             return 0;
+        }
+        if (o.command == "info") return info(o);
+        if (o.command == "plot") {
+            return cli::Plot::run(o.plot, [&] { return makeRenderer(o); });
         }
         if (o.command == "tables") return cli::writeTables(o.out);
         if (o.command == "signal") {
-            cli::writeWav(o.out, cli::musicalTestSignal(o.seconds, o.rate), 1, o.rate);
+            cli::writeWav(o.out, cli::musicalTestSignal(o.seconds, o.rate), 1, o.rate, cli::outputFormat(o.out, o.format));
             std::printf("wrote %.2f s of plucked-string arpeggios at %d Hz to %s\n", o.seconds, o.rate, o.out.c_str());
             return 0;
         }

@@ -61,6 +61,7 @@ public:
         scalar* out = outs.empty() ? nullptr : outs[0];
         if (propertiesHandler && propertiesHandler->isPerSample()) {
             if (!in || !out) return;
+            if (propertiesHandler->runPerSample(*this, in, out, n)) return;
             for (size_t i = 0; i < n; ++i) {
                 propertiesHandler->updateForSample(in[i], ys[0]);
                 out[i] = process(in[i]);
@@ -121,6 +122,21 @@ public:
 
     scalar coefficientA(int k) const { return a[k]; }
     scalar coefficientB(int k) const { return b[k]; }
+
+    // The history as the block path leaves it, for code that runs this filter's
+    // equation itself (a fused cascade) and hands the state back afterwards:
+    // x[n-1] ... x[n-N] and y[n-1] ... y[n-N].
+    const scalar* pastInputs() const { return xs; }
+    const scalar* pastOutputs() const { return ys; }
+    void setHistory(const scalar* pastIn, const scalar* pastOut) {
+        for (int k = 0; k < N; ++k) {
+            xs[k] = pastIn[k];
+            ys[k] = pastOut[k];
+        }
+        x0 = xs[0];
+    }
+    // The output buffer, for the same code.
+    scalar* outputBuffer() { return buffer; }
 
 protected:
     // Only BiQuad consults its handler inside iterations.

@@ -68,6 +68,10 @@ void IirResampler::init(const std::string& elName, const PropertyMapPtr& props, 
         stage->init((interpolator ? "interpolation filter " : "decimation filter ") + std::to_string(i), ctx);
         stages.push_back(stage);
     }
+    sections.clear();
+    for (auto& stage : stages) sections.push_back(dynamic_cast<FixedOrderIIR<2>*>(stage.get()));
+    for (auto* section : sections)
+        if (!section) sections.clear();
     elementName = elName;
     properties = p;
 }
@@ -140,6 +144,93 @@ void IirResampler::reset() {
     for (auto& stage : stages) stage->reset();
 }
 
+namespace {
+
+// Coefficients and history of one second-order section, held in locals while a
+// block runs through the cascade.
+struct Section {
+    scalar b0 = 0, b1 = 0, b2 = 0, a1 = 0, a2 = 0, x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+
+    void loadFrom(const FixedOrderIIR<2>& f) {
+        b0 = f.coefficientB(0);
+        b1 = f.coefficientB(1);
+        b2 = f.coefficientB(2);
+        a1 = f.coefficientA(0);
+        a2 = f.coefficientA(1);
+        x1 = f.pastInputs()[0];
+        x2 = f.pastInputs()[1];
+        y1 = f.pastOutputs()[0];
+        y2 = f.pastOutputs()[1];
+    }
+
+    void storeInto(FixedOrderIIR<2>& f) const {
+        const scalar xs[2] = {x1, x2}, ys[2] = {y1, y2};
+        f.setHistory(xs, ys);
+    }
+
+    // The BiQuad's difference equation with its order of operations.
+    scalar step(scalar x) {
+        scalar s = b1 * x1 + b0 * x;
+        s = s + b2 * x2;
+        s = s - a1 * y1;
+        s = s - a2 * y2;
+        x2 = x1;
+        x1 = x;
+        y2 = y1;
+        y1 = s;
+        return s;
+    }
+};
+
+// C sections in series, run sample by sample over groups of `factor` high-rate
+// samples. The sections of one sample do not wait for the next sample's earlier
+// sections, so their recursions overlap in the processor instead of running one
+// block-long chain after another. Interpolating, each group starts with the input
+// sample and continues with zeros, and every output is kept; decimating, the
+// input is read in full and the first output of each group is kept.
+template <int C, bool Interpolate>
+void cascade(FixedOrderIIR<2>* const* stages, const scalar* in, size_t frames, size_t factor, scalar* out) {
+    Section s[C];
+    for (int k = 0; k < C; ++k) s[k].loadFrom(*stages[k]);
+    auto run = [&s](scalar x) {
+        for (int k = 0; k < C; ++k) x = s[k].step(x);
+        return x;
+    };
+    size_t i = 0, j = 0;
+    for (; i + factor <= frames; i += factor, ++j) {
+        if (Interpolate) {
+            out[i] = run(in[j]);
+            for (size_t t = 1; t < factor; ++t) out[i + t] = run(0);
+        } else {
+            out[j] = run(in[i]);
+            for (size_t t = 1; t < factor; ++t) run(in[i + t]);
+        }
+    }
+    for (size_t t = 0; i < frames; ++i, ++t) {  // a last, partial group
+        if (Interpolate)
+            out[i] = run(t == 0 ? in[j] : 0);
+        else if (t == 0)
+            out[j] = run(in[i]);
+        else
+            run(in[i]);
+    }
+    for (int k = 0; k < C; ++k) s[k].storeInto(*stages[k]);
+}
+
+template <bool Interpolate>
+bool runCascade(const std::vector<FixedOrderIIR<2>*>& sections, const scalar* in, size_t frames, size_t factor,
+                scalar* out) {
+    switch (sections.size()) {
+        case 1: cascade<1, Interpolate>(sections.data(), in, frames, factor, out); return true;
+        case 2: cascade<2, Interpolate>(sections.data(), in, frames, factor, out); return true;
+        case 3: cascade<3, Interpolate>(sections.data(), in, frames, factor, out); return true;
+        case 4: cascade<4, Interpolate>(sections.data(), in, frames, factor, out); return true;
+        default: return false;  // longer cascades run stage by stage
+    }
+}
+
+} // namespace
+
 // ---- IirInterpolator ----
 
 IirInterpolator::~IirInterpolator() { delete[] buffer; }
@@ -161,8 +252,11 @@ void IirInterpolator::process(BufferList& inputs, size_t n) {
     if (m > static_cast<size_t>(maxBlockSize))
         throw InvalidArgumentException(str("IirInterpolator: framesPerBuffer (", m, ") is greater than maxBlockSize (",
                                            maxBlockSize, ")."));
-    std::memset(buffer, 0, m * sizeof(scalar));
     const scalar* in = inputs.empty() ? nullptr : inputs[0];
+    if (in && !sections.empty() && m > 0 &&
+        runCascade<true>(sections, in, m, static_cast<size_t>(factor), sections.back()->outputBuffer()))
+        return;
+    std::memset(buffer, 0, m * sizeof(scalar));
     if (in)
         for (size_t i = 0; i < n; ++i) buffer[factor * i] = in[i];
     stageInput[0] = buffer;
@@ -199,6 +293,9 @@ void IirDecimator::process(BufferList& inputs, size_t n) {
     if (n > static_cast<size_t>(maxBlockSize))
         throw InvalidArgumentException(
             str("IirDecimator: framesPerBuffer (", n, ") is greater than maxBlockSize (", maxBlockSize, ")."));
+    const scalar* in = inputs.empty() ? nullptr : inputs[0];
+    if (in && !sections.empty() && n > 0 && runCascade<false>(sections, in, n, static_cast<size_t>(factor), buffer))
+        return;
     stageInput[0] = inputs.empty() ? nullptr : inputs[0];
     for (auto& stage : stages) {
         stage->process(stageInput, n);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "dsp/DesignContext.h"
+#include "dsp/FixedOrderIIR.h"
 #include "dsp/Filter.h"
 
 namespace kelm {
@@ -53,6 +54,9 @@ protected:
     bool hasCornerFrequency = true;
     int cascade = 1;
     std::vector<std::shared_ptr<Filter>> stages;
+    // The stages as second-order sections when all of them are, else empty: then a
+    // block runs them fused, sample by sample through the whole cascade.
+    std::vector<FixedOrderIIR<2>*> sections;
     BufferList stageInput = BufferList(1, nullptr);
     ScalarVector unusedResults;
 };

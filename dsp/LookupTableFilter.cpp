@@ -36,22 +36,14 @@ void LookupTableFilter::propertyChanged(const std::string& name, const ScalarVec
     table = value;
 }
 
-scalar LookupTableFilter::process(scalar x) {
-    const ScalarVector& t = *table;
-    const int n = static_cast<int>(t.size());
-    const scalar d = x - vinMin;
-    const int i = tableIndex(inverseDeltaV * d, -1, n);
-    if (i <= 0) return t[0];
-    if (i >= n - 1) return t[n - 1];
-    const scalar y0 = t[i], y1 = t[i + 1];
-    if (y0 == y1) return y0;
-    return y0 + ((y1 - y0) * (d - static_cast<scalar>(i) * deltaV)) * inverseDeltaV;
-}
+scalar LookupTableFilter::process(scalar x) { return valueAt(x); }
 
 void LookupTableFilter::process(const scalar* in, scalar* out, size_t n) {
     if (table->empty()) throw KELMException("LookupTableFilter: " + elementName + " lookup data is not defined.");
     if (!in || !out) return;
-    for (size_t i = 0; i < n; ++i) out[i] = process(in[i]);
+    const scalar* t = table->data();
+    const int size = static_cast<int>(table->size());
+    for (size_t i = 0; i < n; ++i) out[i] = curve(t, size, in[i]);
 }
 
 ScalarVector& LookupTableFilter::iterate(const ScalarVectorPtr& inputs, int, int) {

@@ -1,5 +1,6 @@
 #pragma once
 #include "dsp/SingleOutputFilter.h"
+#include "engine/TableIndex.h"
 
 namespace kelm {
 
@@ -22,10 +23,26 @@ public:
     void reset() override {}
     const ScalarVectorPtr& getTable() const { return table; }
 
+    // The curve at x, as process(scalar) gives it, for callers that look up
+    // sample by sample without a virtual call. The table must not be empty.
+    scalar valueAt(scalar x) const { return curve(table->data(), static_cast<int>(table->size()), x); }
+
 protected:
     void readProperties(const PropertyMap& p) override;
 
 private:
+    // Linear interpolation between the entries around x; the first cell and
+    // everything below it give the first entry, the top saturates.
+    scalar curve(const scalar* t, int n, scalar x) const {
+        const scalar d = x - vinMin;
+        const int i = tableIndex(inverseDeltaV * d, -1, n);
+        if (i <= 0) return t[0];
+        if (i >= n - 1) return t[n - 1];
+        const scalar y0 = t[i], y1 = t[i + 1];
+        if (y0 == y1) return y0;
+        return y0 + ((y1 - y0) * (d - static_cast<scalar>(i) * deltaV)) * inverseDeltaV;
+    }
+
     int inputIndex = 0;
     scalar vinMin = 0;
     scalar vinMax = 0;

@@ -6,6 +6,8 @@
 
 namespace kelm {
 
+class Filter;
+
 // Attached to a Filter: recomputes that filter's coefficients from
 // higher-level properties, optionally for every sample.
 class PropertiesHandler {
@@ -17,6 +19,14 @@ public:
     virtual bool isPerSample() = 0;
     virtual void updateForIteration(scalar x, scalar y, int iteration) = 0;
     virtual void updateForSample(scalar x, scalar y) = 0;
+    // Runs the per-sample loop of `filter` (its target) over a block itself, with
+    // the same result as updateForSample(in[i], last output) and one step of the
+    // filter for each sample, when it has a faster way; false leaves the loop
+    // to the filter.
+    virtual bool runPerSample(Filter& filter, const scalar* in, scalar* out, size_t n) {
+        (void)filter, (void)in, (void)out, (void)n;
+        return false;
+    }
 };
 
 } // namespace kelm

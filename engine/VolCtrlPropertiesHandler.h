@@ -23,6 +23,7 @@ public:
     bool isPerSample() override { return true; }
     void updateForIteration(scalar x, scalar y, int iteration) override;
     void updateForSample(scalar x, scalar y) override;
+    bool runPerSample(Filter& filter, const scalar* in, scalar* out, size_t n) override;
 
     // Grid admittance by grid voltage and plate resistance by plate voltage.
     LookupTableFilter& yg() { return *gridAdmittance; }

@@ -3,7 +3,8 @@
 set -euo pipefail
 PACKAGES=(build-essential cmake pkg-config ccache
   libboost-dev libboost-graph-dev libboost-iostreams-dev libpugixml-dev libeigen3-dev libsndfile1-dev
-  libgtest-dev libbenchmark-dev ngspice python3-numpy python3-scipy)
+  libgtest-dev libbenchmark-dev ngspice python3-numpy python3-scipy
+  lv2-dev sordi lilv-utils libcairo2-dev fonts-dejavu-core)
 missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

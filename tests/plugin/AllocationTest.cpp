@@ -86,3 +86,25 @@ TEST(PluginAllocation, ConvolverProcessAllocatesNothing) {
     for (int b = 0; b < 20; ++b) conv.process(in, 100 + b);
     EXPECT_EQ(0, c.count());
 }
+
+TEST(PluginAllocation, ParameterChangesOnTheAudioThreadAllocateNothing) {
+    // An LV2 host's control ports reach the effect inside run, on the audio thread. The knobs
+    // only: a switch (Oversampling, EQ_Position, Stereo, CPU) makes the driver recompute the
+    // graphs' rates and sizes in the next block, which allocates today.
+    KelmEffect effect;
+    effect.setSampleRate(48000);
+    effect.setBlockSize(128);
+    effect.resume();
+    std::vector<float> l(128, 0.1f), ol(128), orr(128);
+    float* in[2] = {l.data(), l.data()};
+    float* out[2] = {ol.data(), orr.data()};
+    effect.process(in, out, 128);
+    Counting c;
+    for (int b = 0; b < 40; ++b) {
+        for (int p = 0; p < effect.numberOfParameters(); ++p)
+            for (const char* knob : {"Input", "Gain", "Vol", "Bass", "Treble"})
+                if (effect.parameterName(p) == knob) effect.setParameter(p, 0.1f * ((b + p) % 11));
+        effect.process(in, out, 128);
+    }
+    EXPECT_EQ(0, c.count());
+}

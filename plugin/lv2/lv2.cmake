@@ -1,0 +1,35 @@
+# The LV2 plug-in: bundle kelm.lv2 with the shared object (exporting lv2_descriptor only,
+# C++ runtime linked in) and its description, generated from the built-in document's
+# controls by kelm_lv2ttl at build time.
+# The bundle has a folder of its own, so that LV2_PATH can name it alone.
+set(KELM_LV2_BUNDLE ${CMAKE_BINARY_DIR}/lv2/kelm.lv2)
+add_executable(kelm_lv2ttl ${CMAKE_SOURCE_DIR}/plugin/lv2/ttlgen/Main.cpp)
+target_link_libraries(kelm_lv2ttl PRIVATE kelm_engine kelm_builtin)
+
+add_library(kelm_lv2 MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Plugin.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Main.cpp)
+set_target_properties(kelm_lv2 PROPERTIES OUTPUT_NAME "kelm" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
+  CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+target_link_libraries(kelm_lv2 PRIVATE kelm_engine kelm_builtin
+  -Wl,--version-script=${CMAKE_SOURCE_DIR}/plugin/lv2/exports.map)
+if(NOT KELM_SANITIZE AND NOT KELM_TSAN)
+  target_link_options(kelm_lv2 PRIVATE -Wl,--no-undefined -static-libstdc++)
+endif()
+add_custom_command(TARGET kelm_lv2 POST_BUILD
+  COMMAND kelm_lv2ttl ${KELM_LV2_BUNDLE} $<TARGET_FILE_NAME:kelm_lv2>
+  COMMENT "Describing the LV2 bundle")
+add_dependencies(kelm_lv2 kelm_lv2ttl)
+# A changed generator describes the bundle anew.
+set_property(TARGET kelm_lv2 APPEND PROPERTY LINK_DEPENDS $<TARGET_FILE:kelm_lv2ttl>)
+
+option(KELM_INSTALL_USER_LV2 "Copy the LV2 bundle to ~/.lv2 after each build" ON)
+if(KELM_INSTALL_USER_LV2 AND DEFINED ENV{HOME})
+  add_custom_command(TARGET kelm_lv2 POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -E copy_directory ${KELM_LV2_BUNDLE} $ENV{HOME}/.lv2/kelm.lv2
+    COMMENT "Installing kelm.lv2 into $ENV{HOME}/.lv2")
+endif()
+install(DIRECTORY ${KELM_LV2_BUNDLE} DESTINATION lib/lv2)
+
+target_compile_definitions(kelm_tests PRIVATE KELM_LV2_BUNDLE="${KELM_LV2_BUNDLE}")
+add_dependencies(kelm_tests kelm_lv2)
+add_test(NAME Lv2 COMMAND kelm_tests --gtest_filter=Lv2*)
+set_tests_properties(Lv2 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
