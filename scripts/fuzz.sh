@@ -43,7 +43,7 @@ for t in "${targets[@]}"; do
   seed "$t"
   mkdir -p "$dir/artifacts/$t"
   echo "fuzzing $t for ${seconds} s ..."
-  if ! "$dir/kelm_fuzz_$t" "$dir/corpus/$t" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
+  if ! "$dir/kelm_fuzz_$t" "$dir/corpus/$t" -max_total_time="$seconds" -timeout=120 -rss_limit_mb=2048 \
         -max_len=65536 -print_final_stats=1 -artifact_prefix="$dir/artifacts/$t/" > "$dir/fuzz-$t.log" 2>&1; then
     tail -n 60 "$dir/fuzz-$t.log"
     echo "fuzz target $t failed; the input is in $dir/artifacts/$t/" >&2
