@@ -8,18 +8,7 @@
 
 namespace kelm {
 
-Capacitor::Capacitor() : stamp(2, 2) {
-    admittanceRules["BackwardEuler"] = [](double c, double fs) { return c * fs; };
-    admittanceRules["Trapezoidal"] = [](double c, double fs) { return 2.0 * c * fs; };
-    currentRules["BackwardEuler"] = [](scalar g, scalar v, scalar) {
-        return static_cast<scalar>(-static_cast<double>(g) * v);
-    };
-    currentRules["Trapezoidal"] = [](scalar g, scalar v, scalar i) {
-        return static_cast<scalar>(-2.0 * static_cast<double>(g) * v) - i;
-    };
-    admittanceRule = admittanceRules["Trapezoidal"];
-    currentRule = currentRules["Trapezoidal"];
-}
+Capacitor::Capacitor() : stamp(2, 2) {}
 
 void Capacitor::init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& names,
                      const std::shared_ptr<MNAContext>& ctx) {
@@ -32,10 +21,9 @@ void Capacitor::init(const std::string& name, const PropertyMapPtr& properties, 
 void Capacitor::read(const PropertyMap& p) {
     std::string scheme;
     if (p.readOptional("IntegrationScheme", scheme)) {
-        if (!admittanceRules.count(scheme) || !currentRules.count(scheme))
+        if (scheme != "Trapezoidal" && scheme != "BackwardEuler")
             throw InvalidArgumentException("Unknown IntegrationScheme " + scheme);
-        admittanceRule = admittanceRules[scheme];
-        currentRule = currentRules[scheme];
+        trapezoidal = scheme == "Trapezoidal";
     }
     scalar c = 0;
     p.readRequired("Capacitance", c, KELMException("Capacitance is not defined. Capacitor name=" + elementName));
@@ -47,7 +35,7 @@ void Capacitor::setCapacitance(scalar c) {
         throw InvalidArgumentException(
             str("propertyChanged: Capacitance cannot be negative. Capacitor name=", elementName, ", value=", c));
     capacitance = c;
-    if (sampleRate > 0) admittance = static_cast<scalar>(admittanceRule(capacitance, sampleRate));
+    if (sampleRate > 0) admittance = static_cast<scalar>(admittanceFor(capacitance, sampleRate));
 }
 
 void Capacitor::fetchRate() {
@@ -59,7 +47,7 @@ void Capacitor::fetchRate() {
 void Capacitor::sampleRateChanged(scalar rate) {
     if (!(rate > 0)) throw InvalidArgumentException(str("Capacitor: Invalid sampling rate: ", rate));
     sampleRate = rate;
-    admittance = static_cast<scalar>(admittanceRule(capacitance, sampleRate));
+    admittance = static_cast<scalar>(admittanceFor(capacitance, sampleRate));
 }
 
 scalar** Capacitor::getG() {
@@ -95,7 +83,8 @@ void Capacitor::nextSample() {
         current = -(admittance * voltage);
         firstStep = false;
     } else {
-        current = currentRule(admittance, voltage, current);
+        current = trapezoidal ? static_cast<scalar>(-2.0 * static_cast<double>(admittance) * voltage) - current
+                              : static_cast<scalar>(-static_cast<double>(admittance) * voltage);
     }
     rhs[0] = -current;
     rhs[1] = current;

@@ -1,6 +1,4 @@
 #pragma once
-#include <functional>
-#include <map>
 #include <string>
 
 #include "circuit/Component.h"
@@ -20,6 +18,7 @@ public:
     scalar** getG() override;
     scalar* getRhs(scalar* x) override;
     bool hasRhs() override { return true; }
+    bool rhsReadsSolution() override { return false; }
     void setNodes(const NodeIndices& nodes) override;
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, scalar value) override;
@@ -33,8 +32,6 @@ public:
     scalar getAdmittance() const { return admittance; }
 
 private:
-    typedef std::function<double(double c, double fs)> AdmittanceRule;
-    typedef std::function<scalar(scalar g, scalar v, scalar i)> CurrentRule;
 
     void read(const PropertyMap& properties);
     void setCapacitance(scalar c);
@@ -50,10 +47,9 @@ private:
     bool nodeAValid = false;
     bool nodeBValid = false;
     bool firstStep = true;
-    std::map<std::string, AdmittanceRule> admittanceRules;
-    std::map<std::string, CurrentRule> currentRules;
-    AdmittanceRule admittanceRule;
-    CurrentRule currentRule;
+    // "Trapezoidal": G = 2 C fs, next I = -2 G v - I; "BackwardEuler": G = C fs, next I = -G v.
+    bool trapezoidal = true;
+    double admittanceFor(double c, double fs) const { return trapezoidal ? 2.0 * c * fs : c * fs; }
 };
 
 } // namespace kelm

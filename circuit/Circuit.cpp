@@ -1,5 +1,6 @@
 #include "circuit/Circuit.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "engine/Str.h"
@@ -118,22 +119,26 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
         for (int k = 0; k < numberOfOutputs; ++k) std::memset(outputs[k], 0, frames * sizeof(scalar));
         return;
     }
-    x = context->solution();
+    // The solver advances the context's own solution in place: components read
+    // it in nextSample, and no copy is needed between the samples.
+    DenseVector& state = context->solution();
     Solver& solver = *analysis->solver;
     const bool ac = context->getAnalysisType() == 1;
+    const int* outputIndex = context->outputIndex().data();
+    const int outputCount = std::min<int>(numberOfOutputs, static_cast<int>(context->outputIndex().size()));
+    scalar* in = inputValues ? inputValues->data() : nullptr;
     for (size_t i = 0; i < frames; ++i) {
-        for (int j = 0; j < numberOfInputs; ++j) (*inputValues)[j] = inputs[j] ? inputs[j][i] : 0.0f;
+        for (int j = 0; j < numberOfInputs; ++j) in[j] = inputs[j] ? inputs[j][i] : 0.0f;
         if (ac) context->notifyNextSample();
         if (context->matrixChanged()) {
-            solver.initMatrix();
+            if (context->onlySignalStampsChanged())
+                solver.restamp();
+            else
+                solver.initMatrix();
             context->setMatrixChanged(false);
         }
-        solver.solve(x);
-        context->setSolution(x);
-        if (numberOfOutputs > 0) {
-            const ScalarVector& out = *context->getOutputs();
-            for (int k = 0; k < numberOfOutputs; ++k) outputs[k][i] = out[k];
-        }
+        solver.solve(state);
+        for (int k = 0; k < outputCount; ++k) outputs[k][i] = state[outputIndex[k]];
     }
 }
 

@@ -28,7 +28,7 @@ public:
     void setAnalysis(Analysis* a) { analysis.reset(a); }
     Analysis* getAnalysis() const { return analysis.get(); }
     void setContext(const std::shared_ptr<MNAContext>& c) { context = c; }
-    const DenseVector& getState() const { return x; }
+    const DenseVector& getState() const { return context->solution(); }
 
 private:
     void doBypass(BufferList& inputs, BufferList& outputs, size_t frames);

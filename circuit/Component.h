@@ -35,6 +35,14 @@ public:
     virtual const NodeNames& getNodeNames() const { return nodeNames; }
     virtual void setFirstExtraVariable(int index) { firstExtraVariable = index; }
     virtual bool hasRhs() { return false; }
+    // False when getRhs ignores x and its result stays the same from the end of
+    // nextSample to the next one (sources, capacitor memory): the solvers then
+    // evaluate it once per sample instead of once per iteration.
+    virtual bool rhsReadsSolution() { return true; }
+    // True for a component whose stamps follow the signal from sample to sample
+    // (and announce it with MNAContext::setStampsChanged): the context keeps the
+    // sum of all other stamps, so that a change costs a few additions.
+    virtual bool hasSignalDependentStamps() { return false; }
     virtual bool isFixedVoltage() { return false; }
     virtual std::string getFixedVoltageNode() const { return fixedVoltageNode; }
 

@@ -144,6 +144,15 @@ void MNAContext::init() {
         if (nonlinearFlags[i]) nonlinearList.push_back(static_cast<int>(i));
         if (fixedFlags[i]) fixedList.push_back(static_cast<int>(i));
     }
+    buildEntries();
+    signalDependentList.clear();
+    for (size_t i = 0; i < components.size(); ++i)
+        if (components[i]->hasSignalDependentStamps()) signalDependentList.push_back(static_cast<int>(i));
+    fixedRowShared = false;
+    for (size_t a = 0; a < fixedList.size(); ++a)
+        for (size_t b = a + 1; b < fixedList.size(); ++b)
+            if (slots[fixedList[a]].fixedRow == slots[fixedList[b]].fixedRow) fixedRowShared = true;
+    buildPorts();
     initialized = true;
 }
 
@@ -158,38 +167,52 @@ void MNAContext::notifyNextSample() {
         for (MNAEventListener* l : listenerList) l->nextSample();
 }
 
-void MNAContext::assembleMatrix() {
+void MNAContext::stamp(const Slot& s, scalar* M) {
     const int last = lastNode + extraCount;
     const int T = static_cast<int>(A->rows());
-    scalar* M = A->data();
-    std::fill(M, M + static_cast<size_t>(T) * A->cols(), 0.0f);
     auto at = [M, T](int r, int c) -> scalar& { return M[static_cast<size_t>(c) * T + r]; };
-    for (const Slot& s : slots) {
-        const int* n = s.nodes;
-        if (scalar** G = s.component->getG()) {
-            for (int a = 0; a < s.k; ++a) {
-                if (n[a] == -1 || n[a] > last) continue;
-                for (int b = 0; b < s.k; ++b)
-                    if (n[b] != -1) at(n[a], n[b]) += G[a][b];
-            }
-        }
-        if (s.m > 0) {
-            const int f = s.firstExtra;
-            if (scalar** B = s.component->getB())
-                for (int j = 0; j < s.m; ++j)
-                    for (int a = 0; a < s.k; ++a)
-                        if (n[a] != -1 && n[a] <= last) at(n[a], f + j) += B[a][j];
-            if (scalar** C = s.component->getC())
-                for (int j = 0; j < s.m; ++j)
-                    for (int a = 0; a < s.k; ++a)
-                        if (n[a] != -1) at(f + j, n[a]) += C[j][a];
-            if (scalar** D = s.component->getD())
-                for (int j = 0; j < s.m; ++j)
-                    for (int l = 0; l < s.m; ++l) at(f + j, f + l) += D[j][l];
+    const int* n = s.nodes;
+    if (scalar** G = s.component->getG()) {
+        for (int a = 0; a < s.k; ++a) {
+            if (n[a] == -1 || n[a] > last) continue;
+            for (int b = 0; b < s.k; ++b)
+                if (n[b] != -1) at(n[a], n[b]) += G[a][b];
         }
     }
+    if (s.m > 0) {
+        const int f = s.firstExtra;
+        if (scalar** B = s.component->getB())
+            for (int j = 0; j < s.m; ++j)
+                for (int a = 0; a < s.k; ++a)
+                    if (n[a] != -1 && n[a] <= last) at(n[a], f + j) += B[a][j];
+        if (scalar** C = s.component->getC())
+            for (int j = 0; j < s.m; ++j)
+                for (int a = 0; a < s.k; ++a)
+                    if (n[a] != -1) at(f + j, n[a]) += C[j][a];
+        if (scalar** D = s.component->getD())
+            for (int j = 0; j < s.m; ++j)
+                for (int l = 0; l < s.m; ++l) at(f + j, f + l) += D[j][l];
+    }
+}
+
+void MNAContext::assembleMatrix() {
+    const int T = static_cast<int>(A->rows());
+    const size_t size = static_cast<size_t>(T) * A->cols();
+    steadyPart.resize(T, T);
+    scalar* M = steadyPart.data();
+    std::fill(M, M + size, 0.0f);
     for (const Slot& s : slots)
-        if (s.fixedRow >= 0) at(s.fixedRow, s.fixedRow) = 1.0f;
+        if (!s.component->hasSignalDependentStamps()) stamp(s, M);
+    for (const Slot& s : slots)
+        if (s.fixedRow >= 0) M[static_cast<size_t>(s.fixedRow) * T + s.fixedRow] = 1.0f;
+    restampSignalDependent();
+}
+
+void MNAContext::restampSignalDependent() {
+    const scalar* from = steadyPart.data();
+    scalar* to = A->data();
+    for (Eigen::Index i = 0, size = steadyPart.size(); i < size; ++i) to[i] = from[i];
+    for (int i : signalDependentList) stamp(slots[i], A->data());
 }
 
 void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
@@ -197,44 +220,148 @@ void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
     if (rhsVector.size() != T) rhsVector.resize(T);
     scalar* rhs = rhsVector.data();
     std::fill(rhs, rhs + T, 0.0f);
-    scalar* xp = xv.data();
-    scalar* fixedAt = fixedValues.data();
+    accumulateRhs(allRhs, xv.data(), rhs);
+    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+}
+
+void MNAContext::computeConstantRhs(scalar* xp, scalar* rhs) {
+    std::fill(rhs, rhs + size(), 0.0f);
+    accumulateRhs(constantRhs, xp, rhs);
+}
+
+void MNAContext::addVaryingRhs(scalar* xp, scalar* rhs) {
+    accumulateRhs(varyingRhs, xp, rhs);
+    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+}
+
+void MNAContext::buildEntries() {
+    entries.clear();
+    allRhs.clear();
+    constantRhs.clear();
+    varyingRhs.clear();
+    jacobianStamps.clear();
+    const int T = size();
+    const int last = lastNode + extraCount;
     for (int i : rhsList) {
         const Slot& s = slots[i];
-        const scalar* r = s.component->getRhs(xp);
+        const int first = static_cast<int>(entries.size());
+        for (int a = 0; a < s.k; ++a) {
+            const int row = s.nodes[a];
+            if (row != -1) entries.push_back({a, row == s.fixedRow ? 1 : 0, row});
+        }
+        for (int j = 0; j < s.m; ++j) entries.push_back({s.k + j, 0, s.firstExtra + j});
+        const EntryRange range{s.component, first, static_cast<int>(entries.size()) - first};
+        allRhs.push_back(range);
+        (s.component->rhsReadsSolution() ? varyingRhs : constantRhs).push_back(range);
+    }
+    for (int i : nonlinearList) {
+        const Slot& s = slots[i];
+        const int first = static_cast<int>(entries.size());
+        for (int a = 0; a < s.k; ++a) {
+            const int row = s.nodes[a];
+            if (row == -1 || row > last) continue;
+            for (int b = 0; b < s.k; ++b)
+                if (s.nodes[b] != -1) entries.push_back({a, b, s.nodes[b] * T + row});
+        }
+        jacobianStamps.push_back({s.component, first, static_cast<int>(entries.size()) - first});
+    }
+}
+
+void MNAContext::accumulateRhs(const std::vector<EntryRange>& list, scalar* xp, scalar* rhs) {
+    scalar* fixedAt = fixedValues.data();
+    const Entry* e = entries.data();
+    for (const EntryRange& range : list) {
+        const scalar* r = range.component->getRhs(xp);
         if (!r) continue;
+        for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) {
+            if (t->b)
+                fixedAt[t->dest] = r[t->a];
+            else
+                rhs[t->dest] += r[t->a];
+        }
+    }
+}
+
+void MNAContext::buildPorts() {
+    portTerms.clear();
+    portSlots.clear();
+    portRows.clear();
+    fixedPorts.clear();
+    const int last = lastNode + extraCount;
+    auto newPort = [this](int plus, int minus) {
+        portRows.emplace_back(plus, minus);
+        return static_cast<int>(portRows.size()) - 1;
+    };
+    for (int i : rhsList) {
+        const Slot& s = slots[i];
+        const int first = static_cast<int>(portTerms.size());
+        int base = -1, baseRow = -1;
         for (int a = 0; a < s.k; ++a) {
             const int row = s.nodes[a];
             if (row == -1) continue;
-            if (row == s.fixedRow)
-                fixedAt[row] = r[a];
-            else
-                rhs[row] += r[a];
+            if (row == s.fixedRow) {
+                int port = -1;
+                for (auto& fp : fixedPorts)
+                    if (fp.second == row) port = fp.first;
+                if (port < 0) {
+                    port = newPort(row, -1);
+                    fixedPorts.emplace_back(port, row);
+                }
+                portTerms.push_back({a, port, 0.0f, row});
+                continue;
+            }
+            if (row > last) continue;  // a node that another component fixes: its value wins
+            if (base < 0) {
+                base = newPort(row, -1);
+                baseRow = row;
+            }
+            // r e_row = r e_base - r (e_base - e_row)
+            portTerms.push_back({a, base, 1.0f, -1});
+            if (row != baseRow) portTerms.push_back({a, newPort(baseRow, row), -1.0f, -1});
         }
-        for (int j = 0; j < s.m; ++j) rhs[s.firstExtra + j] += r[s.k + j];
+        for (int j = 0; j < s.m; ++j) portTerms.push_back({s.k + j, newPort(s.firstExtra + j, -1), 1.0f, -1});
+        portSlots.push_back({i, first, static_cast<int>(portTerms.size()) - first});
     }
-    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedAt[slots[i].fixedRow];
+}
+
+void MNAContext::portColumn(int p, scalar* column) const {
+    std::fill(column, column + size(), 0.0f);
+    column[portRows[p].first] = 1.0f;
+    if (portRows[p].second >= 0) column[portRows[p].second] = -1.0f;
+}
+
+void MNAContext::computePortAmplitudes(scalar* xp, scalar* u) {
+    const int P = portCount();
+    for (int p = 0; p < P; ++p) u[p] = 0.0f;
+    scalar* fixedAt = fixedValues.data();
+    for (const PortSlot& ps : portSlots) {
+        const scalar* r = slots[ps.slot].component->getRhs(xp);
+        if (!r) continue;
+        for (const PortTerm* t = portTerms.data() + ps.first; t != portTerms.data() + ps.first + ps.count; ++t) {
+            if (t->fixedRow < 0)
+                u[t->port] += t->sign * r[t->source];
+            else
+                fixedAt[t->fixedRow] = r[t->source];
+        }
+    }
+    for (auto& fp : fixedPorts) u[fp.first] = fixedAt[fp.second];
 }
 
 DenseMatrix& MNAContext::computeJacobian(DenseVector& xv) {
     DenseMatrix& M = *J;
     const int T = static_cast<int>(A->rows());
     std::copy(A->data(), A->data() + static_cast<size_t>(T) * T, M.data());
-    scalar* m = M.data();
-    const int last = lastNode + extraCount;
-    scalar* xp = xv.data();
-    for (int i : nonlinearList) {
-        const Slot& s = slots[i];
-        scalar** stamp = s.component->getJacobian(xp);
-        if (!stamp) continue;
-        for (int a = 0; a < s.k; ++a) {
-            const int row = s.nodes[a];
-            if (row == -1 || row > last) continue;
-            for (int b = 0; b < s.k; ++b)
-                if (s.nodes[b] != -1) m[static_cast<size_t>(s.nodes[b]) * T + row] += stamp[a][b];
-        }
-    }
+    addJacobianStamps(xv.data(), M.data());
     return M;
+}
+
+void MNAContext::addJacobianStamps(scalar* xp, scalar* m) {
+    const Entry* e = entries.data();
+    for (const EntryRange& range : jacobianStamps) {
+        scalar** stamp = range.component->getJacobian(xp);
+        if (!stamp) continue;
+        for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) m[t->dest] += stamp[t->a][t->b];
+    }
 }
 
 const ScalarVectorPtr& MNAContext::getOutputs() {

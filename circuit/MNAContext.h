@@ -32,6 +32,29 @@ public:
     DenseMatrix& matrix() { return *A; }
     void computeRhs(DenseVector& x, DenseVector& rhs);
     DenseMatrix& computeJacobian(DenseVector& x);
+
+    // The right-hand side split for iterating solvers: the part that stays the
+    // same through a sample (components whose rhsReadsSolution is false), and
+    // the rest. computeConstantRhs then addVaryingRhs gives what computeRhs gives.
+    void computeConstantRhs(scalar* x, scalar* rhs);
+    void addVaryingRhs(scalar* x, scalar* rhs);
+    // True when the split is exact: no node is fixed by two components.
+    bool rhsSplits() const { return !fixedRowShared; }
+    // Adds the Jacobian stamps of the nonlinear components at x to the T by T
+    // column-major matrix J (whose copy of A the caller made).
+    void addJacobianStamps(scalar* x, scalar* J);
+
+    // The right-hand side as a sum of constant sparse columns ("ports") times
+    // amplitudes. A component's entries map to the unit column of its first
+    // free node and to differences of unit columns, so that a two-terminal
+    // current source (equal and opposite entries) drives one difference column
+    // and nothing else; a fixed node and an extra unknown have a unit column.
+    int portCount() const { return static_cast<int>(portRows.size()); }
+    // Writes port p as a dense column of size() entries.
+    void portColumn(int p, scalar* column) const;
+    // The amplitudes of all ports for x (x may be changed as by computeRhs).
+    void computePortAmplitudes(scalar* x, scalar* u);
+    const std::vector<int>& outputIndex() const { return outputIndices; }
     DenseVector& solution() { return *x; }
     void setSolution(const DenseVector& v) { *x = v; }
     const ScalarVectorPtr& getOutputs();
@@ -40,7 +63,20 @@ public:
     std::vector<MNAEventListener*>& listeners() { return listenerList; }
     void addListener(MNAEventListener* l);
     bool matrixChanged() const { return changed; }
-    void setMatrixChanged(bool flag) { changed = flag; }
+    void setMatrixChanged(bool flag) {
+        changed = flag;
+        onlySignalStamps = false;
+    }
+    // Sets matrixChanged on behalf of a component with signal-dependent stamps;
+    // as long as only such components changed, restampSignalDependent suffices.
+    void setStampsChanged() {
+        if (!changed) onlySignalStamps = true;
+        changed = true;
+    }
+    bool onlySignalStampsChanged() const { return changed && onlySignalStamps; }
+    // A := the sum of the other stamps, kept from the last assembleMatrix, plus
+    // the present stamps of the components with signal-dependent stamps.
+    void restampSignalDependent();
     int fixedMarker() const { return fixedMarkerValue; }
     bool isInitialized() const { return initialized; }
     int size() const { return lastNode + extraCount - fixedMarkerValue; }
@@ -76,6 +112,8 @@ private:
     int analysisType = 1;
     bool initialized = false;
     bool changed = false;
+    bool onlySignalStamps = false;
+    DenseMatrix steadyPart;  // A without the signal-dependent stamps
     // What the per-iteration loops need of each component, without indirections.
     struct Slot {
         Component* component;
@@ -89,6 +127,44 @@ private:
     std::vector<int> rhsList;
     std::vector<int> nonlinearList;
     std::vector<int> fixedList;
+    std::vector<int> signalDependentList;
+    void stamp(const Slot& s, scalar* M);
+    // Flat lists of where each entry of a component's rhs or Jacobian stamp
+    // goes, made once in init, so that the per-iteration loops only add.
+    struct Entry {
+        int a;     // rhs entry, or stamp row
+        int b;     // 1 for the value of a fixed node (rhs), or stamp column
+        int dest;  // rhs row, or offset in the column-major T by T matrix
+    };
+    struct EntryRange {
+        Component* component;
+        int first;
+        int count;
+    };
+    std::vector<Entry> entries;
+    std::vector<EntryRange> allRhs, constantRhs, varyingRhs, jacobianStamps;
+    bool fixedRowShared = false;
+    void buildEntries();
+    void accumulateRhs(const std::vector<EntryRange>& list, scalar* x, scalar* rhs);
+    void buildPorts();
+    // A port term: entry `source` of a component's rhs goes to port `port`
+    // times `sign` (1 or -1), or, with `fixedRow` not -1, is the value of that
+    // fixed node.
+    struct PortTerm {
+        int source;
+        int port;
+        float sign;
+        int fixedRow;
+    };
+    struct PortSlot {
+        int slot;
+        int first;
+        int count;
+    };
+    std::vector<PortTerm> portTerms;
+    std::vector<PortSlot> portSlots;
+    std::vector<std::pair<int, int>> portRows;  // +1 at first, -1 at second (or -1: none)
+    std::vector<std::pair<int, int>> fixedPorts;  // port, fixed row
 };
 
 } // namespace kelm

@@ -57,7 +57,7 @@ void SourceAdmittance::nextSample() {
     if (threshold * lastAdmittance > std::fabs(g - lastAdmittance)) return;
     lastAdmittance = g;
     admittance = g;
-    context->setMatrixChanged(true);
+    context->setStampsChanged();
 }
 
 } // namespace kelm

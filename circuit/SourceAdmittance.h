@@ -16,6 +16,7 @@ public:
     void propertyChanged(const std::string& name, scalar value) override { Resistor::propertyChanged(name, value); }
     void sampleRateChanged(scalar) override {}
     void nextSample() override;
+    bool hasSignalDependentStamps() override { return true; }
 
 private:
     scalar vinMin = 0, vinMax = 0, inverseDelta = 0, deltaV = 0;

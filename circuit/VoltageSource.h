@@ -15,6 +15,7 @@ public:
     int getNumberOfExtraVariables() override { return useFixedVoltage ? 0 : 1; }
     bool isFixedVoltage() override { return useFixedVoltage; }
     bool hasRhs() override { return true; }
+    bool rhsReadsSolution() override { return false; }
     virtual void readProperties(const PropertyMap& properties) = 0;
 
 protected:

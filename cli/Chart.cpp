@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include <cairo.h>
+#include <fontconfig/fontconfig.h>
 
 namespace kelm {
 namespace cli {
@@ -285,6 +286,11 @@ void Chart::writePng(const std::string& path, int width, int height) const {
     cairo_surface_destroy(surface);
     if (status != CAIRO_STATUS_SUCCESS)
         throw std::runtime_error("cannot write " + path + ": " + cairo_status_to_string(status));
+}
+
+void Chart::releaseFontCaches() {
+    cairo_debug_reset_static_data();
+    FcFini();
 }
 
 void Chart::writeCsv(const std::string& path) const {

@@ -16,6 +16,7 @@
 #include <cairo.h>
 
 #include "cli/AudioFile.h"
+#include "cli/Chart.h"
 #include "cli/CommandLine.h"
 #include "cli/Plot.h"
 #include "cli/Renderer.h"
@@ -45,7 +46,7 @@ const char* kUsage =
     "\n"
     "Without --system the built-in preamp is used; its parameters take values from 0 to 1.\n"
     "The output format follows --format, else the name (.flac: 24-bit FLAC), else 32-bit float WAV.\n"
-    "plot response: small-signal gain and phase from an impulse of height A (default 0.01);\n"
+    "plot response: small-signal gain and phase from stepped sines of amplitude A (default 0.01);\n"
     "plot curve: output against input for sines near 1 kHz up to A (default 1) and their harmonics;\n"
     "plot spectrum: of --in FILE, or of a sine of amplitude A (default 0.5) through the system.\n";
 
@@ -157,7 +158,9 @@ int main(int argc, char** argv) {
         }
         if (o.command == "info") return info(o);
         if (o.command == "plot") {
-            return cli::Plot::run(o.plot, [&] { return makeRenderer(o); });
+            const int status = cli::Plot::run(o.plot, [&] { return makeRenderer(o); });
+            cli::Chart::releaseFontCaches();
+            return status;
         }
         if (o.command == "tables") return cli::writeTables(o.out);
         if (o.command == "signal") {

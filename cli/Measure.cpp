@@ -41,22 +41,42 @@ std::vector<float> Measure::run(Renderer& r, const std::vector<float>& input) {
     return out;
 }
 
-Measure::Response Measure::response(Renderer& system, Renderer& twin, double rate, double height, int points) {
-    const std::vector<float> rest(static_cast<size_t>(rate * 0.5), 0.0f);
-    run(system, rest);
-    run(twin, rest);
-    std::vector<float> impulse(static_cast<size_t>(rate), 0.0f);
-    const std::vector<float> idle = run(twin, impulse);
-    impulse[0] = static_cast<float>(height);
-    std::vector<float> h = run(system, impulse);
-    for (size_t i = 0; i < h.size(); ++i) h[i] = static_cast<float>((static_cast<double>(h[i]) - idle[i]) / height);
-
+Measure::Response Measure::response(Renderer& r, double rate, double amplitude, int points) {
+    run(r, std::vector<float>(static_cast<size_t>(rate * 0.5), 0.0f));
     Response result;
     const double lo = 20, hi = std::min(20000.0, 0.48 * rate);
-    double previous = 0;
+    double phaseNow = 0, previous = 0;
+    std::vector<float> x;
+    std::vector<double> angle;
     for (int k = 0; k < points; ++k) {
-        const double f = lo * std::pow(hi / lo, k / (points - 1.0));
-        const std::complex<double> value = dft(h.data(), h.size(), 2 * kPi * f / rate);
+        const double f = lo * std::pow(hi / lo, k / (points - 1.0)), w = 2 * kPi * f / rate;
+        const size_t span = static_cast<size_t>(std::ceil(std::max(0.05 * rate, 5 * rate / f)));
+        x.resize(2 * span);
+        angle.resize(2 * span);
+        for (size_t i = 0; i < x.size(); ++i) {
+            angle[i] = phaseNow;
+            x[i] = static_cast<float>(amplitude * std::sin(phaseNow));
+            phaseNow = std::fmod(phaseNow + w, 2 * kPi);
+        }
+        const std::vector<float> y = run(r, x);
+        // Least squares for y = a cos + b sin + c over the second half: the normal equations.
+        double m[3][4] = {};
+        for (size_t i = span; i < y.size(); ++i) {
+            const double basis[3] = {std::cos(angle[i]), std::sin(angle[i]), 1.0};
+            for (int row = 0; row < 3; ++row) {
+                for (int col = 0; col < 3; ++col) m[row][col] += basis[row] * basis[col];
+                m[row][3] += basis[row] * y[i];
+            }
+        }
+        for (int p = 0; p < 3; ++p)  // Gauss-Jordan; the matrix is well conditioned over >= 5 periods
+            for (int row = 0; row < 3; ++row) {
+                if (row == p) continue;
+                const double factor = m[row][p] / m[p][p];
+                for (int col = p; col < 4; ++col) m[row][col] -= factor * m[p][col];
+            }
+        const double a = m[0][3] / m[0][0], b = m[1][3] / m[1][1];
+        // y = |H| A sin(angle + theta) = |H| A (cos theta sin + sin theta cos)
+        const std::complex<double> value(b / amplitude, a / amplitude);
         double phase = std::arg(value) * 180 / kPi;
         if (k > 0) {
             while (phase - previous > 180) phase -= 360;

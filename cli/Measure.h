@@ -29,10 +29,12 @@ public:
         std::vector<double> level;      // dB relative to a sine of peak amplitude 1
     };
 
-    // The response to an impulse of the given height after 0.5 s of rest, less what an
-    // identical twin of the system puts out meanwhile at rest (so that any idle output or
-    // drift cancels), as magnitude and phase from 20 Hz to 20 kHz (or 0.48 times the rate).
-    static Response response(Renderer& system, Renderer& twin, double rate, double height, int points = 240);
+    // Gain and phase from 20 Hz to 20 kHz (or 0.48 times the rate) by stepped sines of the
+    // given amplitude after 0.5 s of rest: at each frequency the sine runs five periods (at
+    // least 50 ms) to settle, and the output over as long again is fitted with a sine in phase
+    // with the input, one in quadrature and a constant. The fit is exact for a settled linear
+    // system whatever the window, and averages out a system's own noise.
+    static Response response(Renderer& system, double rate, double amplitude, int points = 160);
     // Sines near 1 kHz at `levels` amplitudes from maxLevel/levels to maxLevel, each after
     // 0.2 s of settling, measured over 100 periods.
     static Curve curve(Renderer& r, double rate, double maxLevel, int levels = 40);
@@ -43,8 +45,8 @@ public:
     // Runs a mono signal through the system; returns output 0.
     static std::vector<float> run(Renderer& r, const std::vector<float>& input);
 
-    static const int kBlock = 512;  // block size the renderers are prepared with
-    static const int kSpectrumSize = 8192;
+    static constexpr int kBlock = 512;  // block size the renderers are prepared with
+    static constexpr int kSpectrumSize = 8192;
 };
 
 } // namespace cli

@@ -23,7 +23,6 @@ std::string valueText(float v) {
 struct Variant {
     std::string label;  // "Bass=0.25", or empty without a sweep
     std::unique_ptr<Renderer> renderer;
-    std::function<std::unique_ptr<Renderer>()> twin;  // another renderer of the same settings
 };
 
 std::unique_ptr<Renderer> prepared(const Plot::Request& q, const Plot::RendererFactory& make, int sweepIndex) {
@@ -41,7 +40,6 @@ std::vector<Variant> variants(const Plot::Request& q, const Plot::RendererFactor
         Variant v;
         const int sweepIndex = q.sweepValues.empty() ? -1 : i;
         v.renderer = prepared(q, make, sweepIndex);
-        v.twin = [&q, &make, sweepIndex] { return prepared(q, make, sweepIndex); };
         if (sweepIndex >= 0) v.label = q.sweepName + "=" + valueText(q.sweepValues[i]);
         list.push_back(std::move(v));
     }
@@ -64,14 +62,13 @@ Chart::Axis axis(const std::string& label, bool logarithmic = false, double min 
 }
 
 void responseChart(const Plot::Request& q, std::vector<Variant>& vs, Chart& chart) {
-    const double height = q.level > 0 ? q.level : 0.01;
+    const double amplitude = q.level > 0 ? q.level : 0.01;
     const double top = std::min(20000.0, 0.48 * q.rate);
     Chart::Panel& magnitude = chart.addPanel("Magnitude", axis("Frequency (Hz)", true, 20, top), axis("Gain (dB)"));
     Chart::Panel& phase = chart.addPanel("Phase", axis("Frequency (Hz)", true, 20, top), axis("Phase (degrees)"));
     phase.legend = false;
     for (Variant& v : vs) {
-        const std::unique_ptr<Renderer> twin = v.twin();
-        const Measure::Response r = Measure::response(*v.renderer, *twin, q.rate, height);
+        const Measure::Response r = Measure::response(*v.renderer, q.rate, amplitude);
         magnitude.lines.push_back({v.label, r.frequency, r.magnitude});
         phase.lines.push_back({v.label, r.frequency, r.phase});
     }

@@ -81,6 +81,12 @@ unsigned Convolver::sizeFor(unsigned block, unsigned ir) {
     return 64 * next(m);
 }
 
+unsigned Convolver::headLength(unsigned block) {
+    unsigned h = 64;
+    while (h < block) h *= 2;
+    return h;
+}
+
 void Convolver::newSize(unsigned size) {
     const size_t bins = size / 2 + 1;
     if (size > allocatedSize) {
@@ -104,16 +110,21 @@ void Convolver::newSize(unsigned size) {
     fftSize = size;
     fftSetup.reset(new RealFft(size));
     std::memset(work, 0, size * sizeof(float));
-    std::memcpy(work, impulseResponse.data(), irSize * sizeof(float));
+    const unsigned head = headLength(maxBlockSize);
+    std::memcpy(work, impulseResponse.data(), std::min(irSize, head) * sizeof(float));
     fftSetup->forward(work, irSpectrum);
     allocatedSize = std::max(allocatedSize, size);
+    if (tail.samePlan(irSize, head))
+        tail.updateResponse(impulseResponse.data(), irSize);  // the signal goes on
+    else
+        tail.setResponse(impulseResponse.data(), irSize, head);
 }
 
 void Convolver::setMaxBlockSize(int n) {
     if (n < 1) throw KELMException(str("Convolver: Invalid maxBlockSize", n));
     if (n > maxBlockSize) {
         maxBlockSize = n;
-        if (irSize != 0) newSize(sizeFor(n, irSize));
+        if (irSize != 0) newSize(sizeFor(n, std::min(irSize, headLength(n))));
     }
 }
 
@@ -123,20 +134,25 @@ void Convolver::propertyChanged(const std::string& name, const ScalarVectorPtr& 
     impulseResponse = *value;
     irSize = std::min(static_cast<unsigned>(value->size()), static_cast<unsigned>(maxIRSize));
     if (maxBlockSize == 0) return;
-    newSize(sizeFor(maxBlockSize, irSize));
+    newSize(sizeFor(maxBlockSize, std::min(irSize, headLength(maxBlockSize))));
 }
 
 void Convolver::process(BufferList& inputs, size_t n) {
     if (!fftSetup) throw KELMException("Convolver: " + elementName + " has no impulse response or block size yet.");
     const scalar* in = inputs.empty() ? nullptr : inputs[0];
     if (in) window->append(in, static_cast<unsigned>(n));
-    fftSetup->forward(window->data(), fftWork);
+    // The newest fftSize samples: the window may be longer, from a larger size before.
+    fftSetup->forward(window->data() + (window->capacity() - fftSize), fftWork);
     const size_t bins = fftSize / 2 + 1;
     std::fill(productSpectrum, productSpectrum + bins, RealFft::Complex(0, 0));
+    // A block that is one chunk of the tail's first level: its transform serves both.
+    const bool shared = in && fftSize == 2 * n && tail.canAbsorb(static_cast<unsigned>(n));
+    if (shared) tail.absorb(productSpectrum, static_cast<float>(fftSize));
     for (size_t k = 0; k < bins; ++k) productSpectrum[k] += fftWork[k] * irSpectrum[k];
     fftSetup->inverse(productSpectrum, work);
     if (n != 0) std::memcpy(buffer, work + (fftSize - n), n * sizeof(float));
     scal(static_cast<int>(n), 1.0f / fftSize, buffer);
+    if (in) tail.process(in, buffer, static_cast<unsigned>(n), shared ? fftWork : nullptr);
 }
 
 void Convolver::process(BufferList& inputs, BufferList& outs, size_t n) {
@@ -146,6 +162,7 @@ void Convolver::process(BufferList& inputs, BufferList& outs, size_t n) {
 
 void Convolver::reset() {
     if (window) window->clear();
+    tail.clear();
 }
 
 ScalarVector& Convolver::iterate(const ScalarVectorPtr&, int, int) {

@@ -2,14 +2,18 @@
 #include <memory>
 
 #include "dsp/Buffer.h"
+#include "dsp/ConvolutionTail.h"
 #include "dsp/RealFft.h"
 #include "dsp/SingleOutputFilter.h"
 
 namespace kelm {
 
 // Convolves its input with an impulse response ("ImpulseResponse", at most
-// "MaxIRSize" samples) by overlap-save with one FFT per block and a single
-// partition; zero latency.
+// "MaxIRSize" samples), with zero latency. The head of the response, as long as
+// a block (rounded up to a power of two), runs by overlap-save with one FFT per
+// block over a window of the last samples; the rest runs in partitions that grow
+// along the response (ConvolutionTail), so that a long response costs little
+// more per block than a short one.
 class Convolver : public SingleOutputFilter {
 public:
     ~Convolver() override;
@@ -35,6 +39,9 @@ public:
     // The FFT size for blocks of at most blockSize and a response of irSize samples.
     static unsigned sizeFor(unsigned blockSize, unsigned irSize);
     static unsigned next(unsigned m);
+    // Response samples that the per-block transform covers for blocks of at most blockSize.
+    static unsigned headLength(unsigned blockSize);
+    const ConvolutionTail& getTail() const { return tail; }
 
 private:
     void newSize(unsigned size);
@@ -51,6 +58,7 @@ private:
     std::unique_ptr<Buffer> window;
     std::unique_ptr<RealFft> fftSetup;
     ScalarVector impulseResponse;
+    ConvolutionTail tail;
 };
 
 } // namespace kelm

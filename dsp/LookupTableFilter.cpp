@@ -1,5 +1,7 @@
 #include "dsp/LookupTableFilter.h"
 
+#include <cstring>
+
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
 #include "engine/TableIndex.h"
@@ -34,6 +36,25 @@ void LookupTableFilter::propertyChanged(const std::string& name, const ScalarVec
         throw InvalidArgumentException(str("LookupTableFilter: size of Vout (", value->size(),
                                            ") is not equal to the size of values (", table->size(), " )"));
     table = value;
+    findFlatEnds();
+}
+
+namespace {
+bool sameBits(scalar a, scalar b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+} // namespace
+
+void LookupTableFilter::findFlatEnds() {
+    // Cells 0 .. k-1 give the first entry when entries 0 .. k are that entry: a position p
+    // falls into cell trunc(p), and p < k means a cell below k. Likewise from cell j on,
+    // when entries j .. n-1 are the last.
+    const ScalarVector& t = *table;
+    const int n = static_cast<int>(t.size());
+    int k = 0;
+    while (k + 1 < n && sameBits(t[k + 1], t[0])) ++k;
+    int j = n - 1;
+    while (j > 0 && sameBits(t[j - 1], t[n - 1])) --j;
+    flatBelow = static_cast<scalar>(k);
+    flatAbove = static_cast<scalar>(j);
 }
 
 scalar LookupTableFilter::process(scalar x) { return valueAt(x); }

@@ -33,9 +33,14 @@ protected:
 private:
     // Linear interpolation between the entries around x; the first cell and
     // everything below it give the first entry, the top saturates.
+    // The flat ends are answered before any table access, so a caller whose next
+    // input waits on this value (a feedback loop) need not wait for the loads there.
     scalar curve(const scalar* t, int n, scalar x) const {
         const scalar d = x - vinMin;
-        const int i = tableIndex(inverseDeltaV * d, -1, n);
+        const scalar position = inverseDeltaV * d;
+        if (!(position >= flatBelow)) return t[0];  // NaN too, as tableIndex treats it
+        if (position >= flatAbove) return t[n - 1];
+        const int i = tableIndex(position, -1, n);
         if (i <= 0) return t[0];
         if (i >= n - 1) return t[n - 1];
         const scalar y0 = t[i], y1 = t[i + 1];
@@ -43,12 +48,19 @@ private:
         return y0 + ((y1 - y0) * (d - static_cast<scalar>(i) * deltaV)) * inverseDeltaV;
     }
 
+    // Finds the flat ends of the table: entries equal to the first (or last) to the bit.
+    void findFlatEnds();
+
     int inputIndex = 0;
     scalar vinMin = 0;
     scalar vinMax = 0;
     scalar inverseDeltaV = 1;
     scalar deltaV = 1;
     ScalarVectorPtr table;
+    // Grid positions (input - VinMin) / DeltaV below which the curve is the first entry
+    // and from which on it is the last, whatever the interpolation would do there.
+    scalar flatBelow = 0;
+    scalar flatAbove = 0;
 };
 
 } // namespace kelm

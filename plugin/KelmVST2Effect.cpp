@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "plugin/vst2/AEffEditor.h"
+#include "plugin/editor/KelmEditor.h"
 
 namespace kelm {
 
@@ -16,7 +16,7 @@ KelmVST2Effect::KelmVST2Effect(AudioMasterCallback audioMaster, std::unique_ptr<
     canProcessReplacing(true);
     programsAreChunks(false);
     cEffect.version = 1080;
-    setEditor(nullptr);  // the editor comes later: no window for now
+    setEditor(new KelmEditor(this, core->getDriver().getControls()));
 }
 
 KelmVST2Effect::~KelmVST2Effect() {}
@@ -44,7 +44,8 @@ void KelmVST2Effect::processReplacing(float** inputs, float** outputs, VstInt32 
 void KelmVST2Effect::setParameter(VstInt32 index, float value) {
     if (index < 0 || index >= core->numberOfParameters()) return;
     core->setParameter(index, value);
-    if (editor) editor->setParameter(index, value);
+    // The window shows the value as the effect keeps it (clamped, switches on their positions).
+    if (editor) editor->setParameter(index, core->getParameter(index));
 }
 
 float KelmVST2Effect::getParameter(VstInt32 index) { return core->getParameter(index); }

@@ -9,6 +9,14 @@
 #include "engine/Str.h"
 #include "solvers/SolverProperties.h"
 
+// The loops of the small solves have bounds known to the compiler: unrolled
+// whole, they leave only the arithmetic.
+#if defined(__GNUC__) && !defined(__clang__)
+#define KELM_UNROLL _Pragma("GCC unroll 36")
+#else
+#define KELM_UNROLL
+#endif
+
 namespace kelm {
 
 void NewtonSolver::setProperties(const PropertyMapPtr& properties) {
@@ -73,6 +81,193 @@ void NewtonSolver::initMatrix() {
     n = lda = static_cast<int>(A.rows());
     pivots.assign(n, 0);
     m = context->fixedMarker() + 1 + n;
+    fast = nullptr;
+    if (context->rhsSplits()) {
+        switch (n) {
+        case 1: fast = pickSmall<1>(m); break;
+        case 2: fast = pickSmall<2>(m); break;
+        case 3: fast = pickSmall<3>(m); break;
+        case 4: fast = pickSmall<4>(m); break;
+        case 5: fast = pickSmall<5>(m); break;
+        case 6: fast = pickSmall<6>(m); break;
+        default: break;
+        }
+    }
+}
+
+void NewtonSolver::restamp() {
+    // Newton factors the Jacobian anyway: a new A is all that it needs, unless
+    // fixed-point steps keep a factorisation of A.
+    if (generalOnly || fixedPointSteps > 0 || !initialized) {
+        initMatrix();
+        return;
+    }
+    context->restampSignalDependent();
+    std::copy(context->matrix().data(), context->matrix().data() + A.size(), A.data());
+}
+
+template <int N>
+NewtonSolver::SmallSolve NewtonSolver::pickSmall(int m) {
+    switch (m) {
+    case 1: return &NewtonSolver::solveSmall<N, 1>;
+    case 2: if constexpr (N >= 2) return &NewtonSolver::solveSmall<N, 2>; break;
+    case 3: if constexpr (N >= 3) return &NewtonSolver::solveSmall<N, 3>; break;
+    case 4: if constexpr (N >= 4) return &NewtonSolver::solveSmall<N, 4>; break;
+    case 5: if constexpr (N >= 5) return &NewtonSolver::solveSmall<N, 5>; break;
+    case 6: if constexpr (N >= 6) return &NewtonSolver::solveSmall<N, 6>; break;
+    default: break;
+    }
+    return nullptr;
+}
+
+void NewtonSolver::predict(DenseVector& x) {
+    if (extrapolationOrder == 1) {
+        for (int i = 0; i < m; ++i) x0[i] = 2 * x[i] - xm1[i] + errorCorrectionFactor * (x[i] - predicted[i]);
+    } else {
+        for (int i = 0; i < m; ++i)
+            x0[i] = 2.5f * x[i] - 2 * xm1[i] + 0.5f * xm2[i] + errorCorrectionFactor * (x[i] - predicted[i]);
+        std::copy(xm1.data(), xm1.data() + n, xm2.data());
+    }
+    std::copy(x0.data(), x0.data() + n, predicted.data());
+    std::copy(x.data(), x.data() + n, xm1.data());
+}
+
+template <int N, int M>
+bool NewtonSolver::solveSmall(DenseVector& x) {
+    float* __restrict X = x0.data();
+    float* __restrict xs = x.data();
+    KELM_UNROLL
+    for (int i = 0; i < N; ++i) X[i] = xs[i];
+    if (accelerate) {
+        // predict(), with the sizes known.
+        float* __restrict m1 = xm1.data();
+        float* __restrict m2 = xm2.data();
+        float* __restrict pr = predicted.data();
+        const float ecf = errorCorrectionFactor;
+        if (extrapolationOrder == 1) {
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) X[i] = 2 * xs[i] - m1[i] + ecf * (xs[i] - pr[i]);
+        } else {
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) X[i] = 2.5f * xs[i] - 2 * m1[i] + 0.5f * m2[i] + ecf * (xs[i] - pr[i]);
+            KELM_UNROLL
+            for (int i = 0; i < N; ++i) m2[i] = m1[i];
+        }
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) pr[i] = X[i];
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) m1[i] = xs[i];
+    }
+    float F0[N], F[N], B[N], D[N], J[N * N];
+    int piv[M];
+    KELM_UNROLL
+    for (int i = 0; i < N; ++i) D[i] = 0.0f;
+    // Sources and capacitor memory do not change within the sample.
+    context->computeConstantRhs(X, F0);
+    const float* __restrict a = A.data();
+    int k = 0;
+    while (k < maxIter) {
+        ++k;
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) F[i] = F0[i];
+        context->addVaryingRhs(X, F);
+        // Residual A x - f. The rows of fixed nodes in A are unit rows: their
+        // product is x itself.
+        KELM_UNROLL
+        for (int i = 0; i < M; ++i) B[i] = 0.0f;
+        KELM_UNROLL
+        for (int j = 0; j < N; ++j) {
+            const float t = X[j];
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) B[i] += a[j * N + i] * t;
+        }
+        KELM_UNROLL
+        for (int i = M; i < N; ++i) B[i] = X[i];
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) B[i] += -1.0f * F[i];
+        // The Jacobian's rows of fixed nodes are never read.
+        KELM_UNROLL
+        for (int j = 0; j < N; ++j) {
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) J[j * N + i] = a[j * N + i];
+        }
+        context->addJacobianStamps(X, J);
+        // Forced unknowns move in one step; their columns leave the system.
+        KELM_UNROLL
+        for (int i = M; i < N; ++i) {
+            const float bi = B[i];
+            KELM_UNROLL
+            for (int r = 0; r < M; ++r) B[r] -= bi * J[i * N + r];
+            D[i] = bi;
+        }
+        // LU with partial pivoting of the leading M by M block, as ludcmp does it.
+        KELM_UNROLL
+        for (int i = 0; i < M; ++i) piv[i] = i;
+        KELM_UNROLL
+        for (int c = 0; c < M; ++c) {
+            int p = c;
+            float best = std::fabs(J[c * N + c]);
+            KELM_UNROLL
+            for (int i = c + 1; i < M; ++i) {
+                const float v = std::fabs(J[c * N + i]);
+                if (v > best) {
+                    best = v;
+                    p = i;
+                }
+            }
+            if (p != c) {
+                std::swap(piv[c], piv[p]);
+                KELM_UNROLL
+                for (int col = 0; col < M; ++col) std::swap(J[col * N + c], J[col * N + p]);
+            }
+            const float d = J[c * N + c];
+            if (!(std::fabs(d) >= 1e-20f)) throw KELMException(str("ludcmp returned error: ", -1));
+            const float r = reciprocal(d);
+            KELM_UNROLL
+            for (int i = c + 1; i < M; ++i) J[c * N + i] *= r;
+            KELM_UNROLL
+            for (int col = c + 1; col < M; ++col) {
+                const float u = J[col * N + c];
+                KELM_UNROLL
+                for (int i = c + 1; i < M; ++i) J[col * N + i] -= u * J[c * N + i];
+            }
+        }
+        // Forward and back substitution, as lubksb does it.
+        KELM_UNROLL
+        for (int i = 0; i < M; ++i) D[i] = B[piv[i]];
+        KELM_UNROLL
+        for (int c = 0; c + 1 < M; ++c) {
+            const float dc = D[c];
+            if (dc == 0.0f) continue;
+            KELM_UNROLL
+            for (int j = c + 1; j < M; ++j) D[j] -= dc * J[c * N + j];
+        }
+        KELM_UNROLL
+        for (int c = M - 1; c >= 0; --c) {
+            D[c] *= reciprocal(J[c * N + c]);
+            const float dc = D[c];
+            KELM_UNROLL
+            for (int j = 0; j < c; ++j) D[j] -= dc * J[c * N + j];
+        }
+        const float step = -relaxation;
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) X[i] += step * D[i];
+        float worst = std::fabs(D[0]) - relativeTollerance * std::fabs(X[0]);
+        KELM_UNROLL
+        for (int i = 1; i < N; ++i) {
+            const float e = std::fabs(D[i]) - relativeTollerance * std::fabs(X[i]);
+            if (e > worst) worst = e;
+        }
+        if (!(worst > 0)) break;
+    }
+    if (accelerate) {
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) previous[i] = X[i];
+    }
+    KELM_UNROLL
+    for (int i = 0; i < N; ++i) xs[i] = X[i];
+    count(k);
+    return k < maxIter;
 }
 
 void NewtonSolver::reducedSolve(DenseMatrix& J) {
@@ -90,19 +285,9 @@ void NewtonSolver::reducedSolve(DenseMatrix& J) {
 
 bool NewtonSolver::solve(DenseVector& x) {
     if (!initialized) throw KELMException("NewtonSolver: Not initialized.");
+    if (fast && !generalOnly && fixedPointSteps == 0 && !diagonal) return (this->*fast)(x);
     std::copy(x.data(), x.data() + n, x0.data());
-    if (accelerate) {
-        if (extrapolationOrder == 1) {
-            for (int i = 0; i < m; ++i)
-                x0[i] = 2 * x[i] - xm1[i] + errorCorrectionFactor * (x[i] - predicted[i]);
-        } else {
-            for (int i = 0; i < m; ++i)
-                x0[i] = 2.5f * x[i] - 2 * xm1[i] + 0.5f * xm2[i] + errorCorrectionFactor * (x[i] - predicted[i]);
-            std::copy(xm1.data(), xm1.data() + n, xm2.data());
-        }
-        std::copy(x0.data(), x0.data() + n, predicted.data());
-        std::copy(x.data(), x.data() + n, xm1.data());
-    }
+    if (accelerate) predict(x);
     std::fill(dx.data(), dx.data() + n, 0.0f);
     int k = 0;
     while (k < maxIter) {
@@ -131,7 +316,7 @@ bool NewtonSolver::solve(DenseVector& x) {
     }
     if (accelerate) std::copy(x0.data(), x0.data() + n, previous.data());
     std::copy(x0.data(), x0.data() + n, x.data());
-    iterations = k;
+    count(k);
     return k < maxIter;
 }
 

@@ -15,14 +15,32 @@ public:
     void setProperties(const PropertyMapPtr& properties) override;
     void init(const std::shared_ptr<MNAContext>& context) override;
     void initMatrix() override;
+    void restamp() override;
     bool solve(DenseVector& x) override;
 
     // Iterations used by the last solve (for benchmarks and tests).
     int lastIterations() const { return iterations; }
     int maxIterations() const { return maxIter; }
+    // Running totals since init: solves, iterations, solves that used MaxIterations.
+    long solveCount() const { return solves; }
+    long iterationCount() const { return totalIterations; }
+    long cappedCount() const { return capped; }
+    // Runs every sample through the general path even where a specialised one
+    // exists, and rebuilds A in full on every change (tests compare the two).
+    void useGeneralPath(bool on) { generalOnly = on; }
+    // Whether the last solve took the specialised path.
+    bool specialised() const { return fast != nullptr && !generalOnly && fixedPointSteps == 0 && !diagonal; }
 
 private:
+    typedef bool (NewtonSolver::*SmallSolve)(DenseVector& x);
     void reducedSolve(DenseMatrix& J);
+    void predict(DenseVector& x);
+    // The same iteration for an order of N with M solved unknowns, sizes known
+    // to the compiler, the rhs of sources and capacitors taken once per sample.
+    template <int N, int M>
+    bool solveSmall(DenseVector& x);
+    template <int N>
+    static SmallSolve pickSmall(int m);
 
     float relativeTollerance = 0;
     float absoluteTollerance = 0;
@@ -45,6 +63,15 @@ private:
     bool propertiesSet = false;
     bool initialized = false;
     int iterations = 0;
+    long solves = 0, totalIterations = 0, capped = 0;
+    void count(int k) {
+        iterations = k;
+        ++solves;
+        totalIterations += k;
+        capped += k >= maxIter;
+    }
+    SmallSolve fast = nullptr;
+    bool generalOnly = false;
 };
 
 } // namespace kelm

@@ -37,20 +37,22 @@ void Triode::setNodes(const NodeIndices& n) {
     plateValid = (*n)[0] >= 0;
     gridValid = (*n)[1] >= 0;
     cathodeValid = (*n)[2] >= 0;
+    plate = (*n)[0];
+    grid_ = (*n)[1];
+    cathode = (*n)[2];
 }
 
 void Triode::limit(scalar* x) {
-    const std::vector<int>& n = *nodes;
-    Vp = plateValid ? x[n[0]] : 0.0f;
-    Vg = gridValid ? x[n[1]] : 0.0f;
-    Vk = cathodeValid ? x[n[2]] : 0.0f;
+    Vp = plateValid ? x[plate] : 0.0f;
+    Vg = gridValid ? x[grid_] : 0.0f;
+    Vk = cathodeValid ? x[cathode] : 0.0f;
     if (Vp < 0) Vp = 0;
     if (Vk < 0) Vk = 0;
     Vp = std::max(Vp, std::max(Vg, Vk));
     if (lastPlate > 0) Vp = std::min(std::max(Vp, lastPlate * 0.5f), lastPlate * 2.0f);
     lastPlate = Vp;
-    if (cathodeValid) x[n[2]] = Vk;
-    if (plateValid) x[n[0]] = Vp;
+    if (cathodeValid) x[cathode] = Vk;
+    if (plateValid) x[plate] = Vp;
 }
 
 scalar* Triode::getRhs(scalar* x) {

@@ -33,6 +33,7 @@ private:
     scalar rhs[3] = {0, 0, 0};
     Stamp jacobian;
     bool plateValid = false, gridValid = false, cathodeValid = false;
+    int plate = -1, grid_ = -1, cathode = -1;  // indices in x, -1 for ground
     scalar Vp = 0, Vg = 0, Vk = 0;
     scalar lastPlate = 0;
 };

@@ -14,11 +14,12 @@ namespace kelm {
 namespace {
 // The terms of the Koren equation at one operating point, in double.
 struct KorenTerms {
-    double Vp, Vg, s, e, E1, sgn;
+    double Vp, Vg, s, e, log1e, E1, sgn;
     KorenTerms(double vp, double vg, double Kp, double Kvb, double mu, double gridOffset) : Vp(vp), Vg(vg) {
         s = std::sqrt(Vp * Vp + Kvb);
         e = std::exp(Kp * (1 / mu + (Vg + gridOffset) / s));
-        E1 = (Vp / Kp) * std::log(1 + e);
+        log1e = std::log(1 + e);
+        E1 = (Vp / Kp) * log1e;
         sgn = E1 < 0 ? -1.0 : 1.0;
     }
 };
@@ -76,15 +77,32 @@ void NKTriodeAnodeCurrent::buildTables() {
     currentTable.assign(static_cast<size_t>(rows) * cols, 0.0f);
     dVgkTable.assign(currentTable.size(), 0.0f);
     dVpkTable.assign(currentTable.size(), 0.0f);
+    // The three tables hold current, dIdVgk and dIdVpk as their direct forms
+    // give them; the terms that the three share (and, with no contact
+    // potential, the terms of dIdVpk too) are computed once per grid point.
+    std::vector<double> plateTerm(cols);
+    for (int j = 0; j < cols; ++j) {
+        const double vp = std::min(j * deltaVpk, VpMax);
+        plateTerm[j] = std::pow(vp * vp + Kvb, -1.5);
+    }
     for (int i = 0; i < rows; ++i) {
         const float vgk = i * deltaVgk + VgkMin;
         for (int j = 0; j < cols; ++j) {
             const float vpk = j * deltaVpk;
             const size_t k = static_cast<size_t>(i) * cols + j;
-            float c = current(vgk, vpk);
+            if (vpk <= 0 || VgkMin > vgk) continue;  // no current, no slope: the entries stay 0
+            const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
+            const float c = static_cast<scalar>(std::pow(t.E1, Ex) * (1 + t.sgn) / Kg);
             currentTable[k] = c >= 1e-9f ? c : 0.0f;
-            dVgkTable[k] = dIdVgk(vgk, vpk);
-            dVpkTable[k] = dIdVpk(vgk, vpk);
+            const double p = std::pow(t.E1, Ex - 1);
+            dVgkTable[k] = static_cast<scalar>(p * (Ex / Kg) * (1 + t.sgn) * t.Vp * t.e / ((1 + t.e) * t.s));
+            if (Vct == 0) {
+                const double L = t.log1e / Kp;
+                dVpkTable[k] = static_cast<scalar>((L - plateTerm[j] * (t.e / (1 + t.e)) * t.Vg * t.Vp * t.Vp) * p *
+                                                   (Ex / Kg) * (1 + t.sgn));
+            } else {
+                dVpkTable[k] = dIdVpk(vgk, vpk);
+            }
         }
     }
     direct = false;
@@ -129,8 +147,32 @@ scalar NKTriodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk) {
 }
 
 const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk) {
-    (*derivativeVector)[0] = dIdVgk(vgk, vpk);
-    (*derivativeVector)[1] = dIdVpk(vgk, vpk);
+    ScalarVector& d = *derivativeVector;
+    if (direct) {
+        d[0] = dIdVgk(vgk, vpk);
+        d[1] = dIdVpk(vgk, vpk);
+        return derivativeVector;
+    }
+    // Both derivative tables share the cell: locate it once, interpolate twice.
+    if (vpk <= 0 || VgkMin > vgk) {
+        d[0] = d[1] = 0.0f;
+        return derivativeVector;
+    }
+    vpk = std::min(vpk, VpMax);
+    const float Vg = std::min(vgk, VgkMax);
+    const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
+    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
+    const float p0 = j * deltaVpk;
+    const float g0 = i * deltaVgk + VgkMin;
+    const float g1 = g0 + deltaVgk;
+    const float wg0 = g1 - Vg, wg1 = Vg - g0, wp0 = p0 + deltaVpk - vpk, wp1 = vpk - p0;
+    const float area = deltaVgk * deltaVpk;
+    const size_t at = static_cast<size_t>(i) * cols + j;
+    for (int t = 0; t < 2; ++t) {
+        const float* r0 = (t == 0 ? dVgkTable : dVpkTable).data() + at;
+        const float* r1 = r0 + cols;
+        d[t] = ((wg0 * r0[0] + wg1 * r1[0]) * wp0 + r0[1] * wg0 * wp1 + r1[1] * wg1 * wp1) / area;
+    }
     return derivativeVector;
 }
 

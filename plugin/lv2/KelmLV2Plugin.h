@@ -12,9 +12,9 @@ namespace kelm {
 // per parameter in the order of the description's controls (values 0 to 1).
 class KelmLV2Plugin {
 public:
-    static const uint32_t kFirstControlPort = 4;
+    static constexpr uint32_t kFirstControlPort = 4;
     // The block size announced to the effect when the host states none, in frames.
-    static const int kDefaultBlockSize = 512;
+    static constexpr int kDefaultBlockSize = 512;
 
     // sampleRate in Hz; maxBlock is the host's bound on run's sample count (0 when unknown).
     KelmLV2Plugin(double sampleRate, int maxBlock);

@@ -143,7 +143,12 @@ VstIntPtr AudioEffect::dispatcher(VstInt32 opcode, VstInt32 index, VstIntPtr val
     case effEditGetRect:
         return editor && ptr ? editor->getRect(static_cast<ERect**>(ptr)) : 0;
     case effEditOpen:
-        return editor ? editor->open(ptr) : 0;
+        // A window that cannot be made is refused; no exception reaches the host.
+        try {
+            return editor ? editor->open(ptr) : 0;
+        } catch (...) {
+            return 0;
+        }
     case effEditClose:
         if (editor) editor->close();
         return 0;

@@ -100,8 +100,8 @@ TEST(CliPlot, ToneStackResponseIsFlatAtMidAndItsBassShelfFollowsNgspice) {
     // At the flat setting the inverting stage passes every frequency at 0 dB and -180 degrees.
     const auto& flat = data["Magnitude"]["Bass=0.5"];
     const auto& flatPhase = data["Phase"]["Bass=0.5"];
-    ASSERT_EQ(240u, flat.size());
-    ASSERT_EQ(240u, flatPhase.size());
+    ASSERT_EQ(160u, flat.size());
+    ASSERT_EQ(160u, flatPhase.size());
     EXPECT_NEAR(20, flat.front().first, 1e-6);
     EXPECT_NEAR(20000, flat.back().first, 1e-3);
     for (size_t i = 0; i < flat.size(); ++i) {
@@ -114,16 +114,21 @@ TEST(CliPlot, ToneStackResponseIsFlatAtMidAndItsBassShelfFollowsNgspice) {
         const auto spice = ngspiceResponse(bass, 0.5);
         ASSERT_GT(spice.size(), 200u);
         const auto& line = data["Magnitude"][bass == 0 ? "Bass=0" : "Bass=1"];
-        ASSERT_EQ(240u, line.size());
+        ASSERT_EQ(160u, line.size());
         double worst = 0;
         for (const auto& p : line) {
             const double analogue = fs / kPi * std::tan(kPi * p.first / fs);
             worst = std::max(worst, std::fabs(p.second - spiceDb(spice, analogue)));
         }
+        std::printf("bass %.0f: largest difference from ngspice %.4f dB\n", bass, worst);
         EXPECT_LT(worst, 0.02) << "bass " << bass;
         // A shelf of about 18 dB at 20 Hz that is gone by 5 kHz.
         EXPECT_GT(std::fabs(line.front().second), 15) << "bass " << bass;
-        EXPECT_LT(std::fabs(line[200].second), 0.3) << line[200].first << " Hz";
+        for (const auto& p : line) {
+            if (p.first > 5000) {
+                EXPECT_LT(std::fabs(p.second), 0.3) << p.first << " Hz";
+            }
+        }
     }
     std::remove(png.c_str());
     std::remove(csv.c_str());

@@ -81,3 +81,101 @@ TEST(DspConvolver, SizesDelaysAndMessages) {
     EXPECT_EQ("Convolver: Iteration is not supported.",
               messageOf([&] { c->iterate(std::make_shared<ScalarVector>(1), 0, 0); }));
 }
+
+// A long response in partitions of growing size against direct convolution. The
+// response is sparse past its head, so the reference stays cheap while every
+// level of the plan, and the ring of pending output, take part.
+TEST(DspConvolver, LongResponseInGrowingPartitionsEqualsDirectConvolution) {
+    std::mt19937 rng(15);
+    std::uniform_real_distribution<float> u(-1, 1);
+    const unsigned irLength = 100000;
+    auto h = std::make_shared<ScalarVector>(irLength, 0.0f);
+    for (unsigned k = 0; k < 600; ++k) (*h)[k] = u(rng);
+    std::uniform_int_distribution<unsigned> where(600, irLength - 1);
+    for (int t = 0; t < 300; ++t) (*h)[where(rng)] = u(rng);
+    (*h)[irLength - 1] = 0.5f;  // the very last sample counts too
+    std::vector<std::pair<unsigned, float>> taps;
+    double norm = 0;
+    for (unsigned k = 0; k < irLength; ++k)
+        if ((*h)[k] != 0) {
+            taps.emplace_back(k, (*h)[k]);
+            norm += std::fabs((*h)[k]);
+        }
+    const size_t frames = 150000;
+    std::vector<float> x(frames);
+    for (float& v : x) v = u(rng);
+
+    // Blocks of 256, which fall on the first level's chunks and share its transforms;
+    // random blocks; and blocks of 256 with now and then a split one in between, so
+    // that the two ways alternate.
+    for (int pattern : {0, 1, 2}) {
+        const bool varying = pattern == 1;
+        auto conv = makeConvolver(static_cast<int>(irLength), 256);
+        conv->propertyChanged("ImpulseResponse", h);
+        const auto plan = conv->getTail().planFor(irLength, Convolver::headLength(256));
+        ASSERT_GE(plan.size(), 2u);  // more than one size of partition
+        unsigned covered = Convolver::headLength(256);
+        for (auto& l : plan) {
+            EXPECT_EQ(covered, l.start);
+            EXPECT_GE(l.start, l.size);  // what lets a level add to the output without latency
+            covered += l.size * l.count;
+        }
+        EXPECT_GE(covered, irLength);
+        std::uniform_int_distribution<int> sizes(1, 256);
+        size_t at = 0;
+        double worst = 0;
+        while (at < frames) {
+            size_t n = varying ? sizes(rng) : 256;
+            if (pattern == 2 && (at / 256) % 9 == 4) n = at % 256 == 0 ? 100 : 256 - at % 256;
+            n = std::min<size_t>(n, frames - at);
+            BufferList in = {x.data() + at};
+            conv->process(in, n);
+            for (size_t i = 0; i < n; i += varying ? 1 : 7) {
+                double ref = 0;
+                for (auto& t : taps)
+                    if (t.first <= at + i) ref += t.second * static_cast<double>(x[at + i - t.first]);
+                worst = std::max(worst, std::fabs(ref - conv->getOutput(0)[i]));
+            }
+            at += n;
+        }
+        EXPECT_LT(worst, 2e-6 * norm) << "block pattern " << pattern;
+    }
+}
+
+// After reset the output is that of a new convolver; a new response of the same
+// length takes over at once with the input so far.
+TEST(DspConvolver, ResetAndNewResponseOfALongTail) {
+    const unsigned irLength = 20000;
+    auto delay = std::make_shared<ScalarVector>(irLength, 0.0f);
+    (*delay)[irLength - 1] = 1;  // a pure delay through the last partition
+    auto conv = makeConvolver(static_cast<int>(irLength), 128);
+    conv->propertyChanged("ImpulseResponse", delay);
+    std::vector<float> x(irLength + 1000);
+    for (size_t i = 0; i < x.size(); ++i) x[i] = std::sin(0.01f * i) + 0.1f * (i % 7);
+    std::vector<float> y;
+    auto run = [&](size_t from, size_t to) {
+        for (size_t at = from; at < to; at += 100) {
+            BufferList in = {x.data() + at};
+            const size_t n = std::min<size_t>(100, to - at);
+            conv->process(in, n);
+            y.insert(y.end(), conv->getOutput(0), conv->getOutput(0) + n);
+        }
+    };
+    run(0, 5000);
+    conv->reset();
+    y.clear();
+    run(0, x.size());
+    for (size_t i = 0; i < x.size(); i += 37) {
+        const float expect = i >= irLength - 1 ? x[i - (irLength - 1)] : 0.0f;
+        ASSERT_NEAR(expect, y[i], 1e-5) << i;
+    }
+    // Halving the response mid-stream: the delayed signal continues at half level.
+    auto half = std::make_shared<ScalarVector>(*delay);
+    (*half)[irLength - 1] = 0.5f;
+    conv->propertyChanged("ImpulseResponse", half);
+    y.clear();
+    std::vector<float> more(500, 0.0f);
+    BufferList in = {more.data()};
+    conv->process(in, 100);
+    EXPECT_NEAR(0.5f * x[x.size() - irLength + 1], conv->getOutput(0)[0], 1e-5);
+}

@@ -6,6 +6,7 @@
 
 #include "dsp/Convolver.h"
 #include "engine/DSPContext.h"
+#include "plugin/KelmVST2Effect.h"
 #include "plugin/core/KelmEffect.h"
 #include "tests/TestUtil.h"
 
@@ -85,6 +86,33 @@ TEST(PluginAllocation, ConvolverProcessAllocatesNothing) {
     Counting c;
     for (int b = 0; b < 20; ++b) conv.process(in, 100 + b);
     EXPECT_EQ(0, c.count());
+}
+
+TEST(PluginAllocation, ProcessingAllocatesNothingWithTheEditorOpen) {
+    kelm::KelmVST2Effect effect([](vst2::AEffect*, vst2::VstInt32 op, vst2::VstInt32, vst2::VstIntPtr, void*,
+                                   float) -> vst2::VstIntPtr { return op == vst2::audioMasterVersion ? 2400 : 0; },
+                                std::unique_ptr<KelmEffect>(new KelmEffect()));
+    vst2::AEffect* e = effect.getAeffect();
+    e->dispatcher(e, vst2::effSetSampleRate, 0, 0, nullptr, 48000);
+    e->dispatcher(e, vst2::effSetBlockSize, 0, 256, nullptr, 0);
+    e->dispatcher(e, vst2::effMainsChanged, 0, 1, nullptr, 0);
+    ASSERT_EQ(1, e->dispatcher(e, vst2::effEditOpen, 0, 0, nullptr, 0));  // off-screen window
+    std::vector<float> l(256, 0.1f), r(256, 0.1f), ol(256), orr(256);
+    float* in[2] = {l.data(), r.data()};
+    float* out[2] = {ol.data(), orr.data()};
+    e->processReplacing(e, in, out, 256);
+    Counting c;
+    for (int b = 0; b < 30; ++b) {
+        if (b % 10 == 5) {
+            counting = false;  // the host's and the window's threads, elsewhere in a host
+            e->setParameter(e, 1, 0.1f * (b % 7));
+            e->dispatcher(e, vst2::effEditIdle, 0, 0, nullptr, 0);
+            counting = true;
+        }
+        e->processReplacing(e, in, out, 256);
+    }
+    EXPECT_EQ(0, c.count());
+    e->dispatcher(e, vst2::effEditClose, 0, 0, nullptr, 0);
 }
 
 TEST(PluginAllocation, ParameterChangesOnTheAudioThreadAllocateNothing) {

@@ -64,7 +64,7 @@ TEST(PluginVst2Host, LoadsAndAnswersAsAnEffect) {
     EXPECT_EQ(2, p.e->numInputs);
     EXPECT_EQ(2, p.e->numOutputs);
     EXPECT_TRUE(p.e->flags & effFlagsCanReplacing);
-    EXPECT_FALSE(p.e->flags & effFlagsHasEditor);
+    EXPECT_TRUE(p.e->flags & effFlagsHasEditor);
     EXPECT_FALSE(p.e->flags & effFlagsProgramChunks);
     EXPECT_NE(p.e->process, p.e->processReplacing);
     const char* names[] = {"Input", "Gain", "Vol", "Oversamp", "Bass", "Treble", "EQ_Posit", "Stereo", "CPU"};

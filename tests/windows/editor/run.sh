@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# The editor of the Windows DLL under wine, on the display in DISPLAY (an Xvfb of
+# tests/plugin/with-xvfb.sh): our host window opens it, xdotool drags the Gain knob
+# up by 40 pixels and clicks the CPU switch, and the host's report must show both
+# changes. A screenshot of the window goes to OUT.png for comparison with Linux's.
+#   run.sh DIR_WITH_Kelm.dll_AND_EditorHost.exe OUT.png
+set -euo pipefail
+dir=$1
+shot=$2
+export WINEDEBUG=-all
+export WINEPREFIX=${WINEPREFIX:-$HOME/.wine-kelm-editor}
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+wine "$dir/EditorHost.exe" "$dir/Kelm.dll" 14 >"$log" 2>&1 &
+host=$!
+window=$(timeout 60 xdotool search --sync --onlyvisible --name "Kelm editor host" | head -n1)
+sleep 2  # the first idle calls paint the window
+import -window root -crop 730x340+0+0 "$shot"
+xdotool mousemove --sync 168 227 mousedown 1 mousemove --sync 168 207 mousemove --sync 168 187 mouseup 1
+sleep 0.5
+xdotool mousemove --sync 380 226 click 1
+wait $host || { echo "host failed:"; cat "$log"; exit 1; }
+cat "$log"
+tr -d '\r' <"$log" | awk -v window="$window" '
+  /^rect/ { opened = ($2 == "730x340" && $4 == 1 && $6 == 1) }
+  /^gain/ { gain = $2; cpu = $4; automate = $6; begin = $8; end_ = $10; closed = $12 }
+  END {
+    bad = 0
+    if (!opened) { print "FAIL: the editor did not open as a 730x340 child"; bad = 1 }
+    if (gain < 0.69 || gain > 0.71) { print "FAIL: Gain is " gain ", not 0.7 after the drag"; bad = 1 }
+    if (cpu != 0) { print "FAIL: CPU is " cpu ", not toggled from 1 to 0"; bad = 1 }
+    if (begin < 2 || end_ < 2 || automate < 2) { print "FAIL: the host heard too little"; bad = 1 }
+    if (closed != 1) { print "FAIL: the child window outlived close"; bad = 1 }
+    exit bad
+  }'
