@@ -67,6 +67,12 @@ void KelmEditor::setParameter(vst2::VstInt32 index, float value) {
     views[index]->setValue(value);
 }
 
+void KelmEditor::idle() {
+    if (!getFrame()) return;
+    for (size_t i = 0; i < views.size(); ++i) views[i]->setValue(controls[i]->getValue());
+    AEffGUIEditor::idle();
+}
+
 void KelmEditor::valueChanged(CControl* control) {
     const int tag = control->getTag();
     if (tag >= 0 && static_cast<size_t>(tag) < controls.size()) setParameterAutomated(tag, control->getValue());

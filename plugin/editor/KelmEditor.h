@@ -24,6 +24,9 @@ public:
     void close() override;
     // From the effect, on any thread: moves the view while the window is open.
     void setParameter(vst2::VstInt32 index, float value) override;
+    // Brings every view to its control's value (a host change that came while the
+    // window was opening is not lost), then draws and presents what changed.
+    void idle() override;
 
     void valueChanged(CControl* control) override;
     void controlBeginEdit(CControl* control) override;

@@ -26,3 +26,4 @@ set_tests_properties(EditorX11 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
 
 # The Windows editor host is a Windows program; the test glob must not compile it here.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/tests/windows/editor/EditorHost.cpp PROPERTIES HEADER_FILE_ONLY ON)
+

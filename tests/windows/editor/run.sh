@@ -2,26 +2,38 @@
 # The editor of the Windows DLL under wine, on the display in DISPLAY (an Xvfb of
 # tests/plugin/with-xvfb.sh): our host window opens it, xdotool drags the Gain knob
 # up by 40 pixels and clicks the CPU switch, and the host's report must show both
-# changes. A screenshot of the window goes to OUT.png for comparison with Linux's.
-#   run.sh DIR_WITH_Kelm.dll_AND_EditorHost.exe OUT.png
+# changes. A screenshot of the window goes to OUT.png; given the Linux window's
+# screenshot in the same state, the two must agree in every pixel.
+#   run.sh DIR_WITH_Kelm.dll_AND_EditorHost.exe OUT.png [LINUX.png]
 set -euo pipefail
 dir=$1
 shot=$2
+reference=${3:-}
 export WINEDEBUG=-all
-export WINEPREFIX=${WINEPREFIX:-$HOME/.wine-kelm-editor}
+export WINEPREFIX=${WINEPREFIX:-/tmp/kelm-wine64}
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-wine "$dir/EditorHost.exe" "$dir/Kelm.dll" 14 >"$log" 2>&1 &
+/usr/lib/wine/wine64 "$dir/EditorHost.exe" "$dir/Kelm.dll" 20 >"$log" 2>&1 &
 host=$!
-window=$(timeout 60 xdotool search --sync --onlyvisible --name "Kelm editor host" | head -n1)
+# The host prints its first line once the editor is open (a new wine prefix takes a while).
+for _ in $(seq 600); do
+  grep -q '^rect' "$log" && break
+  kill -0 $host 2>/dev/null || break
+  sleep 0.2
+done
+grep -q '^rect' "$log" || { echo "FAIL: the host did not open the editor:"; cat "$log"; exit 1; }
 sleep 2  # the first idle calls paint the window
-import -window root -crop 730x340+0+0 "$shot"
+import -window root -crop 730x340+0+0 +repage "$shot"
+if [ -n "$reference" ]; then
+  differ=$(compare -metric AE "$shot" "$reference" null: 2>&1 || true)
+  [ "$differ" = "0" ] || { echo "FAIL: the window differs from Linux's in $differ pixels"; kill $host; exit 1; }
+fi
 xdotool mousemove --sync 168 227 mousedown 1 mousemove --sync 168 207 mousemove --sync 168 187 mouseup 1
 sleep 0.5
 xdotool mousemove --sync 380 226 click 1
 wait $host || { echo "host failed:"; cat "$log"; exit 1; }
 cat "$log"
-tr -d '\r' <"$log" | awk -v window="$window" '
+tr -d '\r' <"$log" | awk '
   /^rect/ { opened = ($2 == "730x340" && $4 == 1 && $6 == 1) }
   /^gain/ { gain = $2; cpu = $4; automate = $6; begin = $8; end_ = $10; closed = $12 }
   END {
