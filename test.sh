@@ -9,6 +9,9 @@ scripts/build.sh build
 # The Windows DLLs and test programs; ctest then runs them under wine (tests Windows*).
 scripts/build-windows.sh
 (cd build && ctest --output-on-failure)
+# The plug-in in Ardour 7, headless; then each fuzz target for a minute (clang, libFuzzer).
+scripts/ardour-test.sh build
+scripts/fuzz.sh 60
 scripts/build.sh build-asan -DKELM_SANITIZE=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -E Windows)
 # The threads: controls written while blocks run, under ThreadSanitizer.

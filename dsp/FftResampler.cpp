@@ -1,12 +1,22 @@
 #include "dsp/FftResampler.h"
 
 #include <cmath>
+#include <algorithm>
 #include <complex>
 #include <numeric>
 
 #include <unsupported/Eigen/FFT>
 
 namespace kelm {
+
+namespace {
+// Whether n has no prime factor above 7.
+bool smooth(long n) {
+    for (long f : {2L, 3L, 5L, 7L})
+        while (n % f == 0) n /= f;
+    return n == 1;
+}
+} // namespace
 
 FftResampler::FftResampler(double s, double d) : sourceRate(s), targetRate(d) {}
 
@@ -18,9 +28,31 @@ void FftResampler::feed(const double* in, size_t n) {
 std::vector<double> FftResampler::finish(size_t length) {
     std::lock_guard<std::mutex> lock(guard);
     // Rates as a ratio of integers p/q (rates in hertz are whole numbers here; others are rounded).
-    long s = std::lround(sourceRate), d = std::lround(targetRate);
+    long s = std::max(1L, std::lround(sourceRate)), d = std::max(1L, std::lround(targetRate));
     const long g = std::gcd(s, d);
-    const long q = s / g, p = d / g;
+    long q = s / g, p = d / g;
+    // Both FFT lengths carry the factors of q and p, and a large prime among them sends the FFT
+    // to its generic butterfly, quadratic in that prime: a file at 44071 Hz took over a minute.
+    // Such a ratio is replaced by the nearest one of 7-smooth numbers with q up to 2^16, which
+    // moves the pitch by a few hundredths of a percent at most for rates of audio files.
+    if (!smooth(p) || !smooth(q)) {
+        const double ratio = targetRate / sourceRate;
+        double best = -1;
+        long bestP = 1, bestQ = 1;
+        for (long qq = 1; qq <= 65536; ++qq) {
+            if (!smooth(qq)) continue;
+            const long pp = std::max(1L, std::lround(ratio * qq));
+            if (!smooth(pp)) continue;
+            const double error = std::fabs(static_cast<double>(pp) / qq - ratio);
+            if (best < 0 || error < best) {
+                best = error;
+                bestP = pp;
+                bestQ = qq;
+            }
+        }
+        p = bestP;
+        q = bestQ;
+    }
     // Room against wrap-around: the signal plus a quarter, in a length divisible by q.
     const size_t want = input.size() + input.size() / 4 + 64;
     size_t N = (want + 2 * q - 1) / (2 * q) * (2 * q);

@@ -73,7 +73,12 @@ void WaveConvolver::sampleRateChanged(scalar rate) {
 }
 
 ScalarVector WaveConvolver::resample(const scalar* samples, size_t n, double s, double d) {
-    const size_t length = static_cast<size_t>((d / s) * n + 0.5);
+    // A wave file may state any rate: a response that would come out longer than 2^26 samples
+    // (23 minutes at 48 kHz) or from a rate of nothing is refused rather than allocated.
+    const double frames = (d / s) * n + 0.5;
+    if (!(s >= 1 && d >= 1 && frames < static_cast<double>(1 << 26)))
+        throw KELMException(str("WaveConvolver: cannot resample ", n, " samples from ", s, " Hz to ", d, " Hz"));
+    const size_t length = static_cast<size_t>(frames);
     FftResampler resampler(s, d);
     double block[128];
     for (size_t at = 0; at < n; at += 128) {

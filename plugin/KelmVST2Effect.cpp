@@ -62,6 +62,33 @@ void KelmVST2Effect::getParameterLabel(VstInt32 index, char* label) {
     copyString(label, core->parameterLabel(index).c_str(), kVstMaxParamStrLen);
 }
 
+bool KelmVST2Effect::getParameterProperties(VstInt32 index, VstParameterProperties* p) {
+    if (index < 0 || index >= core->numberOfParameters()) return false;
+    std::memset(p, 0, sizeof *p);
+    copyString(p->label, core->parameterName(index).c_str(), sizeof p->label - 1);
+    copyString(p->shortLabel, core->parameterName(index).c_str(), sizeof p->shortLabel - 1);
+    p->displayIndex = static_cast<int16_t>(index);
+    p->flags = kVstParameterSupportsDisplayIndex;
+    const int positions = core->parameterPositions(index);
+    if (positions == 2) {
+        p->flags |= kVstParameterIsSwitch;
+    } else if (positions > 2) {
+        // A parameter of a few positions: integer steps for hosts that count, and the same steps
+        // on the 0..1 scale for those that do not.
+        p->flags |= kVstParameterUsesIntegerMinMax | kVstParameterUsesIntStep | kVstParameterUsesFloatStep;
+        p->minInteger = 0;
+        p->maxInteger = positions - 1;
+        p->stepInteger = p->largeStepInteger = 1;
+        p->stepFloat = p->smallStepFloat = p->largeStepFloat = 1.0f / (positions - 1);
+    } else {
+        p->flags |= kVstParameterUsesFloatStep | kVstParameterCanRamp;
+        p->stepFloat = 0.01f;
+        p->smallStepFloat = 0.001f;
+        p->largeStepFloat = 0.1f;
+    }
+    return true;
+}
+
 void KelmVST2Effect::getProgramName(char* name) { copyString(name, "Default", kVstMaxProgNameLen); }
 
 bool KelmVST2Effect::getEffectName(char* name) {

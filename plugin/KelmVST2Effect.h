@@ -23,6 +23,7 @@ public:
     void getParameterName(vst2::VstInt32 index, char* text) override;
     void getParameterDisplay(vst2::VstInt32 index, char* text) override;
     void getParameterLabel(vst2::VstInt32 index, char* label) override;
+    bool getParameterProperties(vst2::VstInt32 index, vst2::VstParameterProperties* properties) override;
     void getProgramName(char* name) override;
     bool getEffectName(char* name) override;
     bool getVendorString(char* text) override;

@@ -51,27 +51,33 @@ void NKPentodeAnodeCurrent::setProperty() {
     throw KELMException("NKPentodeAnodeCurrent::setProperty is not yet implemented.");
 }
 
+// With the screen at or below the cathode E1 is 0 or negative, and (1 + sgn) makes the plate
+// current zero; pow of a negative E1 would be NaN, so that region returns 0 before any pow.
 scalar NKPentodeAnodeCurrent::current(scalar vgk, scalar vpk, scalar vsk) {
+    if (!(vsk > 0)) return 0.0f;
     KorenTerms t(vgk, vsk, Kp, mu);
     return static_cast<scalar>(std::atan(vpk / Kvb) * (std::pow(t.E1, Ex) / Kg1) * (1 + t.sgn));
 }
 
 scalar NKPentodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk, scalar vsk) {
+    if (!(vsk > 0)) return 0.0f;
     KorenTerms t(vgk, vsk, Kp, mu);
     const double x = vpk / Kvb;
     return static_cast<scalar>(std::pow(t.E1, Ex) * (1 + t.sgn) / ((x * x + 1) * Kg1 * Kvb));
 }
 
 scalar NKPentodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk, scalar vsk) {
-    if (vsk == 0) return 0.0f;
+    if (!(vsk > 0)) return 0.0f;
     KorenTerms t(vgk, vsk, Kp, mu);
+    if (!(t.E1 > 0)) return 0.0f;  // e underflowed far below cut-off: no current, no slope
     const double c = current(vgk, vsk, vpk);  // second and third arguments exchanged, as the model states
     return static_cast<scalar>(Ex * c / t.E1 * t.e / (1 + t.e));
 }
 
 scalar NKPentodeAnodeCurrent::dIdVsk(scalar vgk, scalar vpk, scalar vsk) {
-    if (vsk == 0) return 0.0f;
+    if (!(vsk > 0)) return 0.0f;
     KorenTerms t(vgk, vsk, Kp, mu);
+    if (!(t.E1 > 0)) return 0.0f;
     const double c = current(vgk, vsk, vpk);
     return static_cast<scalar>((std::log1p(t.e) / Kp - vgk * t.e / (vsk * (1 + t.e))) * Ex * c / t.E1);
 }

@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 #include "circuit/LookupTableAmp.h"
+#include "dsp/FirstOrderIIR.h"
 #include "dsp/Filter.h"
 #include "dsp/LookupTableFilter.h"
 #include "engine/Context.h"
@@ -28,6 +30,11 @@ PropertyMapPtr rangeOf(const BuiltInTable& t) {
 
 Element* elementOf(Driver& driver, const char* graph, const char* element) {
     return driver.getGraph(graph).getContext()->getElement(element);
+}
+
+void setPole(FirstOrderIIR& f, scalar a1) {
+    const scalar b[2] = {f.coefficientB(0), f.coefficientB(1)};
+    f.setCoefficients(&a1, b);
 }
 
 } // namespace
@@ -166,46 +173,112 @@ std::string KelmEffect::parameterLabel(int index) const {
     return (name == "Input" || name == "Vol") ? "dB" : "";
 }
 
+int KelmEffect::parameterPositions(int index) const {
+    if (index < 0 || index >= numberOfParameters()) return 0;
+    const std::string& name = controls[index]->name;
+    if (name == "Oversampling") return 3;
+    if (name == "EQ_Position" || name == "Stereo" || name == "CPU") return 2;
+    return 0;
+}
+
 void KelmEffect::setSampleRate(float rate) {
     driver->setSampleRate(rate);
     resumed.store(true);
 }
 
-void KelmEffect::setBlockSize(int frames) { driver->setMaxBlockSize(frames); }
+void KelmEffect::setBlockSize(int frames) {
+    driver->setMaxBlockSize(frames);
+    for (auto& c : clean) c.assign(frames, 0.0f);
+}
 
 void KelmEffect::suspend() { driver->suspend(true); }
 
 void KelmEffect::resume() {
     driver->suspend(false);
+    DenormalGuard guard;  // the silence decays through the filters as it does in a block
+    struct Restore {
+        DenormalGuard& guard;
+        ~Restore() { guard.restore(); }
+    } restore{guard};
     if (driver->getSampleRate() < 0) driver->setSampleRate(48000.0f);
-    if (driver->getMaxBlockSize() < 0) driver->setMaxBlockSize(480);
+    if (driver->getMaxBlockSize() < 0) setBlockSize(480);
     const int block = driver->getMaxBlockSize();
+    for (auto& c : clean)
+        if (static_cast<int>(c.size()) < block) c.assign(block, 0.0f);
     std::vector<scalar> silence(block, 0.0f);
     inputs[0] = inputs[1] = silence.data();
-    const double n = 1.0 - std::trunc(static_cast<double>(driver->getSampleRate()) * -0.2 / block);
-    for (int i = 0; i < static_cast<int>(n); ++i) driver->process(inputs, block);
+    const double rate = driver->getSampleRate();
+    const int minimum = static_cast<int>(1.0 - std::trunc(rate * -0.2 / block));  // 0.2 s and one block
+    const int maximum = minimum + static_cast<int>(std::ceil(rate * 0.8 / block));  // up to 0.8 s more
+    // The DC blockers' pole (0.9995, 2000 samples per neper) is far slower than the warm-up: the
+    // tubes' bias would still be draining out of them after it, a thump on every start. While
+    // the silence runs they follow with a 1 ms time constant instead. A first-order high-pass
+    // fed a constant rests at x[n-1] = input, y[n-1] = 0 whatever its pole, so putting the pole
+    // back afterwards leaves it at rest and changes nothing in the steady state.
+    struct FastBlockers {
+        std::vector<std::pair<FirstOrderIIR*, scalar>> saved;
+        ~FastBlockers() {
+            for (auto& b : saved) setPole(*b.first, b.second);
+        }
+    } blockers;
+    for (const char* graph : {"DC block", "DC blockS"}) {
+        auto* blocker = dynamic_cast<FirstOrderIIR*>(elementOf(*driver, graph, "DC block"));
+        if (blocker) blockers.saved.emplace_back(blocker, blocker->coefficientA(0));
+    }
+    const scalar fast = static_cast<scalar>(-std::exp(-1.0 / (0.001 * rate)));
+    for (auto& b : blockers.saved) setPole(*b.first, fast);
+    // After the first 0.2 s the silence goes on, in windows of at least 10 ms, for as long as
+    // the mean of the left blocker's output (the bias still draining from the stages' coupling
+    // capacitors) falls by a tenth from one window to the next, up to 0.8 s more. The mean, not
+    // the peak: where the circuit's solver leaves a noise floor of its own, the drift under it
+    // still shows, and once only the noise is left the mean stops falling and the warm-up ends.
+    for (int i = 0; i < minimum; ++i) driver->process(inputs, block);
+    if (!blockers.saved.empty()) {
+        const scalar* settled = blockers.saved[0].first->getOutput(0);
+        const int window = std::max(1, static_cast<int>(std::ceil(rate * 0.01 / block)));
+        auto windowDrift = [&] {
+            double sum = 0.0;
+            for (int i = 0; i < window; ++i) {
+                driver->process(inputs, block);
+                for (int k = 0; k < block; ++k) sum += settled[k];
+            }
+            return std::fabs(sum) / (static_cast<double>(window) * block);
+        };
+        double previous = windowDrift();
+        for (int extra = window; extra < maximum - minimum; extra += window) {
+            const double drift = windowDrift();
+            if (!(drift < 0.9 * previous) || drift < 1e-12) break;
+            previous = drift;
+        }
+    }
     resumed.store(true);
     inputs[0] = inputs[1] = nullptr;
 }
 
 void KelmEffect::process(float** in, float** out, int frames, bool secondInputConnected) {
     if (frames <= 0) return;
+    const bool outputPair = out[1] && out[1] != out[0];
+    // A host that processes before it has given a sample rate and a block size gets silence.
+    if (driver->getSampleRate() <= 0 || driver->getMaxBlockSize() < 1 || clean[0].empty()) {
+        std::fill(out[0], out[0] + frames, 0.0f);
+        if (outputPair) std::fill(out[1], out[1] + frames, 0.0f);
+        return;
+    }
     DenormalGuard guard;
     try {
         const bool second = in[1] && in[1] != in[0] && secondInputConnected;
         // A block larger than the announced size runs as consecutive chunks of at most that
         // size: the same samples as if the host had sent the chunks.
-        const int chunk = driver->getMaxBlockSize() > 0 ? driver->getMaxBlockSize() : frames;
+        const int chunk = std::min(driver->getMaxBlockSize(), static_cast<int>(clean[0].size()));
         for (int offset = 0; offset < frames; offset += chunk) {
             const int n = std::min(chunk, frames - offset);
-            inputs[0] = in[0] + offset;
-            inputs[1] = second ? in[1] + offset : inputs[0];
+            inputs[0] = sanitise(in[0] + offset, clean[0].data(), n);
+            inputs[1] = second ? sanitise(in[1] + offset, clean[1].data(), n) : inputs[0];
             driver->process(inputs, n);
             resumed.store(false);
             const BufferList& results = driver->getResults();
             std::memmove(out[0] + offset, results[0], n * sizeof(float));
-            if (out[1] && out[1] != out[0])
-                std::memmove(out[1] + offset, mono.load() ? results[0] : results[1], n * sizeof(float));
+            if (outputPair) std::memmove(out[1] + offset, mono.load() ? results[0] : results[1], n * sizeof(float));
         }
     } catch (const KELMException&) {
         throw;  // passes to the caller as it is; the control word is left as set
@@ -214,6 +287,18 @@ void KelmEffect::process(float** in, float** out, int frames, bool secondInputCo
         return;
     }
     guard.restore();
+}
+
+scalar* KelmEffect::sanitise(const float* in, scalar* clean, int n) {
+    // NaN becomes silence and everything else is held within +-kInputLimit, infinities included:
+    // a circuit fed either would carry it in its state for good. Written branch-free so that it
+    // vectorises; the comparisons are false for NaN.
+    for (int i = 0; i < n; ++i) {
+        const float x = in[i];
+        const float held = x > kInputLimit ? kInputLimit : (x < -kInputLimit ? -kInputLimit : x);
+        clean[i] = held == held ? held : 0.0f;
+    }
+    return clean;
 }
 
 } // namespace kelm

@@ -27,6 +27,8 @@ public:
     // Readable value text and unit label (e.g. "4x", "Post", "+3.2", "dB").
     std::string parameterDisplay(int index) const;
     std::string parameterLabel(int index) const;
+    // Number of positions a parameter takes: 2 for a switch, 3 for Oversampling, 0 when continuous.
+    int parameterPositions(int index) const;
 
     void setSampleRate(float rate);
     void setBlockSize(int frames);
@@ -35,8 +37,12 @@ public:
     void resume();
     // in: one or two input channels (in[1] may be null or equal to in[0]);
     // out: two channels (out[1] may be null). Flush-to-zero and
-    // denormals-are-zero are on while the engine runs.
+    // denormals-are-zero are on while the engine runs. Input samples are held within
+    // +-kInputLimit and NaN is read as 0; before a sample rate and a block size are set the
+    // output is silence.
     void process(float** in, float** out, int frames, bool secondInputConnected = true);
+
+    static constexpr float kInputLimit = 64.0f;  // full scale is 1
 
     bool isMono() const { return mono.load(); }
     bool isResumed() const { return resumed.load(); }
@@ -47,12 +53,14 @@ private:
     void attachHandlers();
     void deliverTables();
     void installTransforms();
+    static scalar* sanitise(const float* in, scalar* clean, int n);
 
     std::atomic<bool> resumed{true};
     std::atomic<bool> mono{true};
     std::shared_ptr<Driver> driver;
     std::vector<ControlPtr> controls;
     std::vector<scalar*> inputs;
+    std::vector<scalar> clean[2];  // the input channels as the engine reads them, maxBlockSize each
 };
 
 } // namespace kelm

@@ -17,6 +17,8 @@ public:
     virtual bool getInputProperties(VstInt32 index, VstPinProperties* properties);
     virtual bool getOutputProperties(VstInt32 index, VstPinProperties* properties);
     virtual VstInt32 getTailSize() { return 0; }
+    // Fills the properties of parameter `index`; false when there is nothing to say.
+    virtual bool getParameterProperties(VstInt32, VstParameterProperties*) { return false; }
 
     // Whether the host connects input (or output) pin `index`: the host's answer is inverted, 0 meaning yes.
     bool isInputConnected(VstInt32 index);

@@ -159,9 +159,30 @@ struct VstPinProperties {
 
 enum : VstInt32 { kVstPinIsActive = 1, kVstPinIsStereo = 2 };
 
+// What a host may know of a parameter beyond its 0..1 value: steps, switches, a long label.
+struct VstParameterProperties {
+    float stepFloat, smallStepFloat, largeStepFloat;
+    char label[64];
+    VstInt32 flags, minInteger, maxInteger, stepInteger, largeStepInteger;
+    char shortLabel[8];
+    int16_t displayIndex, category, numParametersInCategory, reserved;
+    char categoryLabel[24];
+    char future[16];
+};
+
+enum : VstInt32 {
+    kVstParameterIsSwitch = 1,
+    kVstParameterUsesIntegerMinMax = 2,
+    kVstParameterUsesFloatStep = 4,
+    kVstParameterUsesIntStep = 8,
+    kVstParameterSupportsDisplayIndex = 16,
+    kVstParameterCanRamp = 64
+};
+
 static_assert(sizeof(void*) != 4 || sizeof(AEffect) == 144, "AEffect must be 144 bytes on 32-bit targets");
 static_assert(sizeof(void*) != 8 || sizeof(AEffect) == 192, "AEffect must be 192 bytes on 64-bit targets");
 static_assert(sizeof(VstPinProperties) == 128, "VstPinProperties must be 128 bytes");
+static_assert(sizeof(VstParameterProperties) == 152, "VstParameterProperties must be 152 bytes");
 
 } // namespace vst2
 } // namespace kelm

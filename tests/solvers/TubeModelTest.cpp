@@ -155,3 +155,39 @@ TEST(SolversTubeModels, PentodeCurrentsAtTheEdges) {
     std::string message = messageOf([&] { p->getRhs(z); });
     EXPECT_EQ(0u, message.find("Pentode: rhs[p] is not a valid number: ")) << message;
 }
+
+TEST(SolversTubeModels, PentodeScreenAtOrBelowTheCathodeGivesNoPlateCurrent) {
+    // Cathode swept above and below the screen, grid from cut-off to positive, on a fresh tube
+    // each time so that the plate limiter holds nothing. No number may be NaN or infinite, the
+    // plate current vanishes once the screen is at or below the cathode, and it is there above.
+    int conducting = 0;
+    for (float vk : {0.0f, 1.0f, 5.0f, 40.0f}) {
+        for (float vs : {0.0f, 0.5f, 3.0f, 250.0f}) {
+            for (float vg : {-60.0f, -2.0f, 0.0f, 2.0f}) {
+                auto* p = new Pentode();
+                auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "KT66"}});
+                float x[4] = {300, vs, vg, vk};
+                float* rhs = nullptr;
+                ASSERT_NO_THROW(rhs = p->getRhs(x)) << vs << " " << vg << " " << vk;
+                const float plate = -rhs[0];
+                float** j = nullptr;
+                ASSERT_NO_THROW(j = p->getJacobian(x)) << vs << " " << vg << " " << vk;
+                for (int r = 0; r < 4; ++r)
+                    for (int c = 0; c < 4; ++c) ASSERT_TRUE(std::isfinite(j[r][c])) << r << c;
+                if (vs <= vk) {
+                    EXPECT_EQ(0.0f, plate) << vs << " " << vg << " " << vk;
+                    EXPECT_EQ(0.0f, j[0][0]);  // nor any slope along the plate
+                } else if (vg - vk > -2.0f && vs - vk > 100.0f) {
+                    EXPECT_GT(plate, 1e-3f) << vs << " " << vg << " " << vk;
+                    ++conducting;
+                }
+            }
+        }
+    }
+    EXPECT_GE(conducting, 3);
+    // Towards the boundary from above the current falls to nothing: no step at the screen voltage.
+    auto* p = new Pentode();
+    auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "KT66"}});
+    float x[4] = {300, 1e-3f, 0, 0};
+    EXPECT_LT(-p->getRhs(x)[0], 1e-6f);
+}

@@ -1,8 +1,9 @@
 #!/bin/sh
 # Renders the reference outputs of the built-in preamp's table path (CPU=1) at 1x, 2x and 4x
 # oversampling, and 4x with the drive turned up, from preamp-in.wav. The files here were made
-# with build/kelm of commit f767cec, before the speed work on the oversampling cascade and the
-# VC handler; tests/plugin/GoldenRenderTest.cpp checks that today's effect gives the same samples.
+# with build/kelm of commit 0d6e1a0 (f767cec, before the speed work on the oversampling cascade and the
+# VC handler, with the warm-up that leaves the preamp at rest); tests/plugin/GoldenRenderTest.cpp checks
+# that today's effect gives the same samples.
 # Usage: make_golden.sh PATH/TO/kelm
 set -e
 KELM=${1:-build/kelm}
