@@ -1,12 +1,4 @@
-# Cross-compiles for 64-bit Windows with Debian's mingw-w64 (posix thread model: std::thread
-# and std::mutex exist only there with GCC 12).
-set(CMAKE_SYSTEM_NAME Windows)
+# Cross-compiles for 64-bit Windows with Debian's mingw-w64.
 set(CMAKE_SYSTEM_PROCESSOR AMD64)
 set(KELM_MINGW_TRIPLET x86_64-w64-mingw32)
-set(CMAKE_C_COMPILER ${KELM_MINGW_TRIPLET}-gcc-posix)
-set(CMAKE_CXX_COMPILER ${KELM_MINGW_TRIPLET}-g++-posix)
-set(CMAKE_RC_COMPILER ${KELM_MINGW_TRIPLET}-windres)
-set(CMAKE_FIND_ROOT_PATH /usr/${KELM_MINGW_TRIPLET})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+include(${CMAKE_CURRENT_LIST_DIR}/toolchain-mingw-common.cmake)
