@@ -113,6 +113,8 @@ Options parseCommandLine(int argc, char** argv) {
             std::string t = value();
             o.plot.level = parseFloat(t, "--level");
             if (!(o.plot.level > 0 && o.plot.level <= 100)) throw UsageError("bad level '" + t + "'");
+        } else if (a == "--progress" && o.command == "render") {
+            o.progress = true;
         } else if (a == "--csv" && o.command == "plot") {
             o.plot.csv = value();
         } else if (a == "-h" || a == "--help") {

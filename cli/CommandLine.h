@@ -25,6 +25,7 @@ struct Options {
     int rate = 48000;
     std::vector<std::pair<std::string, float>> sets;
     std::string format;
+    bool progress = false;  // render: a progress line from the start, on a terminal or not
     Plot::Request plot;
 };
 

@@ -35,7 +35,7 @@ const char* kVersion = "1.0.80";  // the plug-ins' vendor version 1080
 const char* kUsage =
     "usage:\n"
     "  kelm render [--system FILE.xml] --in IN.wav --out OUT.wav [--set NAME=VALUE]... [--block N]\n"
-    "              [--format float|pcm16|pcm24|flac|flac16]\n"
+    "              [--format float|pcm16|pcm24|flac|flac16] [--progress]\n"
     "  kelm plot response|curve|spectrum [--system FILE.xml] --out CHART.png [--set NAME=VALUE]...\n"
     "              [--sweep NAME=V1,V2,...] [--width W] [--height H] [--rate HZ] [--level A]\n"
     "              [--in FILE (spectrum of a file)] [--csv DATA.csv]\n"
@@ -46,6 +46,7 @@ const char* kUsage =
     "\n"
     "Without --system the built-in preamp is used; its parameters take values from 0 to 1.\n"
     "The output format follows --format, else the name (.flac: 24-bit FLAC), else 32-bit float WAV.\n"
+    "render shows its progress on a terminal once it has taken two seconds; --progress shows it from the start.\n"
     "plot response: small-signal gain and phase from stepped sines of amplitude A (default 0.01);\n"
     "plot curve: output against input for sines near 1 kHz up to A (default 1) and their harmonics;\n"
     "plot spectrum: of --in FILE, or of a sine of amplitude A (default 0.5) through the system.\n";
@@ -79,8 +80,9 @@ int render(const Options& o) {
     std::vector<std::vector<float>> channelIn(std::max(systemInputs, 1), std::vector<float>(o.block));
     std::vector<float*> inputs(systemInputs);
     std::vector<float> interleavedOut(static_cast<size_t>(o.block) * outChannels);
-    // A progress line on a terminal, once a render has taken more than two seconds.
-    const bool tty = isatty(2);
+    // A progress line on a terminal once a render has taken more than two seconds; from the start with --progress.
+    const bool tty = isatty(2) || o.progress;
+    const double progressAfter = o.progress ? 0.0 : 2.0;
     const long long total = reader.frames();
     const double rate = reader.sampleRate();
     long long done = 0;
@@ -108,7 +110,7 @@ int render(const Options& o) {
         done += n;
         if (tty && total > 0) {
             const Clock::time_point now = Clock::now();
-            if (seconds(now - start) > 2.0 && (!progressShown || seconds(now - lastShown) > 0.25)) {
+            if (seconds(now - start) >= progressAfter && (!progressShown || seconds(now - lastShown) > 0.25)) {
                 const double elapsed = seconds(now - start);
                 std::fprintf(stderr, "\rrendering %3d%%  %.1f of %.1f s  %.1fx real time ",
                              static_cast<int>(100 * done / total), done / rate, total / rate, done / rate / elapsed);
