@@ -69,6 +69,9 @@ add_custom_command(OUTPUT ${KELM_RESOURCES_RC}
           -P ${CMAKE_SOURCE_DIR}/cmake/embed_rc.cmake
   DEPENDS ${KELM_RESOURCE_FILES} ${CMAKE_SOURCE_DIR}/cmake/embed_rc.cmake
   COMMENT "Writing the resource script")
+# One target writes the script; the modules that compile it wait for it, so that a
+# parallel build never writes it twice at once.
+add_custom_target(kelm_resources_rc DEPENDS ${KELM_RESOURCES_RC})
 
 # The VST 2 DLL. Windows-only sources and system libraries of the plug-in (the
 # editor's window, drawing, shell) are added to these two lists.
@@ -81,6 +84,7 @@ add_library(kelm_vst2 MODULE ${KELM_VST2_SOURCES} ${KELM_WIN32_PLUGIN_SOURCES} $
 set_target_properties(kelm_vst2 PROPERTIES OUTPUT_NAME "Kelm" PREFIX "" SUFFIX ".dll")
 target_link_libraries(kelm_vst2 PRIVATE kelm_engine kelm_builtin ${KELM_WIN32_PLUGIN_LIBRARIES})
 target_link_options(kelm_vst2 PRIVATE ${KELM_WIN_STATIC_LINK} -Wl,--no-undefined)
+add_dependencies(kelm_vst2 kelm_resources_rc)
 
 # Our Windows test host and a probe DLL that runs any document inside a DLL of its
 # own (for resources read from the DLL's own module under wine).
@@ -94,3 +98,4 @@ add_library(kelm_win_probe MODULE ${CMAKE_SOURCE_DIR}/tests/windows/host/KelmPro
 set_target_properties(kelm_win_probe PROPERTIES OUTPUT_NAME "KelmProbe" PREFIX "" SUFFIX ".dll")
 target_link_libraries(kelm_win_probe PRIVATE kelm_engine)
 target_link_options(kelm_win_probe PRIVATE ${KELM_WIN_STATIC_LINK} -Wl,--no-undefined)
+add_dependencies(kelm_win_probe kelm_resources_rc)
