@@ -8,9 +8,7 @@ namespace kelm {
 PackedMatrix::PackedMatrix(const float* source, unsigned rows, unsigned cols)
     : rowCount(rows),
       colCount(cols),
-      rowGroups(rows ? (rows - 1) / 4 + 1 : 0),
-      colGroups(cols ? (cols - 1) / 4 + 1 : 0),
-      rowsMultipleOf4(rows % 4 == 0) {
+      colGroups(cols ? (cols - 1) / 4 + 1 : 0) {
     packets.resize(static_cast<size_t>(colGroups) * rows);
     packedInput.resize(colGroups);
     pack(source);

@@ -23,9 +23,7 @@ private:
     std::vector<Eigen::Vector4f, Eigen::aligned_allocator<Eigen::Vector4f>> packedInput;
     unsigned rowCount;
     unsigned colCount;
-    unsigned rowGroups;
     unsigned colGroups;
-    bool rowsMultipleOf4;
 };
 
 } // namespace kelm

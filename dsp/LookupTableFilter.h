@@ -51,7 +51,6 @@ private:
     // Finds the flat ends of the table: entries equal to the first (or last) to the bit.
     void findFlatEnds();
 
-    int inputIndex = 0;
     scalar vinMin = 0;
     scalar vinMax = 0;
     scalar inverseDeltaV = 1;
