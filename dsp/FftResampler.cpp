@@ -35,7 +35,9 @@ std::vector<double> FftResampler::finish(size_t length) {
     // to its generic butterfly, quadratic in that prime: a file at 44071 Hz took over a minute.
     // Such a ratio is replaced by the nearest one of 7-smooth numbers with q up to 2^16, which
     // moves the pitch by a few hundredths of a percent at most for rates of audio files.
-    if (!smooth(p) || !smooth(q)) {
+    // So is a ratio whose terms pass 2^16: the first FFT is at least 2q long, and a file that
+    // claims 2^32 Hz (q = 2^25 against 48 kHz) would ask for gigabytes.
+    if (!smooth(p) || !smooth(q) || p > 65536 || q > 65536) {
         const double ratio = targetRate / sourceRate;
         double best = -1;
         long bestP = 1, bestQ = 1;
