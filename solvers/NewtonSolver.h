@@ -55,6 +55,8 @@ private:
     DenseMatrix A;
     Eigen::PartialPivLU<DenseMatrix> fixedPointLU;
     DenseVector f, previous, dx, errors, b, xm1, xm2, x0, predicted;
+    // The unknowns within a sample and the residual, in double: see solveSmall.
+    std::vector<double> xWide, bWide;
     int n = 0;
     int m = 0;
     int lda = 0;

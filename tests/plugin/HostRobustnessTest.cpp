@@ -200,9 +200,11 @@ TEST(PluginDemandingHost, ParametersMovedAtRandomWhileTheAudioThreadRuns) {
 
 TEST(PluginDemandingHost, SwitchedOnItIsSilentFromTheFirstSample) {
     // Silence in right after resume: below -90 dBFS from the first sample. Where a setting has
-    // a floor of its own above that in the steady state (the circuit path's Newton solver leaves
-    // noise, and so does the table path at 1x with the knobs turned up), the first 100 ms are no
-    // louder than that floor 0.3 s later. The same after a suspend, a change of settings and a
+    // a floor of its own above that in the steady state, the first 100 ms are no louder than
+    // that floor 0.3 s later. Only 1x with the knobs up has one, on both paths: a tone at half
+    // the sample rate (-70 to -76 dBFS peak) from the second grid's 75 pF, whose nanoseconds of
+    // time constant trapezoidal integration maps to a pole near z = -1 that rounding keeps
+    // ringing, lifted by the treble boost; oversampling filters it away. The same after a suspend, a change of settings and a
     // second resume. Default knobs at 48 kHz, every knob turned fully up at 96 kHz.
     const Settings defaults = {{kStereo, 0.0f}};
     const Settings loudest = {{kVol, 1.0f}, {kBass, 1.0f}, {kTreble, 1.0f}, {kGain, 1.0f}, {kInput, 1.0f}, {kStereo, 0.0f}};
