@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -88,18 +89,28 @@ void IirResampler::design() {
     if (normalizedCorner >= 0.5f) return;
     if (type == filterdesign::BIQUAD)
         throw InvalidArgumentException(str(who(), ": BiQuads are not yet supported!"));
-    auto request = std::make_shared<filterdesign::IirDesignContext>(type, order, normalizedCorner);
-    if (type == filterdesign::BESSEL) request->options.set(filterdesign::MATCHED_Z);
-    filterdesign::designIir(request);
+    auto known = std::find_if(designs.begin(), designs.end(),
+                              [&](const Design& d) { return d.corner == normalizedCorner && d.factor == factor; });
+    if (known == designs.end()) {
+        auto request = std::make_shared<filterdesign::IirDesignContext>(type, order, normalizedCorner);
+        if (type == filterdesign::BESSEL) request->options.set(filterdesign::MATCHED_Z);
+        filterdesign::designIir(request);
+        Design d{normalizedCorner, factor, request->A, request->B, request->B};
+        if (interpolator) {
+            // The zeros stuffed between the samples take 1/factor of the level: the first
+            // stage makes it up.
+            d.firstB = std::make_shared<ScalarVector>(*request->B);
+            for (int k = 0; k <= order && k < static_cast<int>(d.firstB->size()); ++k) (*d.firstB)[k] *= factor;
+        }
+        if (designs.size() >= 8) designs.erase(designs.begin());
+        designs.push_back(d);
+        known = designs.end() - 1;
+    }
     for (auto& stage : stages) {
-        stage->propertyChanged("A", request->A);
-        stage->propertyChanged("B", request->B);
+        stage->propertyChanged("A", known->a);
+        stage->propertyChanged("B", known->b);
     }
-    if (interpolator) {
-        auto b = std::make_shared<ScalarVector>(*request->B);
-        for (int k = 0; k <= order && k < static_cast<int>(b->size()); ++k) (*b)[k] *= factor;
-        stages.front()->propertyChanged("B", b);
-    }
+    if (!stages.empty()) stages.front()->propertyChanged("B", known->firstB);
 }
 
 void IirResampler::propertyChanged(const std::string& prop, scalar value) {

@@ -59,6 +59,15 @@ protected:
     std::vector<FixedOrderIIR<2>*> sections;
     BufferList stageInput = BufferList(1, nullptr);
     ScalarVector unusedResults;
+    // Designs already made, by normalised corner and factor: a factor or a rate that comes
+    // back (a switch between oversampling positions, on the audio thread) finds its
+    // coefficients here instead of designing, and allocating, again.
+    struct Design {
+        scalar corner;
+        int factor;
+        ScalarVectorPtr a, b, firstB;
+    };
+    std::vector<Design> designs;
 };
 
 } // namespace kelm

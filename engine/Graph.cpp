@@ -68,22 +68,18 @@ void Graph::setProperties(const PropertyMapPtr& properties) {
 }
 
 void Graph::propertyChanged(const std::string& name, scalar value) {
-    std::vector<std::string> tokens;
-    size_t start = 0;
-    while (start <= name.size()) {
-        size_t cut = name.find('_', start);
-        if (cut == std::string::npos) cut = name.size();
-        tokens.push_back(name.substr(start, cut - start));
-        start = cut + 1;
-    }
-    if (name.empty() || tokens.empty()) throw InvalidArgumentException("Graph: Unknown property " + name);
-    int index = tokens.size() == 2 ? std::atoi(tokens[1].c_str()) : 0;
-    bool flag = value > 0.5f;
-    if (tokens[0] == "Off")
+    // "Off", "Bypass" or "Suspend", optionally "_" and an index: "Bypass_1". Parsed in place,
+    // since controls reach here on the audio thread. A name with more than one "_" keeps index 0.
+    const size_t cut = name.find('_');
+    const size_t length = cut == std::string::npos ? name.size() : cut;
+    const bool indexed = cut != std::string::npos && name.find('_', cut + 1) == std::string::npos;
+    const int index = indexed ? std::atoi(name.c_str() + cut + 1) : 0;
+    const bool flag = value > 0.5f;
+    if (name.compare(0, length, "Off") == 0)
         setOff(flag, index);
-    else if (tokens[0] == "Bypass")
+    else if (name.compare(0, length, "Bypass") == 0)
         setBypass(flag, index);
-    else if (tokens[0] == "Suspend")
+    else if (name.compare(0, length, "Suspend") == 0)
         setSuspended(flag, 0);
     else
         throw InvalidArgumentException("Graph: Unknown property " + name);

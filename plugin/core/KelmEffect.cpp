@@ -207,6 +207,23 @@ void KelmEffect::resume() {
         if (static_cast<int>(c.size()) < block) c.assign(block, 0.0f);
     std::vector<scalar> silence(block, 0.0f);
     inputs[0] = inputs[1] = silence.data();
+    // The oversampling switch through its positions once, a few samples each: the resamplers'
+    // designs for each factor and the buffers at each rate then exist before audio runs, and
+    // a host that moves the switch later allocates nothing on its audio thread (the other
+    // switches only bypass graphs). The warm-up below settles what this stirs. A value the
+    // host sets meanwhile is left alone.
+    for (int i = 0; i < numberOfParameters(); ++i) {
+        const int positions = parameterPositions(i);
+        if (positions < 2 || controls[i]->name != "Oversampling") continue;
+        const float saved = getParameter(i);
+        float last = saved;
+        for (int k = positions - 1; k >= 0; --k) {
+            last = static_cast<float>(k) / static_cast<float>(positions - 1);
+            setParameter(i, last);
+            driver->process(inputs, std::min(block, 32));
+        }
+        if (getParameter(i) == last) setParameter(i, saved);
+    }
     const double rate = driver->getSampleRate();
     const int minimum = static_cast<int>(1.0 - std::trunc(rate * -0.2 / block));  // 0.2 s and one block
     const int maximum = minimum + static_cast<int>(std::ceil(rate * 0.8 / block));  // up to 0.8 s more

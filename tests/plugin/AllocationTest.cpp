@@ -1,4 +1,5 @@
 // Real-time discipline: once set up, processing a block allocates nothing.
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
@@ -116,23 +117,32 @@ TEST(PluginAllocation, ProcessingAllocatesNothingWithTheEditorOpen) {
 }
 
 TEST(PluginAllocation, ParameterChangesOnTheAudioThreadAllocateNothing) {
-    // An LV2 host's control ports reach the effect inside run, on the audio thread. The knobs
-    // only: a switch (Oversampling, EQ_Position, Stereo, CPU) makes the driver recompute the
-    // graphs' rates and sizes in the next block, which allocates today.
-    KelmEffect effect;
-    effect.setSampleRate(48000);
-    effect.setBlockSize(128);
-    effect.resume();
-    std::vector<float> l(128, 0.1f), ol(128), orr(128);
-    float* in[2] = {l.data(), l.data()};
-    float* out[2] = {ol.data(), orr.data()};
-    effect.process(in, out, 128);
-    Counting c;
-    for (int b = 0; b < 40; ++b) {
-        for (int p = 0; p < effect.numberOfParameters(); ++p)
-            for (const char* knob : {"Input", "Gain", "Vol", "Bass", "Treble"})
-                if (effect.parameterName(p) == knob) effect.setParameter(p, 0.1f * ((b + p) % 11));
+    // An LV2 host's control ports reach the effect inside run, on the audio thread. Every
+    // parameter, switches included: the oversampling factor changes the graphs' rates and
+    // the resamplers' designs, which resume has prepared for every position.
+    // Resumed once on each path, once with the right channel's graphs bypassed (Mono).
+    for (float cpu : {0.0f, 1.0f, 2.0f}) {
+        KelmEffect effect;
+        effect.setParameter(effect.parameterIndex("CPU"), std::min(cpu, 1.0f));
+        effect.setParameter(effect.parameterIndex("Stereo"), cpu > 1.0f ? 1.0f : 0.0f);
+        effect.setSampleRate(48000);
+        effect.setBlockSize(128);
+        effect.resume();
+        std::vector<float> l(128, 0.1f), ol(128), orr(128);
+        float* in[2] = {l.data(), l.data()};
+        float* out[2] = {ol.data(), orr.data()};
         effect.process(in, out, 128);
+        unsigned seed = 12345;
+        auto next = [&seed] {
+            seed = seed * 1103515245u + 12345u;
+            return static_cast<float>((seed >> 8) % 1001) / 1000.0f;
+        };
+        Counting c;
+        for (int b = 0; b < 60; ++b) {
+            for (int p = 0; p < effect.numberOfParameters(); ++p)
+                if (b % 3 == 0 || effect.parameterPositions(p) == 0) effect.setParameter(p, next());
+            effect.process(in, out, 128);
+        }
+        EXPECT_EQ(0, c.count()) << "case " << cpu;
     }
-    EXPECT_EQ(0, c.count());
 }
