@@ -74,10 +74,11 @@ void WaveConvolver::sampleRateChanged(scalar rate) {
 
 ScalarVector WaveConvolver::resample(const scalar* samples, size_t n, double s, double d) {
     // A wave file may state any rate: a response that would come out longer than 2^22 samples
-    // (87 s at 48 kHz, far beyond any room) or from a rate of nothing is refused rather than
+    // (87 s at 48 kHz, far beyond any room) or from a rate below 1 kHz (no audio file has one;
+    // a few samples at 1 Hz would ask for a transform of millions) is refused rather than
     // allocated; the resampler's spectra take some 30 bytes per output sample.
     const double frames = (d / s) * n + 0.5;
-    if (!(s >= 1 && d >= 1 && frames < static_cast<double>(1 << 22)))
+    if (!(s >= 1000 && d >= 1 && frames < static_cast<double>(1 << 22)))
         throw KELMException(str("WaveConvolver: cannot resample ", n, " samples from ", s, " Hz to ", d, " Hz"));
     const size_t length = static_cast<size_t>(frames);
     FftResampler resampler(s, d);

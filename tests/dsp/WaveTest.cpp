@@ -232,6 +232,10 @@ TEST(DspWave, ResamplerQualityAndResponsesAtAnotherRate) {
               messageOf([&] { WaveConvolver::resample(x.data(), 3, 0, 48000); }));
     EXPECT_EQ("WaveConvolver: cannot resample 48000 samples from 1 Hz to 48000 Hz",
               messageOf([&] { WaveConvolver::resample(x.data(), 48000, 1, 48000); }));
+    EXPECT_EQ("WaveConvolver: cannot resample 13 samples from 1 Hz to 48000 Hz",
+              messageOf([&] { WaveConvolver::resample(x.data(), 13, 1, 48000); }));
+    EXPECT_EQ("WaveConvolver: cannot resample 4000 samples from 999 Hz to 48000 Hz",
+              messageOf([&] { WaveConvolver::resample(x.data(), 4000, 999, 48000); }));
 
     // A response at half the engine's rate doubles in length and halves in amplitude.
     static std::shared_ptr<DSPContext> ctx = std::make_shared<DSPContext>();
