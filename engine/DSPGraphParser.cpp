@@ -10,6 +10,7 @@
 #include "engine/DSPElementFactory.h"
 #include "engine/DSPGraph.h"
 #include "engine/PluginDSPElementFactory.h"
+#include "engine/Str.h"
 #include "engine/XmlUtil.h"
 
 namespace kelm {
@@ -99,6 +100,10 @@ GraphPtr DSPGraphParser::parse(const pugi::xml_node& graphNode, const std::strin
             index = Conversions::toInt(node.attribute("Index").value());
         else
             throw KELMException("Output Node without a Port or an Index attribute.");
+        const int outputs = context->elements[it->second]->getMeta()->numberOfOutputs();
+        if (index < 0 || index >= outputs)
+            throw KELMException(str("Output Node index ", index, " out of range: element ", source, " has ", outputs,
+                                    " output(s). Graph: ", name));
         outputElements->push_back(it->second);
         outputIndices->push_back(index);
     }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what the Windows builds and their wine runs need, only what is missing:
-# the mingw-w64 cross compilers (posix threads), wine64, wine32 (i386), and the
-# sources of pugixml from Debian's source package (it has no Windows package).
+# the mingw-w64 cross compilers (posix threads), wine64, wine32 (i386; through qemu-i386
+# where the kernel runs no 32-bit programs), and the sources of pugixml from Debian's
+# source package (it has no Windows package).
 # Safe to repeat. Exits non-zero only when the 64-bit part cannot be installed; a
 # wine32 that cannot be installed is reported loudly and the 32-bit runs then say so.
 set -uo pipefail
@@ -46,6 +47,24 @@ if [ ! -f "$pugisrc/src/pugixml.cpp" ]; then
   orig=$(ls "$root"/third_party/src/pugixml_*.orig.tar.* | head -1)
   rm -rf "$pugisrc" && mkdir -p "$pugisrc"
   tar -xf "$orig" -C "$pugisrc" --strip-components=1 || exit 1
+fi
+
+# A kernel that does not run 32-bit x86 programs itself (some virtual machines lack the
+# compatibility mode) can still run them through qemu's user-mode emulator, registered with
+# binfmt_misc for i386 programs ("F": the kernel holds the emulator open, so it works in any
+# mount namespace). Slower, but wine32 then runs the 32-bit DLL.
+if ! python3 "$root/scripts/runs_i386.py"; then
+  installed qemu-user-static || { update; $SUDO apt-get install -y -qq --no-install-recommends qemu-user-static >/dev/null; }
+  binfmt=/proc/sys/fs/binfmt_misc
+  [ -e "$binfmt/register" ] || $SUDO mount -t binfmt_misc binfmt_misc "$binfmt" 2>/dev/null || true
+  if [ -x /usr/bin/qemu-i386-static ] && [ -e "$binfmt/register" ] && [ ! -e "$binfmt/qemu-i386" ]; then
+    printf '%s\n' ':qemu-i386:M::\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x03\x00:\xff\xff\xff\xff\xff\xfe\xfe\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff:/usr/bin/qemu-i386-static:F' |
+      $SUDO tee "$binfmt/register" >/dev/null || true
+  fi
+  if python3 "$root/scripts/runs_i386.py"; then
+    echo "NOTE: this kernel runs 32-bit x86 programs only through qemu-i386 (user-mode emulation):"
+    echo "wine32 and the 32-bit DLL's runs are slow here (about a minute per wine start)."
+  fi
 fi
 
 # wine32: the i386 architecture, then the package, with the shared libraries pinned

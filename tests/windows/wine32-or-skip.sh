@@ -7,6 +7,13 @@ elif ! /usr/lib/wine/wine --version >/dev/null 2>&1; then
   reason="wine32 is installed but its i386 loader does not run: $(/usr/lib/wine/wine --version 2>&1 | head -1)
 (this kernel does not execute 32-bit x86 programs)"
 fi
+if [ -z "${reason:-}" ] && grep -qs '^enabled' /proc/sys/fs/binfmt_misc/qemu-i386; then
+  # i386 programs run through qemu-i386 here (scripts/install-windows-deps.sh). qemu then
+  # reserves the guest's address space up front, so that wine can place what it must at
+  # fixed addresses (the shared user data at 0x7ffe0000) instead of finding qemu there.
+  echo "NOTE: 32-bit programs run through qemu-i386 (user-mode emulation) on this machine"
+  export QEMU_RESERVED_VA=0xf7000000
+fi
 if [ -n "${reason:-}" ]; then
   echo "**********************************************************************"
   echo "SKIPPED: the 32-bit Kelm.dll was built but not run under wine."
