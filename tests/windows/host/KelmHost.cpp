@@ -3,11 +3,13 @@
 // either runs the checks a host relies on or renders a signal for comparison on Linux.
 //
 //   KelmHost check  Kelm.dll
-//   KelmHost render Kelm.dll IN.f32 OUT.f32 CHANNELS BLOCK [INDEX=VALUE ...]
+//   KelmHost render Kelm.dll IN.f32 OUT.f32 CHANNELS BLOCK [INDEX=VALUE ...] [OUT2.f32 [INDEX=VALUE ...]] ...
 //   KelmHost probe  KelmProbe.dll DOCUMENT.xml IN.f32 OUT.f32 RATE BLOCK
 //
 // .f32 files are raw little-endian 32-bit floats, interleaved; the rendered output has
-// two channels, at 48000 Hz. The exit status is the number of failed checks (or 1 for
+// two channels, at 48000 Hz. Each further output name starts another render of the same
+// input by a fresh instance with the values that follow it (one program start for several
+// settings: under an emulated 32-bit wine a start takes a minute). The exit status is the number of failed checks (or 1 for
 // a failed command).
 #include <windows.h>
 
@@ -305,14 +307,20 @@ int renderCommand(int argc, char** argv) {
     std::vector<float> x;
     const int channels = std::atoi(argv[5]), block = std::atoi(argv[6]);
     if (!readFloats(argv[3], x) || channels < 1 || channels > 2 || block < 1) return 1;
+    const char* output = argv[4];
     std::vector<std::pair<int, float>> params;
-    for (int i = 7; i < argc; ++i) {
-        const char* eq = std::strchr(argv[i], '=');
-        if (!eq) return 1;
-        params.push_back({std::atoi(argv[i]), static_cast<float>(std::atof(eq + 1))});
+    for (int i = 7; i <= argc; ++i) {
+        const char* eq = i < argc ? std::strchr(argv[i], '=') : nullptr;
+        if (eq) {
+            params.push_back({std::atoi(argv[i]), static_cast<float>(std::atof(eq + 1))});
+            continue;
+        }
+        const std::vector<float> y = render(x, channels, block, [&] { return block; }, params);
+        if (!writeFloats(output, y)) return 1;
+        if (i < argc) output = argv[i];
+        params.clear();
     }
-    const std::vector<float> y = render(x, channels, block, [&] { return block; }, params);
-    return writeFloats(argv[4], y) ? 0 : 1;
+    return 0;
 }
 
 // The probe DLL runs a document with the engine inside a module of its own.
