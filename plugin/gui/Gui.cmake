@@ -27,3 +27,10 @@ set_tests_properties(EditorX11 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
 # The Windows editor host is a Windows program; the test glob must not compile it here.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/tests/windows/editor/EditorHost.cpp PROPERTIES HEADER_FILE_ONLY ON)
 
+
+# The editor of the 64-bit Windows DLL (scripts/build-windows.sh) under wine, driven
+# like the X11 one, and its window compared with the Linux window's screenshot.
+add_test(NAME Windows64Editor COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh
+  ${CMAKE_SOURCE_DIR}/tests/windows/editor/run.sh ${CMAKE_SOURCE_DIR}/build-win64
+  ${CMAKE_BINARY_DIR}/editor-wine64.png ${CMAKE_BINARY_DIR}/editor-x11.png)
+set_tests_properties(Windows64Editor PROPERTIES DEPENDS EditorX11)

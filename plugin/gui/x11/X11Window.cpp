@@ -86,7 +86,10 @@ X11Window::X11Window(Window parent, int w, int h, Listener* l) : listener(l), wi
     greenShift = shiftOf(pa.visual->green_mask);
     blueShift = shiftOf(pa.visual->blue_mask);
     XMapWindow(display, window);
-    XFlush(display);
+    // A round trip, not just a flush: once open returns, the window exists for every client,
+    // the host included (its connection is not ours, and the server may not yet have read
+    // what we only sent).
+    XSync(display, False);
 }
 
 X11Window::~X11Window() {
