@@ -29,12 +29,16 @@ void LookupTableAmp::init(const std::string& name, const PropertyMapPtr& propert
     p.readRequired("VinMax", vinMax, KELMException("VinMax is not defined. LookupTableAmp name=" + name));
     p.readRequired("DeltaV", deltaV, KELMException("DeltaV is not defined. LookupTableAmp name=" + name));
     if (!(deltaV > 0)) throw InvalidArgumentException("DeltaV must be greater than 0. LookupTableAmp name=" + name);
+    if (!(vinMax > vinMin))
+        throw InvalidArgumentException("VinMax must be greater than VinMin. LookupTableAmp name=" + name);
     inverseDelta = 1.0f / deltaV;
     int use = 1;
     if (p.readOptional("UseInputCurrent", use)) useInputCurrent = use == 1;
-    const size_t room = static_cast<size_t>((vinMax - vinMin) * inverseDelta) + 5;
-    vout->reserve(room);
-    iin->reserve(room);
+    const double room = (static_cast<double>(vinMax) - vinMin) * inverseDelta + 5;
+    if (room < 1 << 20) {  // room for tables of the usual size
+        vout->reserve(static_cast<size_t>(room));
+        iin->reserve(static_cast<size_t>(room));
+    }
     readTables(p);
 }
 

@@ -21,9 +21,12 @@ void SourceAdmittance::init(const std::string& name, const PropertyMapPtr& prope
     p.readRequired("VinMax", vinMax, KELMException("VinMax is not defined. SourceAdmittance name=" + name));
     p.readRequired("DeltaV", deltaV, KELMException("DeltaV is not defined. SourceAdmittance name=" + name));
     if (!(deltaV > 0)) throw InvalidArgumentException("DeltaV must be greater than 0. SourceAdmittance name=" + name);
+    if (!(vinMax > vinMin))
+        throw InvalidArgumentException("VinMax must be greater than VinMin. SourceAdmittance name=" + name);
     inverseDelta = 1.0f / deltaV;
     table = std::make_shared<ScalarVector>();
-    table->reserve(static_cast<size_t>((vinMax - vinMin) * inverseDelta) + 5);
+    const double entries = (static_cast<double>(vinMax) - vinMin) * inverseDelta + 5;
+    if (entries < 1 << 20) table->reserve(static_cast<size_t>(entries));  // room for a table of the usual size
     ScalarVectorPtr values;
     if (p.readOptional("out", values)) table = values;
 }
