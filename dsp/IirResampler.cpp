@@ -54,6 +54,9 @@ void IirResampler::init(const std::string& elName, const PropertyMapPtr& props, 
     }
     p.readRequired("Factor", factor, KELMException(me + ": Factor must be specified"));
     if (factor < 1) throw InvalidArgumentException(str(me, ": Factor must be greater than 0. Factor=", factor));
+    // The high-rate buffers are factor times a block long: a factor far beyond any oversampling
+    // would ask for gigabytes.
+    if (factor > kMaxFactor) throw InvalidArgumentException(str(me, ": Factor must be at most ", kMaxFactor, ". Factor=", factor));
     if (p.readOptional("Cascade", cascade) && cascade < 2)
         throw InvalidArgumentException(str(me, ": Cascade must be greater than 1. Cascade=", cascade));
     if (!hasCornerFrequency) normalizedCorner = relativeCornerFrequency / factor;
@@ -115,6 +118,8 @@ void IirResampler::design() {
 
 void IirResampler::propertyChanged(const std::string& prop, scalar value) {
     if (prop != "Factor") throw InvalidArgumentException("IirInterpolator: Unknown property " + prop);
+    if (!(value >= 0.5f && value < kMaxFactor + 0.5f))
+        throw InvalidArgumentException(str(who(), ": Factor must be from 1 to ", kMaxFactor, ". Factor=", value));
     factor = static_cast<int>(std::floor(value + 0.5f));
     if (context && context->graph()) {
         context->graph()->setMultiplier(interpolator ? static_cast<double>(value) : 1.0 / static_cast<double>(value));

@@ -31,6 +31,8 @@ public:
     void propertyChanged(const std::string& name, scalar value) override;
     using Filter::propertyChanged;
 
+    // The largest factor accepted, from the document or at run time.
+    static constexpr int kMaxFactor = 1024;
     int getFactor() const { return factor; }
     int getCascade() const { return cascade; }
     scalar getNormalizedCorner() const { return normalizedCorner; }

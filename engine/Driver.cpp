@@ -134,7 +134,13 @@ void Driver::resolveProperties() {
 }
 
 int Driver::roundedBlockSize(double multiplier) const {
-    return static_cast<int>(std::floor(static_cast<double>(maxBlockSize) * multiplier + 0.5));
+    // A document may state any rate multiplier: blocks beyond 2^22 samples are refused
+    // rather than allocated.
+    const double frames = std::floor(static_cast<double>(maxBlockSize) * multiplier + 0.5);
+    if (!(frames <= static_cast<double>(1 << 22)))
+        throw KELMException(str("Driver: a graph would run blocks of ", frames, " samples (rate multiplier ", multiplier,
+                                ")"));
+    return static_cast<int>(frames);
 }
 
 void Driver::setSampleRate(scalar rate) {
