@@ -212,17 +212,14 @@ void KelmEffect::resume() {
     // a host that moves the switch later allocates nothing on its audio thread (the other
     // switches only bypass graphs). The warm-up below settles what this stirs. A value the
     // host sets meanwhile is left alone.
-    for (int i = 0; i < numberOfParameters(); ++i) {
-        const int positions = parameterPositions(i);
-        if (positions < 2 || controls[i]->name != "Oversampling") continue;
-        const float saved = getParameter(i);
+    if (const int os = parameterIndex("Oversampling"); os >= 0) {
+        const float saved = getParameter(os);
         float last = saved;
-        for (int k = positions - 1; k >= 0; --k) {
-            last = static_cast<float>(k) / static_cast<float>(positions - 1);
-            setParameter(i, last);
+        for (float position : {1.0f, 0.5f, 0.0f}) {
+            setParameter(os, last = position);
             driver->process(inputs, std::min(block, 32));
         }
-        if (getParameter(i) == last) setParameter(i, saved);
+        if (getParameter(os) == last) setParameter(os, saved);
     }
     const double rate = driver->getSampleRate();
     const int minimum = static_cast<int>(1.0 - std::trunc(rate * -0.2 / block));  // 0.2 s and one block

@@ -1,7 +1,6 @@
 // The recursive filters: block paths against sample paths, Iir windows, reset,
 // the lookup filter's grid and the wiper handler against its formulas.
 #include <cmath>
-#include <cstring>
 #include <random>
 
 #include "dsp/BiQuad.h"
@@ -10,7 +9,6 @@
 #include "dsp/LookupTableFilter.h"
 #include "dsp/ThirdOrderIIR.h"
 #include "engine/DSPContext.h"
-#include "engine/TableIndex.h"
 #include "engine/VolCtrlPropertiesHandler.h"
 #include "tests/TestUtil.h"
 
@@ -251,37 +249,4 @@ TEST(DspVolumeHandler, BlockRunEqualsThePerSampleLoop) {
     // The iteration path continues from the same state.
     auto in = std::make_shared<ScalarVector>(1, 120.0f);
     EXPECT_EQ(slow->iterate(in, 0, 1)[0], fast->iterate(in, 0, 1)[0]);
-}
-
-// Tables with flat stretches at either end (as the grid-admittance curve has below
-// the grid's conduction) against the interpolation written out plainly: the same
-// value to the bit for inputs in, at the edges of and outside the grid, NaN included.
-TEST(DspLookupTableFilter, FlatEndsGiveTheInterpolatedValue) {
-    std::mt19937 rng(9);
-    const float vinMin = -2, delta = 0.25f;
-    std::vector<std::vector<float>> tables = {{5, 5, 5, 5, 6, 7, 7, 7}, {1, 2, 3}, {4, 4, 4}, {-0.0f, 0.0f, 1, 1},
-                                              {3}, {1, 1, 2, 3, 3}};
-    for (auto& values : tables) {
-        auto table = std::make_shared<ScalarVector>(values);
-        auto f = make<LookupTableFilter>({{"VinMin", "-2"}, {"VinMax", "10"}, {"DeltaV", "0.25"}});
-        f->propertyChanged("Vout", table);
-        const int n = static_cast<int>(values.size());
-        auto plain = [&](float x) {
-            const float d = x - vinMin;
-            const int i = tableIndex((1.0f / delta) * d, -1, n);
-            if (i <= 0) return values[0];
-            if (i >= n - 1) return values[n - 1];
-            if (values[i] == values[i + 1]) return values[i];
-            return values[i] + ((values[i + 1] - values[i]) * (d - static_cast<float>(i) * delta)) * (1.0f / delta);
-        };
-        std::vector<float> xs = {std::nanf(""), -1e30f, 1e30f, vinMin, vinMin + n * delta};
-        for (int k = -2; k <= n + 1; ++k)
-            for (float e : {-1e-6f, 0.0f, 1e-6f}) xs.push_back(vinMin + k * delta + e);
-        std::uniform_real_distribution<float> u(vinMin - 1, vinMin + (n + 1) * delta);
-        for (int k = 0; k < 2000; ++k) xs.push_back(u(rng));
-        for (float x : xs) {
-            const float a = f->valueAt(x), b = plain(x);
-            ASSERT_EQ(0, std::memcmp(&a, &b, sizeof a)) << "table of " << n << " at " << x << ": " << a << " vs " << b;
-        }
-    }
 }

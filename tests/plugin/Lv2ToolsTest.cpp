@@ -13,7 +13,7 @@ namespace {
 
 const std::string kBundle = KELM_LV2_BUNDLE;
 
-// The bundle's folder first, then the system's LV2 specifications; never ~/.lv2.
+// The bundle's folder first, then the system's LV2 vocabulary bundles; never ~/.lv2.
 std::string lv2Env() {
     const std::string dir = kBundle.substr(0, kBundle.rfind('/'));
     return "LV2_PATH=" + dir + ":/usr/lib/lv2 ";
