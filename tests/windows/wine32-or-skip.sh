@@ -13,6 +13,8 @@ if [ -z "${reason:-}" ] && grep -qs '^enabled' /proc/sys/fs/binfmt_misc/qemu-i38
   # fixed addresses (the shared user data at 0x7ffe0000) instead of finding qemu there.
   echo "NOTE: 32-bit programs run through qemu-i386 (user-mode emulation) on this machine"
   export QEMU_RESERVED_VA=0xf7000000
+  # The tests then compare with a reference that runs on the same emulated CPU.
+  export KELM_I386_EMULATED=1
 fi
 if [ -n "${reason:-}" ]; then
   echo "**********************************************************************"
