@@ -76,6 +76,7 @@ void IirResampler::init(const std::string& elName, const PropertyMapPtr& props, 
     for (auto& stage : stages) sections.push_back(dynamic_cast<FixedOrderIIR<2>*>(stage.get()));
     for (auto* section : sections)
         if (!section) sections.clear();
+    histories.assign(sections.size(), SectionHistory());
     elementName = elName;
     properties = p;
 }
@@ -163,30 +164,43 @@ void IirResampler::reset() {
 namespace {
 
 // Coefficients and history of one second-order section, held in locals while a
-// block runs through the cascade.
+// block runs through the cascade. The recursion runs in double: with the corner
+// just below the Nyquist frequency, as at a factor of 1, the poles sit near z = -1
+// and amplify the rounding of a float recursion some 200 times, so that the tube
+// stages' bias of some 100 V left a limit cycle of a millivolt near the Nyquist
+// frequency in the decimator's output. The history is carried between blocks in
+// double too, and copied to the stages as floats.
 struct Section {
-    scalar b0 = 0, b1 = 0, b2 = 0, a1 = 0, a2 = 0, x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+    double b0 = 0, b1 = 0, b2 = 0, a1 = 0, a2 = 0, x1 = 0, x2 = 0, y1 = 0, y2 = 0;
 
-    void loadFrom(const FixedOrderIIR<2>& f) {
+    // The double history kept from the last block, unless the stage's own history
+    // has since been changed (a reset, or a block run stage by stage).
+    void loadFrom(const FixedOrderIIR<2>& f, const IirResampler::SectionHistory& h) {
         b0 = f.coefficientB(0);
         b1 = f.coefficientB(1);
         b2 = f.coefficientB(2);
         a1 = f.coefficientA(0);
         a2 = f.coefficientA(1);
-        x1 = f.pastInputs()[0];
-        x2 = f.pastInputs()[1];
-        y1 = f.pastOutputs()[0];
-        y2 = f.pastOutputs()[1];
+        const scalar* px = f.pastInputs();
+        const scalar* py = f.pastOutputs();
+        const bool current = static_cast<scalar>(h.x1) == px[0] && static_cast<scalar>(h.x2) == px[1] &&
+                             static_cast<scalar>(h.y1) == py[0] && static_cast<scalar>(h.y2) == py[1];
+        x1 = current ? h.x1 : px[0];
+        x2 = current ? h.x2 : px[1];
+        y1 = current ? h.y1 : py[0];
+        y2 = current ? h.y2 : py[1];
     }
 
-    void storeInto(FixedOrderIIR<2>& f) const {
-        const scalar xs[2] = {x1, x2}, ys[2] = {y1, y2};
+    void storeInto(FixedOrderIIR<2>& f, IirResampler::SectionHistory& h) const {
+        h = {x1, x2, y1, y2};
+        const scalar xs[2] = {static_cast<scalar>(x1), static_cast<scalar>(x2)};
+        const scalar ys[2] = {static_cast<scalar>(y1), static_cast<scalar>(y2)};
         f.setHistory(xs, ys);
     }
 
     // The BiQuad's difference equation with its order of operations.
-    scalar step(scalar x) {
-        scalar s = b1 * x1 + b0 * x;
+    double step(double x) {
+        double s = b1 * x1 + b0 * x;
         s = s + b2 * x2;
         s = s - a1 * y1;
         s = s - a2 * y2;
@@ -205,12 +219,13 @@ struct Section {
 // sample and continues with zeros, and every output is kept; decimating, the
 // input is read in full and the first output of each group is kept.
 template <int C, bool Interpolate>
-void cascade(FixedOrderIIR<2>* const* stages, const scalar* in, size_t frames, size_t factor, scalar* out) {
+void cascade(FixedOrderIIR<2>* const* stages, IirResampler::SectionHistory* histories, const scalar* in,
+             size_t frames, size_t factor, scalar* out) {
     Section s[C];
-    for (int k = 0; k < C; ++k) s[k].loadFrom(*stages[k]);
-    auto run = [&s](scalar x) {
+    for (int k = 0; k < C; ++k) s[k].loadFrom(*stages[k], histories[k]);
+    auto run = [&s](double x) {
         for (int k = 0; k < C; ++k) x = s[k].step(x);
-        return x;
+        return static_cast<scalar>(x);
     };
     size_t i = 0, j = 0;
     for (; i + factor <= frames; i += factor, ++j) {
@@ -230,17 +245,18 @@ void cascade(FixedOrderIIR<2>* const* stages, const scalar* in, size_t frames, s
         else
             run(in[i]);
     }
-    for (int k = 0; k < C; ++k) s[k].storeInto(*stages[k]);
+    for (int k = 0; k < C; ++k) s[k].storeInto(*stages[k], histories[k]);
 }
 
 template <bool Interpolate>
-bool runCascade(const std::vector<FixedOrderIIR<2>*>& sections, const scalar* in, size_t frames, size_t factor,
-                scalar* out) {
+bool runCascade(const std::vector<FixedOrderIIR<2>*>& sections, std::vector<IirResampler::SectionHistory>& histories,
+                const scalar* in, size_t frames, size_t factor, scalar* out) {
+    IirResampler::SectionHistory* h = histories.data();
     switch (sections.size()) {
-        case 1: cascade<1, Interpolate>(sections.data(), in, frames, factor, out); return true;
-        case 2: cascade<2, Interpolate>(sections.data(), in, frames, factor, out); return true;
-        case 3: cascade<3, Interpolate>(sections.data(), in, frames, factor, out); return true;
-        case 4: cascade<4, Interpolate>(sections.data(), in, frames, factor, out); return true;
+        case 1: cascade<1, Interpolate>(sections.data(), h, in, frames, factor, out); return true;
+        case 2: cascade<2, Interpolate>(sections.data(), h, in, frames, factor, out); return true;
+        case 3: cascade<3, Interpolate>(sections.data(), h, in, frames, factor, out); return true;
+        case 4: cascade<4, Interpolate>(sections.data(), h, in, frames, factor, out); return true;
         default: return false;  // longer cascades run stage by stage
     }
 }
@@ -270,7 +286,7 @@ void IirInterpolator::process(BufferList& inputs, size_t n) {
                                            maxBlockSize, ")."));
     const scalar* in = inputs.empty() ? nullptr : inputs[0];
     if (in && !sections.empty() && m > 0 &&
-        runCascade<true>(sections, in, m, static_cast<size_t>(factor), sections.back()->outputBuffer()))
+        runCascade<true>(sections, histories, in, m, static_cast<size_t>(factor), sections.back()->outputBuffer()))
         return;
     std::memset(buffer, 0, m * sizeof(scalar));
     if (in)
@@ -310,7 +326,7 @@ void IirDecimator::process(BufferList& inputs, size_t n) {
         throw InvalidArgumentException(
             str("IirDecimator: framesPerBuffer (", n, ") is greater than maxBlockSize (", maxBlockSize, ")."));
     const scalar* in = inputs.empty() ? nullptr : inputs[0];
-    if (in && !sections.empty() && n > 0 && runCascade<false>(sections, in, n, static_cast<size_t>(factor), buffer))
+    if (in && !sections.empty() && n > 0 && runCascade<false>(sections, histories, in, n, static_cast<size_t>(factor), buffer))
         return;
     stageInput[0] = inputs.empty() ? nullptr : inputs[0];
     for (auto& stage : stages) {

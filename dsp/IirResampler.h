@@ -31,6 +31,10 @@ public:
     void propertyChanged(const std::string& name, scalar value) override;
     using Filter::propertyChanged;
 
+    // The history of one second-order section in double, kept between blocks.
+    struct SectionHistory {
+        double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+    };
     // The largest factor accepted, from the document or at run time.
     static constexpr int kMaxFactor = 1024;
     int getFactor() const { return factor; }
@@ -59,6 +63,7 @@ protected:
     // The stages as second-order sections when all of them are, else empty: then a
     // block runs them fused, sample by sample through the whole cascade.
     std::vector<FixedOrderIIR<2>*> sections;
+    std::vector<SectionHistory> histories;  // one per section
     BufferList stageInput = BufferList(1, nullptr);
     ScalarVector unusedResults;
     // Designs already made, by normalised corner and factor: a factor or a rate that comes

@@ -134,34 +134,6 @@ TEST(PluginBuiltIn, DocumentAndEffectSetUp) {
     effect.setParameter(42, 1.0f);  // ignored
 }
 
-TEST(PluginBuiltIn, SilenceInLeavesOnlyAFaintFloorOnBothPaths) {
-    // Silence in, from the first sample after resume: at default settings below -90 dBFS peak.
-    // With every knob up the stages amplify whatever the arithmetic leaves by some 60 dB; the
-    // circuit path's floor there was -48 dBFS rms while its Newton residual was summed in float.
-    const std::vector<std::pair<std::string, float>> loudest = {
-        {"Input", 1.0f}, {"Gain", 1.0f}, {"Vol", 1.0f}, {"Bass", 1.0f}, {"Treble", 1.0f}};
-    for (float cpu : {0.0f, 1.0f}) {
-        for (bool loud : {false, true}) {
-            auto params = loud ? loudest : std::vector<std::pair<std::string, float>>{};
-            params.emplace_back("CPU", cpu);
-            const auto r = render(params, 0.0, 0, 1.5);
-            ASSERT_TRUE(allFinite(r.left));
-            double peak = 0, sum = 0;
-            for (float v : r.left) peak = std::max(peak, std::fabs(static_cast<double>(v)));
-            for (size_t i = 24000; i < r.left.size(); ++i) sum += static_cast<double>(r.left[i]) * r.left[i];
-            const double rmsDb = 10 * std::log10(sum / (r.left.size() - 24000) + 1e-300);
-            const double peakDb = 20 * std::log10(peak + 1e-300);
-            std::printf("CPU %.0f, %s: floor %.1f dBFS rms, peak %.1f dBFS\n", cpu, loud ? "every knob up" : "default", rmsDb, peakDb);
-            if (loud) {
-                EXPECT_LT(rmsDb, -78.0) << cpu;
-            } else {
-                EXPECT_LT(peakDb, -90.0) << cpu;
-                EXPECT_LT(rmsDb, -100.0) << cpu;
-            }
-        }
-    }
-}
-
 TEST(PluginBuiltIn, SineIsFiniteAndChannelsAgreeWhenStereoIsOff) {
     auto r = render({}, 0.1, 1000, 1.5);
     ASSERT_TRUE(allFinite(r.left));

@@ -199,16 +199,16 @@ TEST(PluginDemandingHost, ParametersMovedAtRandomWhileTheAudioThreadRuns) {
 }
 
 TEST(PluginDemandingHost, SwitchedOnItIsSilentFromTheFirstSample) {
-    // Silence in right after resume: below -90 dBFS from the first sample. Where a setting has
-    // a floor of its own above that in the steady state, the first 100 ms are no louder than
-    // that floor 0.3 s later. Only 1x with the knobs up has one, on both paths: a tone at half
-    // the sample rate (-70 to -76 dBFS peak) from the second grid's 75 pF, whose nanoseconds of
-    // time constant trapezoidal integration maps to a pole near z = -1 that rounding keeps
-    // ringing, lifted by the treble boost; oversampling filters it away. The same after a suspend, a change of settings and a
-    // second resume. Default knobs at 48 kHz, every knob turned fully up at 96 kHz.
+    // Silence in right after resume: below -90 dBFS from the first sample, and after a
+    // suspend, a change of settings and a second resume. Default knobs at 48 kHz, every
+    // knob turned fully up at 48 and 96 kHz. The stages amplify whatever the arithmetic
+    // leaves by some 60 dB and the treble control the top octave by another 20: a float
+    // recursion in the decimator, whose poles sit near z = -1 at a factor of 1, left a
+    // limit cycle at -76 dBFS there, every knob up.
     const Settings defaults = {{kStereo, 0.0f}};
     const Settings loudest = {{kVol, 1.0f}, {kBass, 1.0f}, {kTreble, 1.0f}, {kGain, 1.0f}, {kInput, 1.0f}, {kStereo, 0.0f}};
-    for (const auto& knobs : {std::make_pair(48000.0f, defaults), std::make_pair(96000.0f, loudest)}) {
+    for (const auto& knobs : {std::make_pair(48000.0f, defaults), std::make_pair(48000.0f, loudest),
+                              std::make_pair(96000.0f, loudest)}) {
         const float rate = knobs.first;
         const size_t tenth = static_cast<size_t>(rate / 10);
         const std::vector<float> silence(static_cast<size_t>(rate * 0.6), 0.0f);
@@ -220,18 +220,13 @@ TEST(PluginDemandingHost, SwitchedOnItIsSilentFromTheFirstSample) {
                     Instance p(rate, 512, s);
                     for (int round = 0; round < 2; ++round) {
                         const auto y = p.run(silence);
-                        const double first = peakDb(y, 0, 2 * tenth), later = peakDb(y, 2 * 3 * tenth, y.size());
+                        const double first = peakDb(y, 0, 2 * tenth), all = peakDb(y, 0, y.size());
                         const std::string where = std::to_string(rate) + " Hz, CPU " + std::to_string(cpu) +
                                                   ", oversampling " + std::to_string(oversampling) + ", EQ " +
                                                   std::to_string(eq) + ", round " + std::to_string(round) +
-                                                  ": first 100 ms " + std::to_string(first) + " dBFS, later " +
-                                                  std::to_string(later) + " dBFS";
-                        if (later < -90.0) {
-                            EXPECT_LT(first, -90.0) << where;
-                        } else {
-                            EXPECT_LT(rms(y, 0, 2 * tenth), 1.5 * rms(y, 2 * 3 * tenth, y.size())) << where;
-                            EXPECT_LT(first, later + 6.0) << where;
-                        }
+                                                  ": first 100 ms " + std::to_string(first) + " dBFS, all " +
+                                                  std::to_string(all) + " dBFS";
+                        EXPECT_LT(all, -90.0) << where;
                         EXPECT_EQ(0u, unfit(y)) << where;
                         p.call(effMainsChanged, 0, 0);
                         p.e->setParameter(p.e, kBass, round ? 1.0f : 0.2f);
