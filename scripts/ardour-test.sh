@@ -2,9 +2,9 @@
 # The plug-in in a real host: Ardour 7 headless (ardour7-lua, dummy backend) loads the built
 # Kelm.so, lists its nine parameters, sets four, and exports a test signal; the export must
 # equal `kelm render` of the same input after the silent lead-in, within the circuit path's
-# solver noise (scripts/ardour/compare.py). Ardour 7.3 may abort while closing the session
-# after the export is complete ("corrupted size vs. prev_size"): that abort alone is tolerated,
-# judged by the exported file. Usage: scripts/ardour-test.sh [BUILD_DIR]
+# solver noise (scripts/ardour/compare.py). Ardour 7.3 sometimes dies of its own heap
+# corruption around the export (see below): that alone is tolerated, judged by the exported
+# file. Usage: scripts/ardour-test.sh [BUILD_DIR]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build="$(cd "${1:-build}" && pwd)"
@@ -32,17 +32,45 @@ sed -e "s/ExportPreset id=\"[^\"]*\"/ExportPreset id=\"$preset\"/" \
 sed -e "s|@ID@|$id|" -e "s|@DIR@|$work|" -e "s|@FRAMES@|$frames|" -e "s|@PRESET@|$preset|" \
     "$here/session.lua" > "$work/session.lua"
 
-status=0
-LXVST_PATH="$work/vst" timeout 600 ardour7-lua "$work/session.lua" > "$work/ardour.log" 2>&1 || status=$?
-if [ $status -ne 0 ]; then
-  if grep -q "corrupted size vs. prev_size" "$work/ardour.log" && grep -q "^export true" "$work/ardour.log"; then
-    echo "ardour7-lua ended with status $status at session close after the export (known Ardour 7.3 abort)"
-  else
+# Ardour 7.3's heap is corrupted now and then around its export, with any plug-in (a trivial
+# gain plug-in dies as often, about one run in four here), and glibc then stops it at the next
+# free() ("corrupted size vs. prev_size", "free(): invalid next size", "double free or
+# corruption"), or it dies of SIGSEGV; mostly while closing the session, now and then before
+# the exported file is complete. Such a death (134 SIGABRT, 139 SIGSEGV) is tolerated and the
+# exported file judged: it must hold every frame and equal kelm's render below. When it came
+# before the file was complete, Ardour is run again, three times at most. Any other failure
+# ends the test.
+frames_written() {
+  python3 - "$1" <<'PY'
+import struct, sys
+try:
+    b = open(sys.argv[1], "rb").read()
+except OSError:
+    print(0); sys.exit()
+pos, size = 12, 0
+while pos + 8 <= len(b):
+    cid, n = b[pos:pos + 4], struct.unpack("<I", b[pos + 4:pos + 8])[0]
+    if cid == b"data":
+        size = min(n, len(b) - pos - 8)
+        break
+    pos += 8 + n + (n & 1)
+print(size // 8)  # two channels of 32-bit float
+PY
+}
+for attempt in 1 2 3; do
+  status=0
+  rm -rf "$work/ardour-out.wav" "$work/session"
+  LXVST_PATH="$work/vst" timeout 600 ardour7-lua "$work/session.lua" > "$work/ardour.log" 2>&1 || status=$?
+  [ $status -eq 0 ] && break
+  if [ $status -ne 134 ] && [ $status -ne 139 ]; then
     cat "$work/ardour.log"
     echo "ardour7-lua failed with status $status" >&2
     exit 1
   fi
-fi
+  written=$(frames_written "$work/ardour-out.wav")
+  echo "ardour7-lua died with status $status ($(grep -E -m1 'corrupt|free\(\)' "$work/ardour.log" || echo 'no message')); $written of $frames frames exported"
+  [ "$written" -ge "$frames" ] && break
+done
 names=$(sed -n 's/^parameter [0-9]* //p' "$work/ardour.log" | tr '\n' ' ')
 expected="Input Gain Vol Oversampling Bass Treble EQ_Position Stereo CPU "
 if ! grep -q "^parameters 9$" "$work/ardour.log" || [ "$names" != "$expected" ]; then
@@ -50,7 +78,10 @@ if ! grep -q "^parameters 9$" "$work/ardour.log" || [ "$names" != "$expected" ];
   echo "Ardour lists the parameters as: $names" >&2
   exit 1
 fi
-grep -q "^export true" "$work/ardour.log" || { cat "$work/ardour.log"; echo "the export failed" >&2; exit 1; }
+if [ $status -eq 0 ] && ! grep -q "^export true" "$work/ardour.log"; then
+  cat "$work/ardour.log"; echo "the export failed" >&2; exit 1
+fi
+[ -s "$work/ardour-out.wav" ] || { cat "$work/ardour.log"; echo "Ardour wrote no export" >&2; exit 1; }
 echo "Ardour loaded Kelm (id $id) with its nine parameters: $names"
 
 "$build/kelm" render --in "$work/in.wav" --out "$work/kelm-out.wav" --set CPU=0 --set Oversampling=1 \

@@ -1,7 +1,8 @@
 # Compares Ardour's export with kelm's render of the same input after the silent lead-in.
-# The circuit path's Newton solver leaves a noise floor, and Ardour runs the plug-in for a
-# while before its export starts, so the two agree to that floor, not to the bit: the
-# difference must stay 50 dB under the signal and its peak under -40 dBFS.
+# Ardour runs the plug-in for a while before its export starts; the silence leaves every state
+# at rest, so the two agree to the bit. The bound leaves room for the circuit path's Newton
+# iteration, whose result depends on where it starts: the difference must stay 100 dB under
+# the signal and its peak under -100 dBFS.
 # Usage: compare.py EXPORT.wav RENDER.wav LEAD_IN_FRAMES FRAMES
 import math, struct, sys
 from array import array
@@ -46,5 +47,5 @@ for c in range(min(len(exported), len(rendered))):
     finite = all(math.isfinite(x) for x in a[:frames])
     print(f"channel {c}: signal {db(signal):.1f} dBFS rms, difference {db(rms):.1f} dBFS rms, "
           f"{db(peak):.1f} dBFS peak; lead-in peak of the export {db(max(abs(x) for x in a[:lead])):.1f} dBFS")
-    ok = ok and finite and signal > 0.01 and db(rms) < db(signal) - 50 and db(peak) < -40
+    ok = ok and finite and signal > 0.01 and db(rms) < db(signal) - 100 and db(peak) < -100
 sys.exit(0 if ok else 1)
