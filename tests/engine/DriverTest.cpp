@@ -1,4 +1,5 @@
 // Graph order between graphs, rates, control delivery and suspend.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -128,10 +129,15 @@ TEST(EngineDriver, SuspendWaitsForARunningBlock) {
     std::string doc = systemDoc(gainGraph("A", kFromSystem), "<Output Graph=\"A\" Node=\"out\"/>");
     auto d = makeDriver(doc, 48000, 4096);
     std::vector<float> x(4096, 1.0f);
+    d->process({x.data()}, 4096);  // the graph's output buffer exists from the first block
+    const float* out = d->getGraph("A").getResult(0);
     std::atomic<bool> stop{false};
     std::atomic<int> refused{0};
+    // Every block carries a new value, so that a block that ran on after suspend returned
+    // would show in the output.
     std::thread audio([&] {
-        while (!stop) {
+        for (float value = 1.0f; !stop; value += 1.0f) {
+            std::fill(x.begin(), x.end(), value);
             try {
                 d->process({x.data()}, 4096);
             } catch (const KELMException&) {
@@ -141,7 +147,16 @@ TEST(EngineDriver, SuspendWaitsForARunningBlock) {
     });
     for (int i = 0; i < 50; ++i) {
         d->suspend(true);
-        EXPECT_FALSE(d->isProcessing());  // suspend returns only between blocks
+        // suspend returns only between blocks: the last block's output stays as it is while
+        // the audio thread is refused twice more. (A call that read the state just before
+        // the suspend may still take the flag for a moment to refuse.)
+        const float last = out[4095];
+        const int before = refused.load();
+        const auto give = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (refused.load() < before + 2 && std::chrono::steady_clock::now() < give) std::this_thread::yield();
+        ASSERT_GE(refused.load(), before + 2);
+        EXPECT_EQ(last, out[4095]);
+        EXPECT_FALSE(d->isProcessing());
         d->suspend(false);
     }
     stop = true;
