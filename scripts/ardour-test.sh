@@ -40,23 +40,6 @@ sed -e "s|@ID@|$id|" -e "s|@DIR@|$work|" -e "s|@FRAMES@|$frames|" -e "s|@PRESET@
 # exported file judged: it must hold every frame and equal kelm's render below. When it came
 # before the file was complete, Ardour is run again, three times at most. Any other failure
 # ends the test.
-frames_written() {
-  python3 - "$1" <<'PY'
-import struct, sys
-try:
-    b = open(sys.argv[1], "rb").read()
-except OSError:
-    print(0); sys.exit()
-pos, size = 12, 0
-while pos + 8 <= len(b):
-    cid, n = b[pos:pos + 4], struct.unpack("<I", b[pos + 4:pos + 8])[0]
-    if cid == b"data":
-        size = min(n, len(b) - pos - 8)
-        break
-    pos += 8 + n + (n & 1)
-print(size // 8)  # two channels of 32-bit float
-PY
-}
 for attempt in 1 2 3; do
   status=0
   rm -rf "$work/ardour-out.wav" "$work/session"
@@ -67,7 +50,7 @@ for attempt in 1 2 3; do
     echo "ardour7-lua failed with status $status" >&2
     exit 1
   fi
-  written=$(frames_written "$work/ardour-out.wav")
+  written=$(python3 "$here/compare.py" --frames "$work/ardour-out.wav")
   echo "ardour7-lua died with status $status ($(grep -E -m1 'corrupt|free\(\)' "$work/ardour.log" || echo 'no message')); $written of $frames frames exported"
   [ "$written" -ge "$frames" ] && break
 done

@@ -3,7 +3,7 @@
 # at rest, so the two agree to the bit. The bound leaves room for the circuit path's Newton
 # iteration, whose result depends on where it starts: the difference must stay 100 dB under
 # the signal and its peak under -100 dBFS.
-# Usage: compare.py EXPORT.wav RENDER.wav LEAD_IN_FRAMES FRAMES
+# Usage: compare.py EXPORT.wav RENDER.wav LEAD_IN_FRAMES FRAMES, or compare.py --frames EXPORT.wav
 import math, struct, sys
 from array import array
 
@@ -28,6 +28,13 @@ def read(path):
 def db(v):
     return 20 * math.log10(v + 1e-30)
 
+
+if sys.argv[1] == "--frames":  # compare.py --frames FILE: how many frames a perhaps truncated export holds
+    try:
+        print(min(len(channel) for channel in read(sys.argv[2])))
+    except (Exception, SystemExit):
+        print(0)
+    sys.exit()
 
 exported, rendered = read(sys.argv[1]), read(sys.argv[2])
 lead, frames = int(sys.argv[3]), int(sys.argv[4])
