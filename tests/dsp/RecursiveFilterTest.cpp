@@ -156,47 +156,7 @@ TEST(DspLookupTableFilter, GridEdges) {
     EXPECT_EQ("LookupTableFilter: f lookup data is not defined.", messageOf([&] { empty->process(in, 4); }));
 }
 
-TEST(DspVolumeHandler, CoefficientsFollowTheFormulasInDouble) {
-    // Tables: grid admittance rising linearly with grid voltage, plate resistance with plate voltage.
-    const int n = 9001;
-    auto ygTable = std::make_shared<ScalarVector>(n), rpTable = std::make_shared<ScalarVector>(104);
-    for (int i = 0; i < n; ++i) (*ygTable)[i] = static_cast<float>(i < 4000 ? 1e-10 : 1e-10 + (i - 4000) * 2e-9);
-    for (int i = 0; i < 104; ++i) (*rpTable)[i] = static_cast<float>(30000 + 700 * i);
-    for (double rate : {48000.0, 96000.0, 192000.0}) {
-        for (double wiper : {0.05, 0.5, 0.93}) {
-            auto biquad = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}, {"Wiper", "1.0"}, {"Factor", "1.0"}, {"Relaxation", "0.1"}});
-            auto handler = std::make_shared<VolCtrlPropertiesHandler>(biquad.get());
-            handler->yg().propertiesChanged(std::make_shared<PropertyMap>(PropertyMap{{"VinMin", "-8"}, {"VinMax", "10"}, {"DeltaV", "0.002"}}));
-            handler->yg().propertyChanged("Vout", ygTable);
-            handler->rp().propertiesChanged(std::make_shared<PropertyMap>(PropertyMap{{"VinMin", "52"}, {"VinMax", "155"}, {"DeltaV", "1"}}));
-            handler->rp().propertyChanged("Vout", rpTable);
-            biquad->setPropertiesHandler(handler);
-            biquad->sampleRateChanged(static_cast<float>(rate));
-            biquad->propertyChanged("Wiper", static_cast<float>(wiper));
-            const float x = 101.25f, y = 1.5f;
-            handler->updateForSample(x, y);
-            // The same formulas written out here in double.
-            const double R = 1e5, p = wiper * R, q = (1 - wiper) * R, k = 2 * rate, a = 1.5e-7 * k, b = 7.5e-11 * k;
-            const double r = 30000 + 700 * (101.25 - 52);
-            const double gi = (1.5 + 8) / 0.002;
-            const double g = 1e-10 + (gi - 4000) * 2e-9;
-            const double e = b * p, f = p * a, h = r * a, i = q * a, u = r * f + p * i, v = h * e + e * i;
-            const double D0 = i + v + e + f + h + 1, D1 = ((v - i) - e - f - h) + 1, P = p + u, Q = p - u;
-            const double nn = 1 / (g * P + D0);
-            const double B0 = f * nn, A0 = (v - p * g - 1) * -2 * nn, A1 = (Q * g + D1) * nn;
-            EXPECT_NEAR(B0, biquad->coefficientB(0), 2e-6 * std::fabs(B0)) << rate << " " << wiper;
-            EXPECT_EQ(0.0f, biquad->coefficientB(1));
-            EXPECT_NEAR(-B0, biquad->coefficientB(2), 2e-6 * std::fabs(B0));
-            EXPECT_NEAR(A0, biquad->coefficientA(0), 2e-6 * std::fabs(A0)) << rate << " " << wiper;
-            EXPECT_NEAR(A1, biquad->coefficientA(1), 2e-6 * std::fabs(A1)) << rate << " " << wiper;
-            // The relaxed path limits the admittance to 5e-6 and scales the numerator by Factor.
-            handler->propertiesChanged(std::make_shared<PropertyMap>(PropertyMap{{"Factor", "2.0"}, {"Relaxation", "1.0"}}));
-            handler->updateForIteration(x, 9.9f, 1);  // table value far above 5e-6
-            const double gl = 5e-6, nl = 1 / (P * gl + D0);
-            EXPECT_NEAR(f * nl * 2, biquad->coefficientB(0), 2e-6 * f * nl * 2);
-            EXPECT_NEAR((Q * gl + D1) * nl, biquad->coefficientA(1), 2e-6 * std::fabs((Q * gl + D1) * nl));
-        }
-    }
+TEST(DspVolumeHandler, UnknownPropertyIsRefused) {
     auto biquad = make<BiQuad>({{"A", "0|0"}, {"B", "0|0|0"}});
     VolCtrlPropertiesHandler handler(biquad.get());
     EXPECT_EQ("VolCtrlPropertiesHandler: Unknown property Gain", messageOf([&] { handler.propertyChanged("Gain", 1); }));
