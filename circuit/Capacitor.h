@@ -30,6 +30,19 @@ public:
     scalar getCurrent() const { return current; }
     scalar getVoltage() const { return voltage; }
     scalar getAdmittance() const { return admittance; }
+    // The companion model's update, next current = a v + b current (a in siemens),
+    // which holds from the second sample of a transient on.
+    double updateGain() const { return trapezoidal ? -2.0 * static_cast<double>(admittance) : -static_cast<double>(admittance); }
+    double updateFeedback() const { return trapezoidal ? -1.0 : 0.0; }
+    bool started() const { return !firstStep; }
+    // Sets the state as nextSample would have left it, for a solver that runs the
+    // update itself: the current (amperes) and the voltage it followed from (volts).
+    void setState(scalar newCurrent, scalar newVoltage) {
+        current = newCurrent;
+        voltage = newVoltage;
+        rhs[0] = -current;
+        rhs[1] = current;
+    }
 
 private:
 

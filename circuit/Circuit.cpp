@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "engine/Str.h"
+#include "solvers/LinearSolver.h"
 
 namespace kelm {
 
@@ -43,6 +44,7 @@ void Circuit::setMaxBlockSize(int n) {
 void Circuit::setSampleRate(scalar rate) {
     context->setSampleRate(rate);
     if (initialized) analysis->solver->initMatrix();
+    form.invalidate();
 }
 
 void Circuit::init() {
@@ -78,6 +80,7 @@ void Circuit::init() {
     if (!analysis->solver) throw KELMException("Solver not set for Circuit " + graphName);
     analysis->solver->init(context);
     context->setMatrixChanged(false);
+    if (dynamic_cast<LinearSolver*>(analysis->solver.get())) form.prepare(*context, numberOfInputs, numberOfOutputs);
     initialized = true;
 }
 
@@ -128,6 +131,15 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
     const int outputCount = std::min<int>(numberOfOutputs, static_cast<int>(context->outputIndex().size()));
     scalar* in = inputValues ? inputValues->data() : nullptr;
     for (size_t i = 0; i < frames; ++i) {
+        // The rest of the block in state-space form, once every capacitor has taken its first step.
+        if (stateSpaceEnabled && form.ready()) {
+            if (context->matrixChanged()) {
+                solver.initMatrix();
+                context->setMatrixChanged(false);
+                form.invalidate();
+            }
+            if (form.process(inputs, outputs, i, frames)) break;
+        }
         for (int j = 0; j < numberOfInputs; ++j) in[j] = inputs[j] ? inputs[j][i] : 0.0f;
         if (ac) context->notifyNextSample();
         if (context->matrixChanged()) {
@@ -136,6 +148,7 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
             else
                 solver.initMatrix();
             context->setMatrixChanged(false);
+            form.invalidate();
         }
         solver.solve(state);
         for (int k = 0; k < outputCount; ++k) outputs[k][i] = state[outputIndex[k]];

@@ -6,6 +6,7 @@
 #include "circuit/Analysis.h"
 #include "circuit/DenseTypes.h"
 #include "circuit/MNAContext.h"
+#include "circuit/StateSpaceForm.h"
 #include "engine/Graph.h"
 
 namespace kelm {
@@ -29,6 +30,10 @@ public:
     Analysis* getAnalysis() const { return analysis.get(); }
     void setContext(const std::shared_ptr<MNAContext>& c) { context = c; }
     const DenseVector& getState() const { return context->solution(); }
+    // A linear circuit runs as a state-space system (StateSpaceForm) where it can;
+    // off, every sample takes the generic path (for comparisons).
+    void setStateSpaceEnabled(bool enabled) { stateSpaceEnabled = enabled; }
+    bool runsAsStateSpace() const { return stateSpaceEnabled && form.applies(); }
 
 private:
     void doBypass(BufferList& inputs, BufferList& outputs, size_t frames);
@@ -40,6 +45,8 @@ private:
     ScalarVectorPtr inputValues;
     DenseVector x;
     bool initialized = false;
+    StateSpaceForm form;
+    bool stateSpaceEnabled = true;
 };
 
 } // namespace kelm

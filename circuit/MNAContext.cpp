@@ -167,10 +167,11 @@ void MNAContext::notifyNextSample() {
         for (MNAEventListener* l : listenerList) l->nextSample();
 }
 
-void MNAContext::stamp(const Slot& s, scalar* M) {
+template <typename T>
+void MNAContext::stamp(const Slot& s, T* M) {
     const int last = lastNode + extraCount;
-    const int T = static_cast<int>(A->rows());
-    auto at = [M, T](int r, int c) -> scalar& { return M[static_cast<size_t>(c) * T + r]; };
+    const int rows = static_cast<int>(A->rows());
+    auto at = [M, rows](int r, int c) -> T& { return M[static_cast<size_t>(c) * rows + r]; };
     const int* n = s.nodes;
     if (scalar** G = s.component->getG()) {
         for (int a = 0; a < s.k; ++a) {
@@ -206,6 +207,14 @@ void MNAContext::assembleMatrix() {
     for (const Slot& s : slots)
         if (s.fixedRow >= 0) M[static_cast<size_t>(s.fixedRow) * T + s.fixedRow] = 1.0f;
     restampSignalDependent();
+}
+
+void MNAContext::assembleMatrix(double* M) {
+    const int T = static_cast<int>(A->rows());
+    std::fill(M, M + static_cast<size_t>(T) * T, 0.0);
+    for (const Slot& s : slots) stamp(s, M);
+    for (const Slot& s : slots)
+        if (s.fixedRow >= 0) M[static_cast<size_t>(s.fixedRow) * T + s.fixedRow] = 1.0;
 }
 
 void MNAContext::restampSignalDependent() {
@@ -345,6 +354,20 @@ void MNAContext::computePortAmplitudes(scalar* xp, scalar* u) {
         }
     }
     for (auto& fp : fixedPorts) u[fp.first] = fixedAt[fp.second];
+}
+
+bool MNAContext::addPortAmplitudes(const Component* c, const scalar* r, scalar* u) const {
+    for (const PortSlot& ps : portSlots) {
+        if (slots[ps.slot].component != c) continue;
+        for (const PortTerm* t = portTerms.data() + ps.first; t != portTerms.data() + ps.first + ps.count; ++t) {
+            if (t->fixedRow < 0)
+                u[t->port] += t->sign * r[t->source];
+            else
+                u[t->port] = r[t->source];
+        }
+        return true;
+    }
+    return false;
 }
 
 DenseMatrix& MNAContext::computeJacobian(DenseVector& xv) {

@@ -29,6 +29,9 @@ public:
     int getAnalysisType() const { return analysisType; }
     void notifyNextSample();
     void assembleMatrix();
+    // The same matrix with its stamps summed in double (column-major, size() by
+    // size()): a small conductance beside a large one keeps its digits.
+    void assembleMatrix(double* M);
     DenseMatrix& matrix() { return *A; }
     void computeRhs(DenseVector& x, DenseVector& rhs);
     DenseMatrix& computeJacobian(DenseVector& x);
@@ -54,6 +57,10 @@ public:
     void portColumn(int p, scalar* column) const;
     // The amplitudes of all ports for x (x may be changed as by computeRhs).
     void computePortAmplitudes(scalar* x, scalar* u);
+    // Adds to u the port amplitudes that r, taken as the rhs entries of component
+    // c, gives alone (the value of a node that c fixes is written). False when c
+    // has no rhs.
+    bool addPortAmplitudes(const Component* c, const scalar* r, scalar* u) const;
     const std::vector<int>& outputIndex() const { return outputIndices; }
     DenseVector& solution() { return *x; }
     void setSolution(const DenseVector& v) { *x = v; }
@@ -128,7 +135,8 @@ private:
     std::vector<int> nonlinearList;
     std::vector<int> fixedList;
     std::vector<int> signalDependentList;
-    void stamp(const Slot& s, scalar* M);
+    template <typename T>
+    void stamp(const Slot& s, T* M);
     // Flat lists of where each entry of a component's rhs or Jacobian stamp
     // goes, made once in init, so that the per-iteration loops only add.
     struct Entry {

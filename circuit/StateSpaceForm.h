@@ -1,0 +1,73 @@
+#pragma once
+#include <vector>
+
+#include "circuit/Capacitor.h"
+#include "circuit/MNAContext.h"
+#include "engine/Types.h"
+
+namespace kelm {
+
+// A linear circuit run as a discrete-time state-space system in double: the
+// states are the capacitors' companion currents (amperes) and voltages (volts),
+// the inputs the circuit's inputs (volts), the outputs its output nodes (volts).
+// Whenever A changes, the rows of its inverse that lead to the capacitors and
+// the outputs are solved once, so that a sample costs a few products instead of
+// the generic per-sample work (listeners, rhs of each component, the full
+// solution). It applies to circuits whose right-hand side comes only from
+// capacitors and voltage sources, with nothing nonlinear or signal-dependent.
+class StateSpaceForm {
+public:
+    // Whether the circuit of this context can run in this form; then sizes
+    // everything, so that nothing is allocated later (inputs, outputs: counts).
+    bool prepare(MNAContext& context, int inputs, int outputs);
+    bool applies() const { return eligible; }
+    // True once every capacitor has taken its first step (which differs).
+    bool ready() const;
+    // Solves the rows of A's inverse again (after A or the sample rate changed).
+    void invalidate() { built = false; }
+    // Runs samples [from, to) of the block, then leaves the components and the
+    // context's solution as the per-sample path would have left them. False,
+    // with nothing done, when A turned out singular (the generic path reports it).
+    bool process(BufferList& inputs, BufferList& outputs, size_t from, size_t to);
+
+    // What the per-sample loop reads and advances.
+    struct Kernel {
+        int C, K, O;
+        double *s, *v, *vUsed, *w;
+        const double *gain, *feedback, *Hs, *Hw;
+    };
+    typedef void (*Run)(const Kernel&, BufferList&, BufferList&, size_t, size_t);
+
+private:
+    void build();
+    void loadState();
+    void writeState(const double* inputs);
+    // The rhs (dense, in double) that the sources give for the inputs w.
+    void sourceRhs(const double* inputs, double* out);
+    void portsToRhs(double* out);
+    bool factor();
+    void solve(double* b) const;  // b := A^-1 b, with the factors
+    void solveTransposed(double* b) const;  // b := A^-T b
+
+    MNAContext* context = nullptr;
+    bool eligible = false;
+    bool built = false;
+    bool stateValid = false;
+    int n = 0, C = 0, K = 0, O = 0, R = 0;  // unknowns, capacitors, inputs, outputs, C + O
+    std::vector<Capacitor*> capacitors;
+    std::vector<Component*> sources;
+    std::vector<int> nodeA, nodeB;          // capacitor nodes in x, -1 for ground
+    std::vector<double> gain, feedback;      // the capacitors' updates
+    std::vector<double> lu;                  // A's factors, column-major
+    std::vector<int> pivot;
+    std::vector<double> H;                   // R by n: capacitor voltages and outputs from the rhs
+    std::vector<double> Hs;                  // R by C: from the capacitor currents
+    std::vector<double> Hw;                  // R by K + 1: from the inputs, then the constant part
+    std::vector<double> Bs;                  // n by C: the rhs of each capacitor's unit current
+    std::vector<double> s, v, vUsed, w, z, b, b0, column;
+    std::vector<scalar> u, columnF;          // port amplitudes, a port's column
+    std::vector<scalar> writtenX, writtenCurrent;
+    Run run = nullptr;
+};
+
+} // namespace kelm
