@@ -33,4 +33,6 @@ set_source_files_properties(${CMAKE_SOURCE_DIR}/tests/windows/editor/EditorHost.
 add_test(NAME Windows64Editor COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh
   ${CMAKE_SOURCE_DIR}/tests/windows/editor/run.sh ${CMAKE_SOURCE_DIR}/build-win64
   ${CMAKE_BINARY_DIR}/editor-wine64.png ${CMAKE_BINARY_DIR}/editor-x11.png)
-set_tests_properties(Windows64Editor PROPERTIES DEPENDS EditorX11)
+# One wine prefix at a time: the first program in a prefix starts its desktop process, and
+# one started without a display (the DLL tests) leaves the editor's windows nowhere.
+set_tests_properties(Windows64Editor PROPERTIES DEPENDS EditorX11 RESOURCE_LOCK wine64)

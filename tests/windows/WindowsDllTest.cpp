@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <map>
 #include <set>
 
 #include "tests/TestUtil.h"
@@ -24,8 +26,9 @@ protected:
         return run("cd " + dir() + " && WINEDEBUG=-all WINEPREFIX=/tmp/kelm-wine" + std::to_string(width()) + " " +
                    loader + " " + arguments);
     }
-    static std::string windowsPath(const std::string& path) { return "Z:" + path; }
 };
+
+std::string windowsPath(const std::string& path) { return "Z:" + path; }
 
 bool writeFloats(const std::string& path, const std::vector<float>& x) {
     FILE* f = std::fopen(path.c_str(), "wb");
@@ -49,6 +52,85 @@ double relativeError(const std::vector<float>& reference, const std::vector<floa
         worst = std::max(worst, std::fabs(static_cast<double>(reference[i]) - y[i]));
     }
     return peak > 0 ? worst / peak : worst;
+}
+
+// A document with one WaveConvolver that reads its response from the module's resources.
+std::string convolverDocument(const std::string& response) {
+    return "<System><Graphs><Graph Name=\"R\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs><Inputs><Input "
+           "Graph=\"System\" Node=\"0\"/></Inputs><Element Type=\"WaveConvolver\" Name=\"room\"><Properties "
+           "ImpulseResponses=\"" + response + "\" Location=\"Dll\" DllResourceType=\"WAVE\" MaxIRSize=\"8192\"/>"
+           "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element><Output><Node Name=\"out\" "
+           "Element=\"room\" Port=\"out\"/></Output></Graph></Graphs><Outputs><Output Graph=\"R\" Node=\"out\"/>"
+           "</Outputs></System>";
+}
+
+// The settings rendered by the DLL and by kelm render. Parameter indexes: Gain 1,
+// Oversampling 3, Bass 4, Treble 5, CPU 8.
+struct Setting {
+    std::string cpu, oversampling, hostOut;
+};
+
+// Everything the tests ask of our Windows host, run in one start of it under wine: a start
+// of the emulated 32-bit wine takes a minute. Command 0 runs the host's checks, 1 renders
+// every setting (each by a fresh instance), 2 convolves with the probe DLL's own resource,
+// 3 asks the probe for a resource it does not have.
+struct HostRun {
+    CommandResult result;
+    std::vector<std::string> outputs;  // of each command, up to its status line
+    std::vector<int> statuses;
+    std::string renderInput, convolverInput, convolverDocument, convolverOut;
+    std::vector<Setting> settings;
+};
+
+std::vector<float> renderSignal() {
+    std::vector<float> x(24000);
+    for (size_t i = 0; i < x.size(); ++i)
+        x[i] = static_cast<float>(0.3 * std::sin(2 * M_PI * 220 * i / 48000) + 0.1 * std::sin(2 * M_PI * 3300 * i / 48000));
+    return x;
+}
+
+const HostRun& hostRun(int width, const std::function<CommandResult(const std::string&)>& wine) {
+    static std::map<int, HostRun> runs;
+    auto found = runs.find(width);
+    if (found != runs.end()) return found->second;
+    HostRun& h = runs[width];
+    const std::string tag = std::to_string(width);
+    h.renderInput = tempPath("win" + tag + "_in.f32");
+    writeFloats(h.renderInput, renderSignal());
+    h.convolverInput = tempPath("win" + tag + "_conv_in.f32");
+    writeFloats(h.convolverInput, noise(6000, 8));
+    h.convolverDocument = tempPath("win" + tag + "_conv.xml");
+    std::ofstream(h.convolverDocument) << convolverDocument("room-44k1.wav");
+    const std::string missing = tempPath("win" + tag + "_missing.xml");
+    std::ofstream(missing) << convolverDocument("no-such-room.wav");
+    h.convolverOut = tempPath("win" + tag + "_conv_host.f32");
+
+    std::string command = "KelmHost.exe check Kelm.dll + render Kelm.dll " + windowsPath(h.renderInput);
+    for (const char* cpu : {"0", "1"})
+        for (const char* oversampling : {"0", "0.5", "1"}) {
+            h.settings.push_back({cpu, oversampling, tempPath("win" + tag + "_host_" + cpu + "_" + oversampling + ".f32")});
+            command += " " + windowsPath(h.settings.back().hostOut) + (h.settings.size() == 1 ? " 1 512" : "") +
+                       " 1=0.8 4=0.3 5=0.65 8=" + cpu + " 3=" + oversampling;
+        }
+    for (const std::string& doc : {h.convolverDocument, missing})
+        command += " + probe KelmProbe.dll " + windowsPath(doc) + " " + windowsPath(h.convolverInput) + " " +
+                   windowsPath(h.convolverOut) + " 48000 300";
+    h.result = wine(command);
+    std::cout << h.result.output;
+    std::remove(missing.c_str());
+    // Split the output at the host's "command N ended with status S" lines.
+    std::istringstream lines(h.result.output);
+    std::string line, section;
+    while (std::getline(lines, line)) {
+        section += line + "\n";
+        int index = 0, status = 0;
+        if (std::sscanf(line.c_str(), "KelmHost: command %d ended with status %d", &index, &status) == 2) {
+            h.outputs.push_back(section);
+            h.statuses.push_back(status);
+            section.clear();
+        }
+    }
+    return h;
 }
 
 } // namespace
@@ -86,38 +168,19 @@ TEST_P(WindowsDll, ExportsTheEntryPointsAndImportsOnlySystemDlls) {
 }
 
 TEST_P(WindowsDll, OurWindowsHostPassesItsChecks) {
-    auto r = wine("KelmHost.exe check Kelm.dll");
-    std::cout << r.output;
-    EXPECT_EQ(0, r.status) << r.output;
-    EXPECT_NE(std::string::npos, r.output.find(", 0 failed (" + std::to_string(width()) + "-bit)")) << r.output;
+    const HostRun& h = hostRun(width(), [this](const std::string& a) { return wine(a); });
+    ASSERT_EQ(0, h.result.status) << h.result.output;
+    ASSERT_EQ(4u, h.statuses.size()) << h.result.output;
+    EXPECT_EQ(0, h.statuses[0]) << h.outputs[0];
+    EXPECT_NE(std::string::npos, h.outputs[0].find(", 0 failed (" + std::to_string(width()) + "-bit)")) << h.outputs[0];
 }
 
 TEST_P(WindowsDll, OutputEqualsTheKelmToolOnLinux) {
-    std::vector<float> x(24000);
-    for (size_t i = 0; i < x.size(); ++i)
-        x[i] = static_cast<float>(0.3 * std::sin(2 * M_PI * 220 * i / 48000) + 0.1 * std::sin(2 * M_PI * 3300 * i / 48000));
-    const std::string wav = tempPath("win_in.wav"), raw = tempPath("win_in.f32");
-    const std::string toolOut = tempPath("win_tool.wav");
-    writeWav(wav, x, 1, 48000);
-    ASSERT_TRUE(writeFloats(raw, x));
-    // Every setting in one start of the host (a start of the emulated 32-bit wine takes a
-    // minute), each by a fresh instance. Parameter indexes: Gain 1, Oversampling 3, Bass 4,
-    // Treble 5, CPU 8.
-    struct Setting {
-        const char* cpu;
-        const char* oversampling;
-        std::string hostOut;
-    };
-    std::vector<Setting> settings;
-    std::string command = "KelmHost.exe render Kelm.dll " + windowsPath(raw);
-    for (const char* cpu : {"0", "1"})
-        for (const char* oversampling : {"0", "0.5", "1"}) {
-            settings.push_back({cpu, oversampling, tempPath(std::string("win_host_") + cpu + "_" + oversampling + ".f32")});
-            command += " " + windowsPath(settings.back().hostOut) + (settings.size() == 1 ? " 1 512" : "") +
-                       " 1=0.8 4=0.3 5=0.65 8=" + cpu + " 3=" + oversampling;
-        }
-    auto host = wine(command);
-    ASSERT_EQ(0, host.status) << host.output;
+    const HostRun& h = hostRun(width(), [this](const std::string& a) { return wine(a); });
+    ASSERT_EQ(4u, h.statuses.size()) << h.result.output;
+    ASSERT_EQ(0, h.statuses[1]) << h.outputs[1];
+    const std::string wav = tempPath("win_in.wav"), toolOut = tempPath("win_tool.wav");
+    writeWav(wav, renderSignal(), 1, 48000);
     // Where this machine runs 32-bit programs only through qemu (wine32-or-skip.sh), the DLL
     // sees qemu's CPU, whose reciprocal estimate (rcpss) is exact where a real one has 12
     // bits. The LU kernels refine that estimate by one Newton step, so their last bits follow
@@ -126,8 +189,8 @@ TEST_P(WindowsDll, OutputEqualsTheKelmToolOnLinux) {
     // too, on the same CPU as the DLL; the difference from the native run is reported.
     const bool emulated = width() == 32 && std::getenv("KELM_I386_EMULATED") != nullptr;
     double worstOfAll = 0;
-    for (const Setting& s : settings) {
-        const std::string set = std::string(" --set Gain=0.8 --set Bass=0.3 --set Treble=0.65 --set CPU=") + s.cpu +
+    for (const Setting& s : h.settings) {
+        const std::string set = " --set Gain=0.8 --set Bass=0.3 --set Treble=0.65 --set CPU=" + s.cpu +
                                 " --set Oversampling=" + s.oversampling;
         auto render = [&](const std::string& prefix) {
             auto tool = run(prefix + KELM_CLI_PATH + " render --in " + wav + " --out " + toolOut + set + " --block 512");
@@ -135,7 +198,6 @@ TEST_P(WindowsDll, OutputEqualsTheKelmToolOnLinux) {
             return readWav(toolOut);
         };
         const std::vector<float> y = readFloats(s.hostOut);
-        std::remove(s.hostOut.c_str());
         const std::vector<float> reference = render(emulated ? "env -u QEMU_RESERVED_VA qemu-x86_64-static " : "");
         ASSERT_EQ(reference.size(), y.size());
         const double error = relativeError(reference, y);
@@ -152,45 +214,32 @@ TEST_P(WindowsDll, OutputEqualsTheKelmToolOnLinux) {
         worstOfAll = std::max(worstOfAll, error);
     }
     RecordProperty("worst_relative_difference", std::to_string(worstOfAll));
-    for (auto* p : {&wav, &raw, &toolOut}) std::remove(p->c_str());
+    for (const Setting& s : h.settings) std::remove(s.hostOut.c_str());
+    for (auto* p : {&wav, &toolOut, &h.renderInput}) std::remove(p->c_str());
 }
 
 TEST_P(WindowsDll, WaveConvolverReadsTheDllsOwnResources) {
-    auto documentWith = [](const std::string& response) {
-        return "<System><Graphs><Graph Name=\"R\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs><Inputs><Input "
-               "Graph=\"System\" Node=\"0\"/></Inputs><Element Type=\"WaveConvolver\" Name=\"room\"><Properties "
-               "ImpulseResponses=\"" + response + "\" Location=\"Dll\" DllResourceType=\"WAVE\" MaxIRSize=\"8192\"/>"
-               "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element><Output><Node Name=\"out\" "
-               "Element=\"room\" Port=\"out\"/></Output></Graph></Graphs><Outputs><Output Graph=\"R\" Node=\"out\"/>"
-               "</Outputs></System>";
-    };
-    const std::string doc = tempPath("win_conv.xml"), missing = tempPath("win_missing.xml");
-    std::ofstream(doc) << documentWith("room-44k1.wav");
-    std::ofstream(missing) << documentWith("no-such-room.wav");
-    const std::vector<float> x = noise(6000, 8);
-    const std::string wav = tempPath("win_conv_in.wav"), raw = tempPath("win_conv_in.f32");
-    const std::string toolOut = tempPath("win_conv_tool.wav"), hostOut = tempPath("win_conv_host.f32");
-    writeWav(wav, x, 1, 48000);
-    ASSERT_TRUE(writeFloats(raw, x));
+    const HostRun& h = hostRun(width(), [this](const std::string& a) { return wine(a); });
+    ASSERT_EQ(4u, h.statuses.size()) << h.result.output;
+    ASSERT_EQ(0, h.statuses[2]) << h.outputs[2];
+    EXPECT_NE(std::string::npos, h.outputs[2].find("probe: ok")) << h.outputs[2];
+    EXPECT_EQ(std::string::npos, h.outputs[2].find("also found in the host program")) << h.outputs[2];
     // The 44.1 kHz response is resampled to 48 kHz on both sides.
-    auto tool = run(std::string(KELM_CLI_PATH) + " render --system " + doc + " --in " + wav + " --out " + toolOut + " --block 300");
+    const std::string wav = tempPath("win_conv_in.wav"), toolOut = tempPath("win_conv_tool.wav");
+    writeWav(wav, readFloats(h.convolverInput), 1, 48000);
+    auto tool = run(std::string(KELM_CLI_PATH) + " render --system " + h.convolverDocument + " --in " + wav +
+                    " --out " + toolOut + " --block 300");
     ASSERT_EQ(0, tool.status) << tool.output;
-    auto host = wine("KelmHost.exe probe KelmProbe.dll " + windowsPath(doc) + " " + windowsPath(raw) + " " +
-                     windowsPath(hostOut) + " 48000 300");
-    ASSERT_EQ(0, host.status) << host.output;
-    EXPECT_NE(std::string::npos, host.output.find("probe: ok")) << host.output;
-    EXPECT_EQ(std::string::npos, host.output.find("also found in the host program")) << host.output;
-    const std::vector<float> reference = readWav(toolOut), y = readFloats(hostOut);
+    const std::vector<float> reference = readWav(toolOut), y = readFloats(h.convolverOut);
     ASSERT_EQ(reference.size(), y.size());
     const double error = relativeError(reference, y);
     std::cout << width() << "-bit probe DLL: convolution with its own resource differs from kelm render by " << error
               << " of peak\n";
     EXPECT_LE(error, 1e-5);
-    auto absent = wine("KelmHost.exe probe KelmProbe.dll " + windowsPath(missing) + " " + windowsPath(raw) + " " +
-                       windowsPath(hostOut) + " 48000 300");
-    EXPECT_NE(0, absent.status);
-    EXPECT_NE(std::string::npos, absent.output.find("Could not locate Resource FileWAVE|no-such-room.wav")) << absent.output;
-    for (auto* p : {&doc, &missing, &wav, &raw, &toolOut, &hostOut}) std::remove(p->c_str());
+    // Asked for a resource it does not hold, the probe reports the engine's error.
+    EXPECT_NE(0, h.statuses[3]);
+    EXPECT_NE(std::string::npos, h.outputs[3].find("Could not locate Resource FileWAVE|no-such-room.wav")) << h.outputs[3];
+    for (auto* p : {&wav, &toolOut, &h.convolverInput, &h.convolverDocument, &h.convolverOut}) std::remove(p->c_str());
 }
 
 INSTANTIATE_TEST_SUITE_P(Windows64, WindowsDll, ::testing::Values(64));

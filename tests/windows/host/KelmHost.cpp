@@ -355,9 +355,8 @@ int probeCommand(int argc, char** argv) {
     return status == 0 && writeFloats(argv[5], y) ? 0 : 1;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+// Runs one command: argv[1] names it.
+int runCommand(int argc, char** argv) {
     struct Command {
         const char* name;
         int arguments;
@@ -366,7 +365,30 @@ int main(int argc, char** argv) {
     const Command commands[] = {{"check", 3, checkCommand}, {"render", 7, renderCommand}, {"probe", 8, probeCommand}};
     for (const Command& c : commands)
         if (argc >= c.arguments && std::strcmp(argv[1], c.name) == 0) return c.run(argc, argv);
-    std::printf("usage: KelmHost check DLL | render DLL IN OUT CHANNELS BLOCK [INDEX=VALUE...] | "
-                "probe PROBE.dll DOC.xml IN OUT RATE BLOCK\n");
+    std::printf("usage: KelmHost COMMAND [+ COMMAND...], a COMMAND being check DLL | render DLL IN OUT CHANNELS "
+                "BLOCK [INDEX=VALUE...] | probe PROBE.dll DOC.xml IN OUT RATE BLOCK\n");
     return 1;
+}
+
+} // namespace
+
+// Commands separated by "+" run one after another in this one process (a start of wine
+// under emulation takes a minute), each followed by a line with its status. The exit
+// status is that of a single command, or 0 when several ran.
+int main(int argc, char** argv) {
+    std::vector<char*> segment;
+    int index = 0, status = 0;
+    for (int i = 1; i <= argc; ++i) {
+        if (i < argc && std::strcmp(argv[i], "+") != 0) {
+            segment.push_back(argv[i]);
+            continue;
+        }
+        segment.insert(segment.begin(), argv[0]);
+        segment.push_back(nullptr);
+        status = runCommand(static_cast<int>(segment.size()) - 1, segment.data());
+        std::printf("KelmHost: command %d ended with status %d\n", index++, status);
+        std::fflush(stdout);
+        segment.clear();
+    }
+    return index == 1 ? status : 0;
 }
