@@ -1,20 +1,46 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: a release build with the
 # Windows DLLs run under wine, then the Linux tests under AddressSanitizer and
-# UndefinedBehaviorSanitizer. ctest runs a test per core: the emulated 32-bit wine
-# runs take one core for minutes.
+# UndefinedBehaviorSanitizer, and the threaded ones under ThreadSanitizer. ctest runs a
+# test per core; the 32-bit wine runs, which take one core for minutes where they are
+# emulated, run beside the stages that follow them.
 set -euo pipefail
 cd "$(dirname "$0")"
+started=$SECONDS
+stage() { echo "== $1 ($(( (SECONDS - started) / 60 )) min $(( (SECONDS - started) % 60 )) s in)"; }
+
+stage "installing what is missing"
 scripts/install-deps.sh
+stage "building"
 scripts/build.sh build
 # The Windows DLLs and test programs; ctest then runs them under wine (tests Windows*).
 scripts/build-windows.sh
-(cd build && ctest --output-on-failure -j"$(nproc)")
+
+stage "the Windows32 tests, in the background"
+w32log="build/Windows32.log"
+# In a process group of its own, so that a failing stage can stop it with all its children.
+setsid -w sh -c "cd build && exec ctest --output-on-failure -R '^Windows32\$'" > "$w32log" 2>&1 &
+w32=$!
+trap 'kill -- -$w32 2>/dev/null || true' EXIT
+stage "the release tests"
+(cd build && ctest --output-on-failure -j"$(nproc)" -E '^Windows32$')
 # The plug-in in Ardour 7, headless; then each fuzz target for a minute (clang, libFuzzer).
+stage "Ardour"
 scripts/ardour-test.sh build
+stage "fuzzing"
 scripts/fuzz.sh 60
+stage "AddressSanitizer and UndefinedBehaviorSanitizer"
 scripts/build.sh build-asan -DKELM_SANITIZE=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j"$(nproc)" -E Windows)
 # The threads: controls written while blocks run, under ThreadSanitizer.
+stage "ThreadSanitizer"
 scripts/build.sh build-tsan -DKELM_TSAN=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -R Threads)
+
+stage "waiting for the Windows32 tests"
+w32status=0
+wait $w32 || w32status=$?
+trap - EXIT
+cat "$w32log"
+stage "done"
+exit $w32status
