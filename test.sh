@@ -29,12 +29,16 @@ stage "Ardour"
 scripts/ardour-test.sh build
 stage "fuzzing"
 scripts/fuzz.sh 60
+# The sanitizer builds at -O1 with line tables only: they compile in 60 % of the time of
+# -O2 -g, and their reports still name file and line.
+sanitized=(-DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+           "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG")
 stage "AddressSanitizer and UndefinedBehaviorSanitizer"
-scripts/build.sh build-asan -DKELM_SANITIZE=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+scripts/build.sh build-asan -DKELM_SANITIZE=ON "${sanitized[@]}"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j"$(nproc)" -E Windows)
 # The threads: controls written while blocks run, under ThreadSanitizer.
 stage "ThreadSanitizer"
-scripts/build.sh build-tsan -DKELM_TSAN=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+scripts/build.sh build-tsan -DKELM_TSAN=ON "${sanitized[@]}"
 (cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -R Threads)
 
 stage "waiting for the Windows32 tests"

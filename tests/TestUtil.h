@@ -1,5 +1,7 @@
 #pragma once
 // Helpers shared by the test suites.
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -104,6 +106,16 @@ std::unique_ptr<T> makeFilter(const PropertyMap& p, int block = 64) {
     f->init("f", std::make_shared<PropertyMap>(p), contexts.back());
     if (block > 0) f->setMaxBlockSize(block);
     return f;
+}
+
+// The largest difference of y from reference, relative to the reference's peak.
+inline double relativeError(const std::vector<float>& reference, const std::vector<float>& y) {
+    double peak = 0, worst = 0;
+    for (size_t i = 0; i < reference.size() && i < y.size(); ++i) {
+        peak = std::max(peak, std::fabs(static_cast<double>(reference[i])));
+        worst = std::max(worst, std::fabs(static_cast<double>(reference[i]) - y[i]));
+    }
+    return peak > 0 ? worst / peak : worst;
 }
 
 // n samples of uniform noise in [-1, 1) from a fixed seed.

@@ -64,15 +64,6 @@ Rendered render(const std::string& doc, const std::string& graph, const std::vec
     return r;
 }
 
-double worstRelative(const std::vector<float>& reference, const std::vector<float>& y) {
-    double peak = 0, worst = 0;
-    for (size_t i = 0; i < reference.size(); ++i) {
-        peak = std::max(peak, std::fabs(static_cast<double>(reference[i])));
-        worst = std::max(worst, std::fabs(static_cast<double>(reference[i]) - y[i]));
-    }
-    return worst / peak;
-}
-
 } // namespace
 
 TEST(CircuitStateSpace, ToneStackGivesTheGenericPathsSamplesThroughKnobMoves) {
@@ -90,7 +81,7 @@ TEST(CircuitStateSpace, ToneStackGivesTheGenericPathsSamplesThroughKnobMoves) {
     const Rendered fast = render(doc, "Baxandall", in, true, blocksOf2000, knobs);
     EXPECT_FALSE(generic.stateSpace);
     ASSERT_TRUE(fast.stateSpace);
-    const double error = worstRelative(generic.out[0], fast.out[0]);
+    const double error = relativeError(generic.out[0], fast.out[0]);
     std::printf("tone stack: state-space form against the generic path, worst %.2e of peak\n", error);
     EXPECT_LT(error, 1e-5);
     EXPECT_GT(error, 0.0);  // two different computations: a zero would mean one ran twice
@@ -135,7 +126,7 @@ TEST(CircuitStateSpace, SourcesInputsAndManyCapacitorsAgreeWithTheGenericPath) {
     ASSERT_TRUE(fast.stateSpace);
     ASSERT_EQ(2u, fast.out.size());
     for (int k = 0; k < 2; ++k) {
-        const double error = worstRelative(generic.out[k], fast.out[k]);
+        const double error = relativeError(generic.out[k], fast.out[k]);
         std::printf("ladder, output %d: worst %.2e of peak\n", k, error);
         EXPECT_LT(error, 2e-4) << "output " << k;
     }

@@ -44,16 +44,6 @@ std::vector<float> readFloats(const std::string& path) {
     return x;
 }
 
-// Largest difference relative to the peak of the reference.
-double relativeError(const std::vector<float>& reference, const std::vector<float>& y) {
-    double peak = 0, worst = 0;
-    for (size_t i = 0; i < reference.size(); ++i) {
-        peak = std::max(peak, std::fabs(static_cast<double>(reference[i])));
-        worst = std::max(worst, std::fabs(static_cast<double>(reference[i]) - y[i]));
-    }
-    return peak > 0 ? worst / peak : worst;
-}
-
 // A document with one WaveConvolver that reads its response from the module's resources.
 std::string convolverDocument(const std::string& response) {
     return "<System><Graphs><Graph Name=\"R\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs><Inputs><Input "
