@@ -1,5 +1,6 @@
 #include "circuit/StateSpaceForm.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -134,7 +135,6 @@ bool StateSpaceForm::prepare(MNAContext& ctx, int inputs, int outputs) {
     v.assign(C, 0.0);
     vUsed.assign(C, 0.0);
     w.assign(K, 0.0);
-    z.assign(R, 0.0);
     b.assign(n, 0.0);
     b0.assign(n, 0.0);
     column.assign(n, 0.0);
@@ -199,7 +199,6 @@ void StateSpaceForm::solveTransposed(double* x) const {
     for (int k = n - 1; k >= 0; --k) std::swap(x[k], x[pivot[k]]);
 }
 
-// b := the dense rhs of the port amplitudes in u.
 void StateSpaceForm::portsToRhs(double* out) {
     std::fill(out, out + n, 0.0);
     for (int p = 0; p < static_cast<int>(u.size()); ++p) {

@@ -42,12 +42,13 @@ private:
     void build();
     void loadState();
     void writeState(const double* inputs);
-    // The rhs (dense, in double) that the sources give for the inputs w.
+    // The rhs (dense, in double) that the sources give for the circuit's inputs (volts).
     void sourceRhs(const double* inputs, double* out);
+    // The dense rhs of the port amplitudes in u.
     void portsToRhs(double* out);
     bool factor();
-    void solve(double* b) const;  // b := A^-1 b, with the factors
-    void solveTransposed(double* b) const;  // b := A^-T b
+    void solve(double* x) const;            // x := A^-1 x, with the factors
+    void solveTransposed(double* x) const;  // x := A^-T x
 
     MNAContext* context = nullptr;
     bool eligible = false;
@@ -64,7 +65,7 @@ private:
     std::vector<double> Hs;                  // R by C: from the capacitor currents
     std::vector<double> Hw;                  // R by K + 1: from the inputs, then the constant part
     std::vector<double> Bs;                  // n by C: the rhs of each capacitor's unit current
-    std::vector<double> s, v, vUsed, w, z, b, b0, column;
+    std::vector<double> s, v, vUsed, w, b, b0, column;
     std::vector<scalar> u, columnF;          // port amplitudes, a port's column
     std::vector<scalar> writtenX, writtenCurrent;
     Run run = nullptr;
