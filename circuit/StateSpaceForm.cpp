@@ -125,8 +125,9 @@ bool StateSpaceForm::prepare(MNAContext& ctx, int inputs, int outputs) {
     }
     for (int o = 0; o < O; ++o)
         if (ctx.outputIndex()[o] < 0 || ctx.outputIndex()[o] >= n) return false;
-    lu.assign(static_cast<size_t>(n) * n, 0.0);
-    pivot.assign(n, 0);
+    A.setZero(n, n);
+    lu = Eigen::PartialPivLU<Eigen::MatrixXd>(n);
+    solved.setZero(n);
     H.assign(static_cast<size_t>(R) * n, 0.0);
     Hs.assign(static_cast<size_t>(R) * C, 0.0);
     Hw.assign(static_cast<size_t>(R) * (K + 1), 0.0);
@@ -137,7 +138,7 @@ bool StateSpaceForm::prepare(MNAContext& ctx, int inputs, int outputs) {
     w.assign(K, 0.0);
     b.assign(n, 0.0);
     b0.assign(n, 0.0);
-    column.assign(n, 0.0);
+    column.setZero(n);
     columnF.assign(n, 0.0f);
     u.assign(ctx.portCount(), 0.0f);
     writtenX.assign(n, 0.0f);
@@ -152,51 +153,6 @@ bool StateSpaceForm::ready() const {
     for (const Capacitor* c : capacitors)
         if (!c->started()) return false;
     return true;
-}
-
-// LU with partial pivoting of the n by n column-major matrix in lu.
-bool StateSpaceForm::factor() {
-    auto at = [this](int r, int c) -> double& { return lu[static_cast<size_t>(c) * n + r]; };
-    for (int k = 0; k < n; ++k) {
-        int p = k;
-        for (int r = k + 1; r < n; ++r)
-            if (std::fabs(at(r, k)) > std::fabs(at(p, k))) p = r;
-        if (at(p, k) == 0.0) return false;
-        pivot[k] = p;
-        if (p != k)
-            for (int c = 0; c < n; ++c) std::swap(at(k, c), at(p, c));
-        const double inverse = 1.0 / at(k, k);
-        for (int r = k + 1; r < n; ++r) at(r, k) *= inverse;
-        for (int c = k + 1; c < n; ++c) {
-            const double f = at(k, c);
-            if (f == 0.0) continue;
-            for (int r = k + 1; r < n; ++r) at(r, c) -= at(r, k) * f;
-        }
-    }
-    return true;
-}
-
-void StateSpaceForm::solve(double* x) const {
-    auto at = [this](int r, int c) { return lu[static_cast<size_t>(c) * n + r]; };
-    for (int k = 0; k < n; ++k) std::swap(x[k], x[pivot[k]]);
-    for (int c = 0; c < n; ++c)
-        for (int r = c + 1; r < n; ++r) x[r] -= at(r, c) * x[c];
-    for (int c = n - 1; c >= 0; --c) {
-        x[c] /= at(c, c);
-        for (int r = 0; r < c; ++r) x[r] -= at(r, c) * x[c];
-    }
-}
-
-// With P A = L U: A^-T y = P^T L^-T U^-T y.
-void StateSpaceForm::solveTransposed(double* x) const {
-    auto at = [this](int r, int c) { return lu[static_cast<size_t>(c) * n + r]; };
-    for (int c = 0; c < n; ++c) {
-        for (int r = 0; r < c; ++r) x[c] -= at(r, c) * x[r];
-        x[c] /= at(c, c);
-    }
-    for (int c = n - 1; c >= 0; --c)
-        for (int r = c + 1; r < n; ++r) x[c] -= at(r, c) * x[r];
-    for (int k = n - 1; k >= 0; --k) std::swap(x[k], x[pivot[k]]);
 }
 
 void StateSpaceForm::portsToRhs(double* out) {
@@ -221,23 +177,24 @@ void StateSpaceForm::sourceRhs(const double* inputs, double* out) {
 }
 
 void StateSpaceForm::build() {
-    context->assembleMatrix(lu.data());
-    if (!factor()) {
+    context->assembleMatrix(A.data());
+    lu.compute(A);
+    if ((lu.matrixLU().diagonal().array() == 0.0).any()) {
         // The generic path reports a singular matrix in its own words.
         eligible = false;
         return;
     }
     // Row r of H = (selection of row r) A^-1, solved with A transposed.
     for (int r = 0; r < R; ++r) {
-        std::fill(column.begin(), column.end(), 0.0);
+        column.setZero();
         if (r < C) {
             if (nodeA[r] >= 0) column[nodeA[r]] += 1.0;
             if (nodeB[r] >= 0) column[nodeB[r]] -= 1.0;
         } else {
             column[context->outputIndex()[r - C]] = 1.0;
         }
-        solveTransposed(column.data());
-        for (int k = 0; k < n; ++k) H[static_cast<size_t>(r) * n + k] = column[k];
+        solved.noalias() = lu.transpose().solve(column);
+        for (int k = 0; k < n; ++k) H[static_cast<size_t>(r) * n + k] = solved[k];
     }
     // Each capacitor's unit current, as its rhs entries (-1 at its first node, +1 at its second) give it.
     const scalar unit[2] = {-1.0f, 1.0f};
@@ -276,9 +233,9 @@ void StateSpaceForm::writeState(const double* inputs) {
     sourceRhs(inputs, b.data());
     for (int c = 0; c < C; ++c)
         for (int k = 0; k < n; ++k) b[k] += Bs[static_cast<size_t>(c) * n + k] * s[c];
-    solve(b.data());
+    solved.noalias() = lu.solve(Eigen::Map<const Eigen::VectorXd>(b.data(), n));
     DenseVector& x = context->solution();
-    for (int k = 0; k < n; ++k) x[k] = writtenX[k] = static_cast<scalar>(b[k]);
+    for (int k = 0; k < n; ++k) x[k] = writtenX[k] = static_cast<scalar>(solved[k]);
     for (int c = 0; c < C; ++c) {
         writtenCurrent[c] = static_cast<scalar>(s[c]);
         capacitors[c]->setState(writtenCurrent[c], static_cast<scalar>(vUsed[c]));

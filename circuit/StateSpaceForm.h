@@ -1,6 +1,8 @@
 #pragma once
 #include <vector>
 
+#include <Eigen/Dense>
+
 #include "circuit/Capacitor.h"
 #include "circuit/MNAContext.h"
 #include "engine/Types.h"
@@ -46,9 +48,6 @@ private:
     void sourceRhs(const double* inputs, double* out);
     // The dense rhs of the port amplitudes in u.
     void portsToRhs(double* out);
-    bool factor();
-    void solve(double* x) const;            // x := A^-1 x, with the factors
-    void solveTransposed(double* x) const;  // x := A^-T x
 
     MNAContext* context = nullptr;
     bool eligible = false;
@@ -59,13 +58,14 @@ private:
     std::vector<Component*> sources;
     std::vector<int> nodeA, nodeB;          // capacitor nodes in x, -1 for ground
     std::vector<double> gain, feedback;      // the capacitors' updates
-    std::vector<double> lu;                  // A's factors, column-major
-    std::vector<int> pivot;
+    Eigen::MatrixXd A;                       // summed in double
+    Eigen::PartialPivLU<Eigen::MatrixXd> lu;
     std::vector<double> H;                   // R by n: capacitor voltages and outputs from the rhs
     std::vector<double> Hs;                  // R by C: from the capacitor currents
     std::vector<double> Hw;                  // R by K + 1: from the inputs, then the constant part
     std::vector<double> Bs;                  // n by C: the rhs of each capacitor's unit current
-    std::vector<double> s, v, vUsed, w, b, b0, column;
+    std::vector<double> s, v, vUsed, w, b, b0;
+    Eigen::VectorXd column, solved;
     std::vector<scalar> u, columnF;          // port amplitudes, a port's column
     std::vector<scalar> writtenX, writtenCurrent;
     Run run = nullptr;
