@@ -190,21 +190,6 @@ TEST(PluginEditor, WindowLifecycleAsHostsDriveIt) {
     EXPECT_TRUE(f.editor.getViews().empty());
 }
 
-TEST(PluginEditor, ControlsWithTheSameImageShareOneBitmap) {
-    EditorFixture f;
-    f.openOffScreen();
-    EXPECT_EQ(3u, f.editor.numberOfLoadedBitmaps());  // knob strip, three-way switch, toggle
-    for (const char* knob : {"Input", "Vol", "Bass", "Treble"})
-        EXPECT_EQ(f.view("Gain").getBitmap().get(), f.view(knob).getBitmap().get()) << knob;
-    for (const char* toggle : {"Stereo", "CPU"})
-        EXPECT_EQ(f.view("EQ_Position").getBitmap().get(), f.view(toggle).getBitmap().get()) << toggle;
-    EXPECT_NE(f.view("Gain").getBitmap().get(), f.view("CPU").getBitmap().get());
-    // A second opening uses the bitmaps loaded by the first.
-    const CBitmap* strip = f.view("Gain").getBitmap().get();
-    f.openOffScreen();
-    EXPECT_EQ(strip, f.view("Bass").getBitmap().get());
-}
-
 TEST(PluginEditor, RenderShowsEachControlsFrameAtItsRectangle) {
     EditorFixture f;
     struct Setting {

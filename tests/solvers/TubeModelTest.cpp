@@ -68,15 +68,6 @@ TEST(SolversTubeModels, KorenTablesFollowTheFormula) {
     EXPECT_EQ(table.dIdVpk(-1, 400), table.dIdVpk(-1, 450));
 }
 
-TEST(SolversTubeModels, GridCurrentPowerLaw) {
-    PowerLawGridCurrent g;
-    g.init(typeSet("12AX7"));
-    EXPECT_EQ(0.0f, g.current(-0.6f));
-    EXPECT_EQ(0.0f, g.current(-0.53f + 0.008f));  // the first table steps are zero
-    EXPECT_NEAR(3.14e-4 * std::pow(1.53, 3), g.current(1.0f), 1e-6);
-    EXPECT_NEAR(3 * 3.14e-4 * std::pow(1.53, 2), g.dIdV(1.0f), 1e-5);
-}
-
 TEST(SolversTubeModels, BuiltInTypesAndTheMergeRule) {
     EXPECT_EQ("1.113", TubeTypes::triodes().at("12AY7")().at("Ex"));
     EXPECT_EQ(0u, TubeTypes::triodes().at("12AY7")().count("DeltaVpk"));
