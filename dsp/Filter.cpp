@@ -35,6 +35,11 @@ void Filter::setPropertiesHandler(const std::shared_ptr<PropertiesHandler>& hand
     if (handler && !properties.empty()) handler->propertiesChanged(std::make_shared<PropertyMap>(properties));
 }
 
+void Filter::processTwin(Filter& twin, BufferList& inputs, BufferList& twinInputs, size_t framesPerBuffer) {
+    process(inputs, framesPerBuffer);
+    twin.process(twinInputs, framesPerBuffer);
+}
+
 SingleOutputFilter::~SingleOutputFilter() { delete[] buffer; }
 
 void SingleOutputFilter::setupOutputs() {

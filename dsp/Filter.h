@@ -38,6 +38,12 @@ public:
     virtual ElementMetaPtr getMeta() = 0;
     virtual void reset() = 0;
     virtual void setPropertiesHandler(const std::shared_ptr<PropertiesHandler>& handler);
+    // Runs this filter and `twin` (the same kind of filter at the same place of a graph
+    // built alike, such as the other channel's) over one block each, with the result of
+    // process(inputs, n) followed by twin.process(twinInputs, n), to the bit. Kinds whose
+    // work is one long recursion override it to run both in one loop, where the two
+    // independent chains overlap in the processor or share the lanes of a vector.
+    virtual void processTwin(Filter& twin, BufferList& inputs, BufferList& twinInputs, size_t framesPerBuffer);
 
     int getMaxBlockSize() const { return maxBlockSize; }
     const std::shared_ptr<PropertiesHandler>& getPropertiesHandler() const { return propertiesHandler; }

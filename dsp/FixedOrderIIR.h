@@ -72,6 +72,22 @@ public:
     }
     using SingleOutputFilter::process;
 
+    void processTwin(Filter& other, BufferList& inputs, BufferList& twinInputs, size_t n) override {
+        // Two filters driven per sample by their handlers run in one loop when the handlers
+        // know how; anything else one after the other.
+        FixedOrderIIR* twin = dynamic_cast<FixedOrderIIR*>(&other);
+        if (twin && twin != this && propertiesHandler && twin->propertiesHandler && propertiesHandler->isPerSample() &&
+            twin->propertiesHandler->isPerSample()) {
+            const scalar* in = inputs.empty() ? nullptr : inputs[0];
+            const scalar* twinIn = twinInputs.empty() ? nullptr : twinInputs[0];
+            if (in && twinIn && outputs[0] && twin->outputs[0] &&
+                propertiesHandler->runPerSampleTwin(*this, in, outputs[0], *twin->propertiesHandler, *twin, twinIn,
+                                                    twin->outputs[0], n))
+                return;
+        }
+        Filter::processTwin(other, inputs, twinInputs, n);
+    }
+
     ScalarVector& iterate(const ScalarVectorPtr& inputs, int, int iteration) override {
         const bool handled = perSampleHandlerInIteration() && propertiesHandler && propertiesHandler->isPerSample();
         if (handled) propertiesHandler->updateForIteration((*inputs)[0], iterationResults[0], iteration);

@@ -10,6 +10,7 @@ public:
     IirDecimator() : IirResampler(false) {}
     ~IirDecimator() override;
     void process(BufferList& inputs, size_t n) override;
+    void processTwin(Filter& other, BufferList& inputs, BufferList& twinInputs, size_t n) override;
     using IirResampler::process;
     void setMaxBlockSize(int n) override;
     scalar* getOutput(int index) override;

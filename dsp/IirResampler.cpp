@@ -2,6 +2,10 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "dsp/BasicFilterMeta.h"
 #include "dsp/BiQuad.h"
 #include "dsp/Iir.h"
@@ -248,6 +252,120 @@ void cascade(FixedOrderIIR<2>* const* stages, IirResampler::SectionHistory* hist
     for (int k = 0; k < C; ++k) s[k].storeInto(*stages[k], histories[k]);
 }
 
+#if defined(__SSE2__)
+// The sections of two cascades (the two channels), lane by lane in one register: the
+// same operations in the same order as Section::step for each.
+struct TwinSection {
+    __m128d b0, b1, b2, a1, a2, x1, x2, y1, y2;
+
+    TwinSection() = default;
+    TwinSection(const Section& l, const Section& r)
+        : b0(_mm_set_pd(r.b0, l.b0)),
+          b1(_mm_set_pd(r.b1, l.b1)),
+          b2(_mm_set_pd(r.b2, l.b2)),
+          a1(_mm_set_pd(r.a1, l.a1)),
+          a2(_mm_set_pd(r.a2, l.a2)),
+          x1(_mm_set_pd(r.x1, l.x1)),
+          x2(_mm_set_pd(r.x2, l.x2)),
+          y1(_mm_set_pd(r.y1, l.y1)),
+          y2(_mm_set_pd(r.y2, l.y2)) {}
+
+    void storeInto(Section& l, Section& r) const {
+        double v[2];
+        _mm_storeu_pd(v, x1), l.x1 = v[0], r.x1 = v[1];
+        _mm_storeu_pd(v, x2), l.x2 = v[0], r.x2 = v[1];
+        _mm_storeu_pd(v, y1), l.y1 = v[0], r.y1 = v[1];
+        _mm_storeu_pd(v, y2), l.y2 = v[0], r.y2 = v[1];
+    }
+
+    __m128d step(__m128d x) {
+        __m128d s = _mm_add_pd(_mm_mul_pd(b1, x1), _mm_mul_pd(b0, x));
+        s = _mm_add_pd(s, _mm_mul_pd(b2, x2));
+        s = _mm_sub_pd(s, _mm_mul_pd(a1, y1));
+        s = _mm_sub_pd(s, _mm_mul_pd(a2, y2));
+        x2 = x1;
+        x1 = x;
+        y2 = y1;
+        y1 = s;
+        return s;
+    }
+};
+
+// cascade() for two channels at once, each with its own sections, input and output.
+template <int C, bool Interpolate>
+void twinCascade(FixedOrderIIR<2>* const* stages, IirResampler::SectionHistory* histories,
+                 FixedOrderIIR<2>* const* twinStages, IirResampler::SectionHistory* twinHistories, const scalar* in,
+                 const scalar* twinIn, size_t frames, size_t factor, scalar* out, scalar* twinOut) {
+    Section l[C], r[C];
+    for (int k = 0; k < C; ++k) {
+        l[k].loadFrom(*stages[k], histories[k]);
+        r[k].loadFrom(*twinStages[k], twinHistories[k]);
+    }
+    TwinSection s[C];
+    for (int k = 0; k < C; ++k) s[k] = TwinSection(l[k], r[k]);
+    auto run = [&s](__m128d x) {
+        for (int k = 0; k < C; ++k) x = s[k].step(x);
+        return _mm_cvtpd_ps(x);
+    };
+    auto put = [](__m128 y, scalar* a, scalar* b, size_t at) {
+        a[at] = _mm_cvtss_f32(y);
+        b[at] = _mm_cvtss_f32(_mm_shuffle_ps(y, y, 1));
+    };
+    auto pair = [](scalar a, scalar b) { return _mm_set_pd(static_cast<double>(b), static_cast<double>(a)); };
+    const __m128d zero = _mm_setzero_pd();
+    size_t i = 0, j = 0;
+    for (; i + factor <= frames; i += factor, ++j) {
+        if (Interpolate) {
+            put(run(pair(in[j], twinIn[j])), out, twinOut, i);
+            for (size_t t = 1; t < factor; ++t) put(run(zero), out, twinOut, i + t);
+        } else {
+            put(run(pair(in[i], twinIn[i])), out, twinOut, j);
+            for (size_t t = 1; t < factor; ++t) run(pair(in[i + t], twinIn[i + t]));
+        }
+    }
+    for (size_t t = 0; i < frames; ++i, ++t) {  // a last, partial group
+        if (Interpolate)
+            put(run(t == 0 ? pair(in[j], twinIn[j]) : zero), out, twinOut, i);
+        else if (t == 0)
+            put(run(pair(in[i], twinIn[i])), out, twinOut, j);
+        else
+            run(pair(in[i], twinIn[i]));
+    }
+    for (int k = 0; k < C; ++k) {
+        s[k].storeInto(l[k], r[k]);
+        l[k].storeInto(*stages[k], histories[k]);
+        r[k].storeInto(*twinStages[k], twinHistories[k]);
+    }
+}
+#endif
+
+// Runs two cascades of the same length and factor side by side, when the processor has the
+// lanes for it; false leaves them to run one after the other.
+template <bool Interpolate>
+bool runTwinCascade(const std::vector<FixedOrderIIR<2>*>& sections, std::vector<IirResampler::SectionHistory>& histories,
+                    const std::vector<FixedOrderIIR<2>*>& twinSections,
+                    std::vector<IirResampler::SectionHistory>& twinHistories, const scalar* in, const scalar* twinIn,
+                    size_t frames, size_t factor, scalar* out, scalar* twinOut) {
+#if defined(__SSE2__)
+    if (sections.size() != twinSections.size()) return false;
+    auto* h = histories.data();
+    auto* th = twinHistories.data();
+    auto* st = sections.data();
+    auto* ts = twinSections.data();
+    switch (sections.size()) {
+        case 1: twinCascade<1, Interpolate>(st, h, ts, th, in, twinIn, frames, factor, out, twinOut); return true;
+        case 2: twinCascade<2, Interpolate>(st, h, ts, th, in, twinIn, frames, factor, out, twinOut); return true;
+        case 3: twinCascade<3, Interpolate>(st, h, ts, th, in, twinIn, frames, factor, out, twinOut); return true;
+        case 4: twinCascade<4, Interpolate>(st, h, ts, th, in, twinIn, frames, factor, out, twinOut); return true;
+        default: return false;
+    }
+#else
+    (void)sections, (void)histories, (void)twinSections, (void)twinHistories, (void)in, (void)twinIn, (void)frames,
+        (void)factor, (void)out, (void)twinOut;
+    return false;
+#endif
+}
+
 template <bool Interpolate>
 bool runCascade(const std::vector<FixedOrderIIR<2>*>& sections, std::vector<IirResampler::SectionHistory>& histories,
                 const scalar* in, size_t frames, size_t factor, scalar* out) {
@@ -298,6 +416,20 @@ void IirInterpolator::process(BufferList& inputs, size_t n) {
     }
 }
 
+void IirInterpolator::processTwin(Filter& other, BufferList& inputs, BufferList& twinInputs, size_t n) {
+    IirInterpolator* twin = dynamic_cast<IirInterpolator*>(&other);
+    const scalar* in = inputs.empty() ? nullptr : inputs[0];
+    const scalar* twinIn = twinInputs.empty() ? nullptr : twinInputs[0];
+    const size_t m = static_cast<size_t>(factor) * n;
+    if (twin && twin != this && in && twinIn && factor >= 1 && twin->factor == factor && m > 0 &&
+        m <= static_cast<size_t>(maxBlockSize) && m <= static_cast<size_t>(twin->maxBlockSize) && !sections.empty() &&
+        runTwinCascade<true>(sections, histories, twin->sections, twin->histories, in, twinIn, m,
+                             static_cast<size_t>(factor), sections.back()->outputBuffer(),
+                             twin->sections.back()->outputBuffer()))
+        return;
+    Filter::processTwin(other, inputs, twinInputs, n);
+}
+
 scalar* IirInterpolator::getOutput(int index) {
     if (index != 0) throw InvalidArgumentException(str("Iir: Invalid output index: ", index));
     return stages.back()->getOutput(0);
@@ -336,6 +468,18 @@ void IirDecimator::process(BufferList& inputs, size_t n) {
     const scalar* last = stageInput[0];
     size_t j = 0;
     for (size_t i = 0; i < n; i += factor) buffer[j++] = last[i];
+}
+
+void IirDecimator::processTwin(Filter& other, BufferList& inputs, BufferList& twinInputs, size_t n) {
+    IirDecimator* twin = dynamic_cast<IirDecimator*>(&other);
+    const scalar* in = inputs.empty() ? nullptr : inputs[0];
+    const scalar* twinIn = twinInputs.empty() ? nullptr : twinInputs[0];
+    if (twin && twin != this && in && twinIn && factor >= 1 && twin->factor == factor && n > 0 &&
+        n <= static_cast<size_t>(maxBlockSize) && n <= static_cast<size_t>(twin->maxBlockSize) && !sections.empty() &&
+        runTwinCascade<false>(sections, histories, twin->sections, twin->histories, in, twinIn, n,
+                              static_cast<size_t>(factor), buffer, twin->buffer))
+        return;
+    Filter::processTwin(other, inputs, twinInputs, n);
 }
 
 scalar* IirDecimator::getOutput(int index) {

@@ -25,6 +25,8 @@ public:
     void init() override;
     void setProperties(const PropertyMapPtr& properties) override;
     int getResultCapacity(int index) const override;
+    bool canRunBeside(const Graph& other) const override;
+    void processTwin(Graph& other, BufferList& inputs, BufferList& otherInputs, size_t framesPerBuffer) override;
 
     // Wiring from the parser: per element and port, the source element (-1 for
     // a graph input) and the source's output number (-1: unconnected).
@@ -40,6 +42,9 @@ private:
     void doBypass(BufferList& inputs, BufferList& outputs, size_t frames, bool silence);
     scalar* outputBuffer(int output);
     void processBlock(BufferList& inputs, BufferList& outputs, size_t frames);
+    // The input buffers of element e in block processing, from the graph's inputs and the
+    // outputs of the elements before it.
+    void gatherBlockInputs(int e, BufferList& inputs, BufferList& in);
     void processSequential(BufferList& inputs, BufferList& outputs, size_t frames);
     void processIterative(BufferList& inputs, BufferList& outputs, size_t frames);
 

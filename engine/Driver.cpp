@@ -24,6 +24,7 @@ Driver::Driver()
       outputNodes(std::make_shared<std::vector<int>>()),
       inputMultipliers(std::make_shared<std::vector<double>>()),
       graphInputs(std::make_shared<BufferList>()),
+      twinInputs(std::make_shared<BufferList>()),
       controls(std::make_shared<std::vector<ControlPtr>>()) {}
 
 Driver::~Driver() {
@@ -50,6 +51,7 @@ void Driver::init(const std::string& document) {
         widest = std::max(widest, static_cast<size_t>(std::max(0, g->getNumberOfInputs())));
     }
     graphInputs->assign(widest, nullptr);
+    twinInputs->assign(widest, nullptr);
     inputMultipliers->assign(graphs->size(), 1.0);
     computeMultipliers();
     results.assign(outputGraphs->size(), nullptr);
@@ -59,6 +61,7 @@ void Driver::init(const std::string& document) {
     }
     controls = parser.controls;
     resolveProperties();
+    computeSchedule();
     initialized = true;
     if (sampleRate > 0) setSampleRate(sampleRate);
 }
@@ -79,6 +82,58 @@ void Driver::computeOrder() {
         throw KELMException("Graphs do not form a DAG.");
     }
     order.assign(finished.rbegin(), finished.rend());
+}
+
+void Driver::computeSchedule() {
+    // List scheduling over the data flow: of the graphs whose sources have all run, two built
+    // alike run together; else one that nothing left could run beside; else the first in
+    // the order of data flow. Two graphs that are ready at once cannot depend on each other.
+    // Large systems (generated ones) keep the plain order.
+    const size_t n = graphs->size();
+    schedule.clear();
+    if (n > 256) {
+        for (int gi : order) schedule.emplace_back(gi, -1);
+        return;
+    }
+    std::vector<std::vector<char>> alike(n, std::vector<char>(n, 0));
+    for (size_t a = 0; a < n; ++a)
+        for (size_t b = a + 1; b < n; ++b)
+            alike[a][b] = alike[b][a] = (*graphs)[a]->canRunBeside(*(*graphs)[b]);
+    std::vector<bool> done(n, false);
+    auto isReady = [&](int g) {
+        if (done[g]) return false;
+        for (int src : (*inputGraphs)[g])
+            if (src >= 0 && !done[src]) return false;
+        return true;
+    };
+    std::vector<int> ready;
+    for (size_t left = n; left > 0;) {
+        ready.clear();
+        for (int gi : order)
+            if (isReady(gi)) ready.push_back(gi);
+        if (ready.empty()) break;  // cannot happen for an ordered DAG
+        std::pair<int, int> step(-1, -1);
+        for (size_t a = 0; a < ready.size() && step.first < 0; ++a)
+            for (size_t b = a + 1; b < ready.size(); ++b)
+                if (alike[ready[a]][ready[b]]) {
+                    step = {ready[a], ready[b]};
+                    break;
+                }
+        for (size_t a = 0; a < ready.size() && step.first < 0; ++a) {
+            bool lonely = true;
+            for (size_t b = 0; b < n && lonely; ++b)
+                if (!done[b] && static_cast<int>(b) != ready[a] && alike[ready[a]][b]) lonely = false;
+            if (lonely) step.first = ready[a];
+        }
+        if (step.first < 0) step.first = ready.front();
+        done[step.first] = true;
+        --left;
+        if (step.second >= 0) {
+            done[step.second] = true;
+            --left;
+        }
+        schedule.push_back(step);
+    }
 }
 
 void Driver::computeMultipliers() {
@@ -214,6 +269,33 @@ void Driver::applyControls() {
     }
 }
 
+size_t Driver::gatherInputs(int gi, const BufferList& inputs, BufferList& in, size_t framesPerBuffer) {
+    const Graph& g = *(*graphs)[gi];
+    const std::vector<int>& sources = (*inputGraphs)[gi];
+    const std::vector<int>& nodes = (*inputNodes)[gi];
+    in.resize(sources.size());
+    for (size_t k = 0; k < sources.size(); ++k) {
+        if (sources[k] == -1)
+            in[k] = nodes[k] >= 0 && nodes[k] < static_cast<int>(inputs.size()) ? inputs[nodes[k]] : nullptr;
+        else
+            in[k] = (*graphs)[sources[k]]->getResult(nodes[k]);
+    }
+    const size_t frames =
+        static_cast<size_t>(std::floor(static_cast<double>(framesPerBuffer) * (*inputMultipliers)[gi] + 0.5));
+    // A graph whose Multiplier promises more samples than its elements make would be read
+    // past the end of its buffers: refuse instead.
+    for (size_t k = 0; k < sources.size(); ++k) {
+        if (sources[k] < 0) continue;
+        const Graph& source = *(*graphs)[sources[k]];
+        if (static_cast<size_t>(std::max(0, source.getResultCapacity(nodes[k]))) < frames)
+            throw KELMException("Driver: graph " + g.name() + " needs " + std::to_string(frames) +
+                                " samples per block from graph " + source.name() + ", which holds " +
+                                std::to_string(source.getResultCapacity(nodes[k])) +
+                                ". Does its Multiplier match what its elements do?");
+    }
+    return frames;
+}
+
 void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
     if (!initialized) throw KELMException("Cannot process. Driver is not initialized.");
     if (suspended.load()) throw KELMException("Driver: Cannot process. Driver is in the suspend state.");
@@ -241,31 +323,29 @@ void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
         multipliersChanged.store(false);
     }
     BufferList& in = *graphInputs;
-    for (int gi : order) {
-        Graph& g = *(*graphs)[gi];
-        const std::vector<int>& sources = (*inputGraphs)[gi];
-        const std::vector<int>& nodes = (*inputNodes)[gi];
-        in.resize(sources.size());
-        for (size_t k = 0; k < sources.size(); ++k) {
-            if (sources[k] == -1)
-                in[k] = nodes[k] >= 0 && nodes[k] < static_cast<int>(inputs.size()) ? inputs[nodes[k]] : nullptr;
-            else
-                in[k] = (*graphs)[sources[k]]->getResult(nodes[k]);
+    if (!twinning) {
+        for (int gi : order) {
+            const size_t frames = gatherInputs(gi, inputs, in, framesPerBuffer);
+            (*graphs)[gi]->process(in, frames);
         }
-        size_t frames = static_cast<size_t>(
-            std::floor(static_cast<double>(framesPerBuffer) * (*inputMultipliers)[gi] + 0.5));
-        // A graph whose Multiplier promises more samples than its elements make would be read
-        // past the end of its buffers: refuse instead.
-        for (size_t k = 0; k < sources.size(); ++k) {
-            if (sources[k] < 0) continue;
-            const Graph& source = *(*graphs)[sources[k]];
-            if (static_cast<size_t>(std::max(0, source.getResultCapacity(nodes[k]))) < frames)
-                throw KELMException("Driver: graph " + g.name() + " needs " + std::to_string(frames) +
-                                    " samples per block from graph " + source.name() + ", which holds " +
-                                    std::to_string(source.getResultCapacity(nodes[k])) +
-                                    ". Does its Multiplier match what its elements do?");
+    } else {
+        BufferList& twinIn = *twinInputs;
+        for (const auto& step : schedule) {
+            Graph& g = *(*graphs)[step.first];
+            const size_t frames = gatherInputs(step.first, inputs, in, framesPerBuffer);
+            if (step.second < 0) {
+                g.process(in, frames);
+                continue;
+            }
+            Graph& twin = *(*graphs)[step.second];
+            const size_t twinFrames = gatherInputs(step.second, inputs, twinIn, framesPerBuffer);
+            if (frames == twinFrames) {
+                g.processTwin(twin, in, twinIn, frames);
+            } else {  // the two run at different rates just now
+                g.process(in, frames);
+                twin.process(twinIn, twinFrames);
+            }
         }
-        g.process(in, frames);
     }
     collectResults(inputs);
 }

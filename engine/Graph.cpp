@@ -26,6 +26,13 @@ scalar* Graph::getResult(int index) {
     return results[index];
 }
 
+bool Graph::canRunBeside(const Graph&) const { return false; }
+
+void Graph::processTwin(Graph& other, BufferList& inputs, BufferList& otherInputs, size_t framesPerBuffer) {
+    process(inputs, framesPerBuffer);
+    other.process(otherInputs, framesPerBuffer);
+}
+
 void Graph::setRequest(std::vector<bool>& requests, bool& flag, bool value, int index) {
     if (index < 0) index = 0;
     if (static_cast<size_t>(index) + 1 > requests.size()) requests.resize(index + 1, false);

@@ -30,6 +30,13 @@ public:
     virtual BufferList& getResults() { return results; }
     virtual void process(BufferList& inputs, size_t framesPerBuffer) = 0;
     virtual void process(BufferList& inputs, BufferList& outputs, size_t framesPerBuffer) = 0;
+    // Whether `other` is built alike (the same kind, the same elements in the same order), so
+    // that running the two side by side through processTwin is worth it. Fixed once built.
+    virtual bool canRunBeside(const Graph& other) const;
+    // Runs this graph and `other` over one block each, with the result of process(inputs, n)
+    // followed by other.process(otherInputs, n), to the bit. The Driver pairs graphs that can
+    // run beside each other, such as the two channels of a stereo system.
+    virtual void processTwin(Graph& other, BufferList& inputs, BufferList& otherInputs, size_t framesPerBuffer);
     virtual void init() = 0;
     virtual void setOff(bool value, int index);
     virtual void setSuspended(bool value, int index);

@@ -27,6 +27,14 @@ public:
         (void)filter, (void)in, (void)out, (void)n;
         return false;
     }
+    // The same for this handler with its filter and `twin` with its own (a handler of the
+    // same kind on the twin of the filter) over blocks of equal length, in one loop; false
+    // leaves both loops to the filters.
+    virtual bool runPerSampleTwin(Filter& filter, const scalar* in, scalar* out, PropertiesHandler& twin,
+                                  Filter& twinFilter, const scalar* twinIn, scalar* twinOut, size_t n) {
+        (void)filter, (void)in, (void)out, (void)twin, (void)twinFilter, (void)twinIn, (void)twinOut, (void)n;
+        return false;
+    }
 };
 
 } // namespace kelm

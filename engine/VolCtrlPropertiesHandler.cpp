@@ -3,6 +3,10 @@
 #include "engine/DSPContext.h"
 #include "engine/InvalidArgumentException.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace kelm {
 
 VolCtrlPropertiesHandler::VolCtrlPropertiesHandler(Filter* t)
@@ -77,45 +81,208 @@ void VolCtrlPropertiesHandler::updateForSample(scalar x, scalar y) {
     write(g, n, f * n);
 }
 
-bool VolCtrlPropertiesHandler::runPerSample(Filter& filter, const scalar* in, scalar* out, size_t n) {
-    if (!biquad || &filter != target || n == 0) return false;
-    // updateForSample and the BiQuad's step, per sample, with the same arithmetic
-    // in the same order; but everything that follows from the input alone (the
-    // plate resistance and the terms built on it) is worked out for a chunk of
-    // samples first, so that the sample loop holds only what depends on the last
-    // output: the grid admittance, one division and the filter step.
-    constexpr size_t chunk = 64;
-    double Pc[chunk], Qc[chunk], D0c[chunk], D1c[chunk], vc[chunk];
-    e = b * p;
-    f = p * a;
-    const double i = q * a;
-    scalar x1 = biquad->pastInputs()[0], x2 = biquad->pastInputs()[1];
-    scalar y1 = biquad->pastOutputs()[0], y2 = biquad->pastOutputs()[1];
-    const scalar lastOutput = y1;
-    const scalar b1 = 0.0f;  // B1 stays 0
+// The per-sample loop of one handler and its BiQuad over a block: updateForSample and the
+// BiQuad's step, per sample, with the same arithmetic in the same order; but everything
+// that follows from the input alone (the plate resistance and the terms built on it) is
+// worked out for a chunk of samples first, so that the sample loop holds only what depends
+// on the last output: the grid admittance, one division and the filter step. Cut into
+// steps so that two handlers' loops can run interleaved.
+struct VolCtrlPropertiesHandler::Lane {
+    static constexpr size_t chunk = 64;
+    VolCtrlPropertiesHandler& h;
+    FixedOrderIIR<2>& biquad;
+    const scalar* in;
+    scalar* out;
+    const size_t n;
+    const double i;
+    // What the sample loop reads of the handler, in locals: the output stores could
+    // otherwise alias the float factor.
+    const LookupTableFilter& yg;
+    const double f, p;
+    const scalar factor;
+    scalar x1, x2, y1, y2;
+    const scalar lastOutput;
     scalar b0 = 0, b2 = 0, a1 = 0, a2 = 0;
-    for (size_t start = 0; start < n; start += chunk) {
+    double Pc[chunk], Qc[chunk], D0c[chunk], D1c[chunk], vc[chunk];
+
+    Lane(VolCtrlPropertiesHandler& handler, const scalar* input, scalar* output, size_t frames)
+        : h(handler),
+          biquad(*handler.biquad),
+          in(input),
+          out(output),
+          n(frames),
+          i(begin(handler)),
+          yg(*handler.gridAdmittance),
+          f(handler.f),
+          p(handler.p),
+          factor(handler.factor),
+          x1(biquad.pastInputs()[0]),
+          x2(biquad.pastInputs()[1]),
+          y1(biquad.pastOutputs()[0]),
+          y2(biquad.pastOutputs()[1]),
+          lastOutput(y1) {}
+
+    // The terms that stay for the whole block, as updateForSample works them out.
+    static double begin(VolCtrlPropertiesHandler& h) {
+        h.e = h.b * h.p;
+        h.f = h.p * h.a;
+        return h.q * h.a;
+    }
+
+    // Fills the terms of the chunk that starts at `start`; returns its length.
+    size_t prepare(size_t start) {
         const size_t m = n - start < chunk ? n - start : chunk;
+        const double a = h.a, e = h.e;
         for (size_t j = 0; j < m; ++j) {
-            const double r = plateResistance->valueAt(in[start + j]);
-            const double h = r * a;
+            const double r = h.plateResistance->valueAt(in[start + j]);
+            const double hr = r * a;
             const double u = r * f + p * i;
-            vc[j] = h * e + e * i;
-            D0c[j] = i + vc[j] + e + f + h + 1;
-            D1c[j] = ((vc[j] - i) - e - f - h) + 1;
+            vc[j] = hr * e + e * i;
+            D0c[j] = i + vc[j] + e + f + hr + 1;
+            D1c[j] = ((vc[j] - i) - e - f - hr) + 1;
             Pc[j] = p + u;
             Qc[j] = p - u;
         }
+        return m;
+    }
+
+    void step(size_t start, size_t j) {
+        constexpr scalar b1 = 0.0f;  // B1 stays 0
+        const double g = static_cast<double>(yg.valueAt(y1)) * factor;
+        const double nn = 1 / (g * Pc[j] + D0c[j]);
+        const double B0 = f * nn;
+        b0 = static_cast<scalar>(B0);
+        b2 = static_cast<scalar>(-B0);
+        a1 = static_cast<scalar>((vc[j] - p * g - 1) * -2 * nn);
+        a2 = static_cast<scalar>((Qc[j] * g + D1c[j]) * nn);
+        const scalar x = in[start + j];
+        scalar s = b1 * x1 + b0 * x;
+        s = s + b2 * x2;
+        s = s - a1 * y1;
+        s = s - a2 * y2;
+        x2 = x1;
+        x1 = x;
+        y2 = y1;
+        y1 = s;
+        out[start + j] = s;
+    }
+
+    void endChunk(size_t m) {
+        h.v = vc[m - 1];
+        h.D0 = D0c[m - 1];
+        h.D1 = D1c[m - 1];
+        h.P = Pc[m - 1];
+        h.Q = Qc[m - 1];
+    }
+
+    // Leaves the state that the last updateForSample and step would have left.
+    void finish() {
+        const scalar xs[2] = {x1, x2}, ys[2] = {y1, y2};
+        biquad.setHistory(xs, ys);
+        (*h.A)[0] = a1;
+        (*h.A)[1] = a2;
+        (*h.B)[0] = b0;
+        (*h.B)[1] = 0.0f;
+        (*h.B)[2] = b2;
+        biquad.setCoefficients(h.A->data(), h.B->data());
+        // The last outputs the updates were given: out[j - 1] for sample j, the
+        // filter's history for sample 0, and before that the previous block's.
+        const double before[3] = {h.lastY[0], h.lastY[1], h.lastY[2]};
+        for (long k = 0; k < 3; ++k) {
+            const long j = static_cast<long>(n) - 1 - k;
+            h.lastY[k] = j >= 1 ? out[j - 1] : j == 0 ? lastOutput : before[-j - 1];
+        }
+        h.smoothed = h.lastY[0];
+        h.dirty = false;
+    }
+};
+
+bool VolCtrlPropertiesHandler::runPerSample(Filter& filter, const scalar* in, scalar* out, size_t n) {
+    if (!biquad || &filter != target || n == 0) return false;
+    Lane lane(*this, in, out, n);
+    for (size_t start = 0; start < n; start += Lane::chunk) {
+        const size_t m = lane.prepare(start);
+        for (size_t j = 0; j < m; ++j) lane.step(start, j);
+        lane.endChunk(m);
+    }
+    lane.finish();
+    return true;
+}
+
+#if defined(__SSE2__)
+namespace {
+
+// Two doubles per register, one per channel; the same IEEE operations as the scalar code.
+struct D2 {
+    __m128d v;
+    D2(__m128d x) : v(x) {}
+    D2(double a, double b) : v(_mm_set_pd(b, a)) {}
+    friend D2 operator+(D2 x, D2 y) { return _mm_add_pd(x.v, y.v); }
+    friend D2 operator-(D2 x, D2 y) { return _mm_sub_pd(x.v, y.v); }
+    friend D2 operator*(D2 x, D2 y) { return _mm_mul_pd(x.v, y.v); }
+    friend D2 operator/(D2 x, D2 y) { return _mm_div_pd(x.v, y.v); }
+};
+// Two floats in the low lanes.
+struct F2 {
+    __m128 v;
+    F2(__m128 x) : v(x) {}
+    F2(float a, float b) : v(_mm_set_ps(0.0f, 0.0f, b, a)) {}
+    explicit F2(D2 x) : v(_mm_cvtpd_ps(x.v)) {}
+    friend F2 operator+(F2 x, F2 y) { return _mm_add_ps(x.v, y.v); }
+    friend F2 operator-(F2 x, F2 y) { return _mm_sub_ps(x.v, y.v); }
+    friend F2 operator*(F2 x, F2 y) { return _mm_mul_ps(x.v, y.v); }
+    float lane0() const { return _mm_cvtss_f32(v); }
+    float lane1() const { return _mm_cvtss_f32(_mm_shuffle_ps(v, v, 1)); }
+};
+
+} // namespace
+#endif
+
+bool VolCtrlPropertiesHandler::runPerSampleTwin(Filter& filter, const scalar* in, scalar* out,
+                                                PropertiesHandler& twinHandler, Filter& twinFilter,
+                                                const scalar* twinIn, scalar* twinOut, size_t n) {
+    VolCtrlPropertiesHandler* twin = dynamic_cast<VolCtrlPropertiesHandler*>(&twinHandler);
+    if (!biquad || &filter != target || n == 0 || !twin || twin == this || !twin->biquad ||
+        &twinFilter != twin->target)
+        return false;
+    // Each sample's chain (a table lookup of the last output, a division, the filter step)
+    // waits on the one before; the other channel's chain is independent and fills the wait.
+    Lane a(*this, in, out, n), b(*twin, twinIn, twinOut, n);
+#if defined(__SSE2__)
+    // Both channels' arithmetic in the two lanes of a register: half the instructions.
+    // Only the table lookups stay scalar.
+    const D2 ca(this->a, twin->a), ce(e, twin->e), cf(a.f, b.f), cp(a.p, b.p), ci(a.i, b.i), one(1.0, 1.0);
+    const D2 minusTwo(-2.0, -2.0);
+    const D2 factors(static_cast<double>(a.factor), static_cast<double>(b.factor));
+    F2 x1(a.x1, b.x1), x2(a.x2, b.x2), y1(a.y1, b.y1), y2(a.y2, b.y2);
+    F2 b0(0.0f, 0.0f), b2(0.0f, 0.0f), a1(0.0f, 0.0f), a2(0.0f, 0.0f);
+    const F2 b1(0.0f, 0.0f);  // B1 stays 0
+    alignas(16) double Pc[2 * Lane::chunk], Qc[2 * Lane::chunk], D0c[2 * Lane::chunk], D1c[2 * Lane::chunk],
+        vc[2 * Lane::chunk];
+    for (size_t start = 0; start < n; start += Lane::chunk) {
+        const size_t m = n - start < Lane::chunk ? n - start : Lane::chunk;
         for (size_t j = 0; j < m; ++j) {
-            const double g = static_cast<double>(gridAdmittance->valueAt(y1)) * factor;
-            const double nn = 1 / (g * Pc[j] + D0c[j]);
-            const double B0 = f * nn;
-            b0 = static_cast<scalar>(B0);
-            b2 = static_cast<scalar>(-B0);
-            a1 = static_cast<scalar>((vc[j] - p * g - 1) * -2 * nn);
-            a2 = static_cast<scalar>((Qc[j] * g + D1c[j]) * nn);
-            const scalar x = in[start + j];
-            scalar s = b1 * x1 + b0 * x;
+            const D2 r(plateResistance->valueAt(in[start + j]), twin->plateResistance->valueAt(twinIn[start + j]));
+            const D2 hr = r * ca;
+            const D2 u = r * cf + cp * ci;
+            const D2 v = hr * ce + ce * ci;
+            _mm_store_pd(vc + 2 * j, v.v);
+            _mm_store_pd(D0c + 2 * j, (ci + v + ce + cf + hr + one).v);
+            _mm_store_pd(D1c + 2 * j, (((v - ci) - ce - cf - hr) + one).v);
+            _mm_store_pd(Pc + 2 * j, (cp + u).v);
+            _mm_store_pd(Qc + 2 * j, (cp - u).v);
+        }
+        for (size_t j = 0; j < m; ++j) {
+            const D2 g = D2(static_cast<double>(a.yg.valueAt(y1.lane0())), static_cast<double>(b.yg.valueAt(y1.lane1()))) *
+                         factors;
+            const D2 nn = one / (g * D2(_mm_load_pd(Pc + 2 * j)) + D2(_mm_load_pd(D0c + 2 * j)));
+            const D2 B0 = cf * nn;
+            b0 = F2(B0);
+            b2 = F2(D2(_mm_setzero_pd()) - B0);
+            a1 = F2((D2(_mm_load_pd(vc + 2 * j)) - cp * g - one) * minusTwo * nn);
+            a2 = F2((D2(_mm_load_pd(Qc + 2 * j)) * g + D2(_mm_load_pd(D1c + 2 * j))) * nn);
+            const F2 x(in[start + j], twinIn[start + j]);
+            F2 s = b1 * x1 + b0 * x;
             s = s + b2 * x2;
             s = s - a1 * y1;
             s = s - a2 * y2;
@@ -123,32 +290,38 @@ bool VolCtrlPropertiesHandler::runPerSample(Filter& filter, const scalar* in, sc
             x1 = x;
             y2 = y1;
             y1 = s;
-            out[start + j] = s;
+            out[start + j] = s.lane0();
+            twinOut[start + j] = s.lane1();
         }
-        v = vc[m - 1];
-        D0 = D0c[m - 1];
-        D1 = D1c[m - 1];
-        P = Pc[m - 1];
-        Q = Qc[m - 1];
+        const size_t last = 2 * (m - 1);
+        v = vc[last], twin->v = vc[last + 1];
+        D0 = D0c[last], twin->D0 = D0c[last + 1];
+        D1 = D1c[last], twin->D1 = D1c[last + 1];
+        P = Pc[last], twin->P = Pc[last + 1];
+        Q = Qc[last], twin->Q = Qc[last + 1];
     }
-    // The state that the last updateForSample and step would have left.
-    const scalar xs[2] = {x1, x2}, ys[2] = {y1, y2};
-    biquad->setHistory(xs, ys);
-    (*A)[0] = a1;
-    (*A)[1] = a2;
-    (*B)[0] = b0;
-    (*B)[1] = b1;
-    (*B)[2] = b2;
-    biquad->setCoefficients(A->data(), B->data());
-    // The last outputs the updates were given: out[j - 1] for sample j, the
-    // filter's history for sample 0, and before that the previous block's.
-    const double before[3] = {lastY[0], lastY[1], lastY[2]};
-    for (long k = 0; k < 3; ++k) {
-        const long j = static_cast<long>(n) - 1 - k;
-        lastY[k] = j >= 1 ? out[j - 1] : j == 0 ? lastOutput : before[-j - 1];
+    a.x1 = x1.lane0(), b.x1 = x1.lane1();
+    a.x2 = x2.lane0(), b.x2 = x2.lane1();
+    a.y1 = y1.lane0(), b.y1 = y1.lane1();
+    a.y2 = y2.lane0(), b.y2 = y2.lane1();
+    a.b0 = b0.lane0(), b.b0 = b0.lane1();
+    a.b2 = b2.lane0(), b.b2 = b2.lane1();
+    a.a1 = a1.lane0(), b.a1 = a1.lane1();
+    a.a2 = a2.lane0(), b.a2 = a2.lane1();
+#else
+    for (size_t start = 0; start < n; start += Lane::chunk) {
+        const size_t m = a.prepare(start);
+        b.prepare(start);
+        for (size_t j = 0; j < m; ++j) {
+            a.step(start, j);
+            b.step(start, j);
+        }
+        a.endChunk(m);
+        b.endChunk(m);
     }
-    smoothed = lastY[0];
-    dirty = false;
+#endif
+    a.finish();
+    b.finish();
     return true;
 }
 

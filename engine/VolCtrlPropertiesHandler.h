@@ -24,6 +24,8 @@ public:
     void updateForIteration(scalar x, scalar y, int iteration) override;
     void updateForSample(scalar x, scalar y) override;
     bool runPerSample(Filter& filter, const scalar* in, scalar* out, size_t n) override;
+    bool runPerSampleTwin(Filter& filter, const scalar* in, scalar* out, PropertiesHandler& twin, Filter& twinFilter,
+                          const scalar* twinIn, scalar* twinOut, size_t n) override;
 
     // Grid admittance by grid voltage and plate resistance by plate voltage.
     LookupTableFilter& yg() { return *gridAdmittance; }
@@ -31,6 +33,7 @@ public:
     bool isDirty() const { return dirty; }
 
 private:
+    struct Lane;
     void send();
     // B0 = numerator * n, B2 = -B0; A0 and A1 from the grid admittance g; then sends them.
     void write(double g, double n, double numerator);
