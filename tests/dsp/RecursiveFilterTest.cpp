@@ -1,5 +1,7 @@
 // The recursive filters: block paths against sample paths, Iir windows, reset,
 // the lookup filter's grid and the wiper handler against its formulas.
+#include <cstring>
+#include <limits>
 #include <cmath>
 #include <random>
 
@@ -154,6 +156,33 @@ TEST(DspLookupTableFilter, GridEdges) {
     std::vector<float> x(4, 0.0f);
     BufferList in = {x.data()};
     EXPECT_EQ("LookupTableFilter: f lookup data is not defined.", messageOf([&] { empty->process(in, 4); }));
+}
+
+// The block path works four samples at a time in vector lanes: it must give curve()'s
+// samples to the bit, at the grid points, the flat ends, outside the grid and for NaN.
+TEST(DspLookupTableFilter, BlockPathGivesTheSamplesOfTheCurve) {
+    const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+    std::vector<float> x = {nan, inf, -inf, 1e30f, -1e30f, -8.0f, -7.998f, -0.0f, 0.0f, 9.998f, 10.0f, 10.5f};
+    for (int i = 0; i < 4001; ++i) x.push_back(-9.0f + 0.00503f * i);
+    for (const char* shape : {"flat ends", "steps", "smooth"}) {
+        const int n = 9001;
+        auto table = std::make_shared<ScalarVector>(n);
+        for (int i = 0; i < n; ++i) {
+            const float v = -8.0f + 0.002f * i;
+            (*table)[i] = shape[0] == 'f'   ? std::min(std::max(v, -2.0f), 3.0f)
+                          : shape[0] == 's' ? static_cast<float>(i / 7)
+                                            : std::sin(v) * 100.0f;
+        }
+        auto f = make<LookupTableFilter>({{"VinMin", "-8"}, {"VinMax", "10"}, {"DeltaV", "0.002"}}, 8192);
+        f->propertyChanged("Vout", table);
+        const std::vector<float> y = blocks(*f, x, {7, 1, 64, 3});
+        ASSERT_EQ(x.size(), y.size());
+        for (size_t i = 0; i < x.size(); ++i) {
+            const float want = f->valueAt(x[i]);
+            ASSERT_EQ(0, std::memcmp(&want, &y[i], sizeof want)) << shape << ": x=" << x[i] << " gave " << y[i]
+                                                                  << " against " << want;
+        }
+    }
 }
 
 TEST(DspVolumeHandler, UnknownPropertyIsRefused) {
