@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <typeinfo>
 
 #include "engine/Str.h"
 #include "solvers/LinearSolver.h"
@@ -153,6 +154,45 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
         solver.solve(state);
         for (int k = 0; k < outputCount; ++k) outputs[k][i] = state[outputIndex[k]];
     }
+}
+
+bool Circuit::canRunBeside(const Graph& otherGraph) const {
+    // Only circuits that run as state-space systems have a loop to share.
+    const Circuit* other = dynamic_cast<const Circuit*>(&otherGraph);
+    if (!other || other == this || !initialized || !other->initialized) return false;
+    if (!runsAsStateSpace() || !other->runsAsStateSpace()) return false;
+    if (numberOfInputs != other->numberOfInputs || numberOfOutputs != other->numberOfOutputs) return false;
+    const auto& mine = context->getComponents();
+    const auto& theirs = other->context->getComponents();
+    if (mine.size() != theirs.size()) return false;
+    for (size_t c = 0; c < mine.size(); ++c)
+        if (typeid(*mine[c]) != typeid(*theirs[c])) return false;
+    return true;
+}
+
+void Circuit::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& otherInputs, size_t frames) {
+    Circuit* other = dynamic_cast<Circuit*>(&otherGraph);
+    const size_t limit = static_cast<size_t>(static_cast<unsigned>(std::min(maxBlockSize, other ? other->maxBlockSize : 0)));
+    // Both whole blocks in state-space form, or each circuit on its own, which also gives
+    // the usual checks and messages.
+    const bool plain = other && other != this && initialized && other->initialized && !bypass && !off &&
+                       !other->bypass && !other->off && frames > 0 && frames <= limit &&
+                       inputs.size() >= static_cast<size_t>(numberOfInputs) &&
+                       otherInputs.size() >= static_cast<size_t>(other->numberOfInputs) &&
+                       results.size() == static_cast<size_t>(numberOfOutputs) &&
+                       other->results.size() == static_cast<size_t>(other->numberOfOutputs);
+    if (plain && stateSpaceEnabled && other->stateSpaceEnabled && form.ready() && other->form.ready()) {
+        // What process() does before its first sample in this form.
+        for (Circuit* c : {this, other}) {
+            if (c->context->matrixChanged()) {
+                c->analysis->solver->initMatrix();
+                c->context->setMatrixChanged(false);
+                c->form.invalidate();
+            }
+        }
+        if (StateSpaceForm::processTwin(form, inputs, results, other->form, otherInputs, other->results, frames)) return;
+    }
+    Graph::processTwin(otherGraph, inputs, otherInputs, frames);
 }
 
 } // namespace kelm

@@ -25,6 +25,8 @@ public:
     void process(BufferList& inputs, size_t framesPerBuffer) override;
     void process(BufferList& inputs, BufferList& outputs, size_t framesPerBuffer) override;
     void init() override;
+    bool canRunBeside(const Graph& other) const override;
+    void processTwin(Graph& other, BufferList& inputs, BufferList& otherInputs, size_t framesPerBuffer) override;
     void setOutputNames(const std::shared_ptr<std::vector<std::string>>& names);
     void setAnalysis(Analysis* a) { analysis.reset(a); }
     Analysis* getAnalysis() const { return analysis.get(); }

@@ -4,6 +4,10 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "circuit/VoltageInputSource.h"
 #include "circuit/VoltageSource.h"
 
@@ -77,6 +81,77 @@ void runFixed(const StateSpaceForm::Kernel& d, BufferList& inputs, BufferList& o
     for (int k = 0; k < K; ++k) d.w[k] = w[k];
 }
 
+#if defined(__SSE2__)
+// runFixed for two circuits of the same sizes, one per lane: the same operations in
+// the same order for each, over a whole block.
+template <int C, int K, int O>
+void twinFixed(const StateSpaceForm::Kernel& da, BufferList& inputsA, BufferList& outputsA,
+               const StateSpaceForm::Kernel& db, BufferList& inputsB, BufferList& outputsB, size_t n) {
+    constexpr int R = C + O;
+    auto pair = [](double x, double y) { return _mm_set_pd(y, x); };
+    auto split = [](__m128d x, double& l, double& r) {
+        double v[2];
+        _mm_storeu_pd(v, x);
+        l = v[0], r = v[1];
+    };
+    __m128d s[C], v[C], gain[C], feedback[C], hs[R][C], hw[R][K + 1], w[K + 1];
+    const scalar *inA[K + 1], *inB[K + 1];
+    scalar *outA[O], *outB[O];
+    for (int c = 0; c < C; ++c) {
+        s[c] = pair(da.s[c], db.s[c]);
+        v[c] = pair(da.v[c], db.v[c]);
+        gain[c] = pair(da.gain[c], db.gain[c]);
+        feedback[c] = pair(da.feedback[c], db.feedback[c]);
+    }
+    for (int r = 0; r < R; ++r) {
+        for (int c = 0; c < C; ++c) hs[r][c] = pair(da.Hs[r * C + c], db.Hs[r * C + c]);
+        for (int k = 0; k <= K; ++k) hw[r][k] = pair(da.Hw[r * (K + 1) + k], db.Hw[r * (K + 1) + k]);
+    }
+    for (int k = 0; k <= K; ++k) w[k] = _mm_setzero_pd();
+    for (int k = 0; k < K; ++k) {
+        inA[k] = inputsA[k];
+        inB[k] = inputsB[k];
+    }
+    for (int o = 0; o < O; ++o) {
+        outA[o] = outputsA[o];
+        outB[o] = outputsB[o];
+    }
+    for (size_t i = 0; i < n; ++i) {
+        if (i + 1 == n)
+            for (int c = 0; c < C; ++c) split(v[c], da.vUsed[c], db.vUsed[c]);
+        for (int c = 0; c < C; ++c) s[c] = _mm_add_pd(_mm_mul_pd(gain[c], v[c]), _mm_mul_pd(feedback[c], s[c]));
+        for (int k = 0; k < K; ++k) w[k] = pair(inA[k] ? inA[k][i] : 0.0, inB[k] ? inB[k][i] : 0.0);
+        __m128d z[R];
+        for (int r = 0; r < R; ++r) {
+            __m128d sum = hw[r][K];
+            for (int c = 0; c < C; ++c) sum = _mm_add_pd(sum, _mm_mul_pd(hs[r][c], s[c]));
+            for (int k = 0; k < K; ++k) sum = _mm_add_pd(sum, _mm_mul_pd(hw[r][k], w[k]));
+            z[r] = sum;
+        }
+        for (int c = 0; c < C; ++c) v[c] = z[c];
+        for (int o = 0; o < O; ++o) {
+            const __m128 y = _mm_cvtpd_ps(z[C + o]);
+            outA[o][i] = _mm_cvtss_f32(y);
+            outB[o][i] = _mm_cvtss_f32(_mm_shuffle_ps(y, y, 1));
+        }
+    }
+    for (int c = 0; c < C; ++c) {
+        split(s[c], da.s[c], db.s[c]);
+        split(v[c], da.v[c], db.v[c]);
+    }
+    for (int k = 0; k < K; ++k) split(w[k], da.w[k], db.w[k]);
+}
+
+template <int C, int K, int O>
+StateSpaceForm::TwinRun pickTwin(int c, int k, int o) {
+    if (c == C && k == K && o == O) return twinFixed<C, K, O>;
+    if constexpr (O < 2) return pickTwin<C, K, O + 1>(c, k, o);
+    else if constexpr (K < 2) return pickTwin<C, K + 1, 1>(c, k, o);
+    else if constexpr (C < 4) return pickTwin<C + 1, 0, 1>(c, k, o);
+    else return nullptr;
+}
+#endif
+
 template <int C, int K, int O>
 StateSpaceForm::Run pickFixed(int c, int k, int o) {
     if (c == C && k == K && o == O) return runFixed<C, K, O>;
@@ -144,6 +219,11 @@ bool StateSpaceForm::prepare(MNAContext& ctx, int inputs, int outputs) {
     writtenX.assign(n, 0.0f);
     writtenCurrent.assign(C, 0.0f);
     run = pickFixed<1, 0, 1>(C, K, O);
+#if defined(__SSE2__)
+    twinRun = pickTwin<1, 0, 1>(C, K, O);
+#else
+    twinRun = nullptr;
+#endif
     eligible = true;
     return true;
 }
@@ -242,10 +322,7 @@ void StateSpaceForm::writeState(const double* inputs) {
     }
 }
 
-bool StateSpaceForm::process(BufferList& inputs, BufferList& outputs, size_t from, size_t to) {
-    if (!built) build();
-    if (!eligible) return false;
-    if (from >= to) return true;
+void StateSpaceForm::beginBlock() {
     // The inputs' part, per block: the sources may have changed (a DC offset, a battery's voltage).
     std::fill(w.begin(), w.end(), 0.0);
     sourceRhs(w.data(), b0.data());
@@ -264,9 +341,33 @@ bool StateSpaceForm::process(BufferList& inputs, BufferList& outputs, size_t fro
         }
     }
     loadState();
-    run(Kernel{C, K, O, s.data(), v.data(), vUsed.data(), w.data(), gain.data(), feedback.data(), Hs.data(), Hw.data()},
-        inputs, outputs, from, to);
+}
+
+StateSpaceForm::Kernel StateSpaceForm::kernel() {
+    return Kernel{C, K, O, s.data(), v.data(), vUsed.data(), w.data(), gain.data(), feedback.data(), Hs.data(), Hw.data()};
+}
+
+bool StateSpaceForm::process(BufferList& inputs, BufferList& outputs, size_t from, size_t to) {
+    if (!built) build();
+    if (!eligible) return false;
+    if (from >= to) return true;
+    beginBlock();
+    run(kernel(), inputs, outputs, from, to);
     writeState(w.data());
+    return true;
+}
+
+bool StateSpaceForm::processTwin(StateSpaceForm& a, BufferList& inputs, BufferList& outputs, StateSpaceForm& b,
+                                 BufferList& twinInputs, BufferList& twinOutputs, size_t n) {
+    if (&a == &b || n == 0) return false;
+    if (!a.built) a.build();
+    if (!b.built) b.build();
+    if (!a.eligible || !b.eligible || a.C != b.C || a.K != b.K || a.O != b.O || !a.twinRun) return false;
+    a.beginBlock();
+    b.beginBlock();
+    a.twinRun(a.kernel(), inputs, outputs, b.kernel(), twinInputs, twinOutputs, n);
+    a.writeState(a.w.data());
+    b.writeState(b.w.data());
     return true;
 }
 

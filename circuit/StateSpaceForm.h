@@ -31,6 +31,12 @@ public:
     // context's solution as the per-sample path would have left them. False,
     // with nothing done, when A turned out singular (the generic path reports it).
     bool process(BufferList& inputs, BufferList& outputs, size_t from, size_t to);
+    // Runs the circuits of `a` and `b` (twins: the same sizes) over a whole block of n
+    // samples side by side, in the two lanes of a register, with the samples and the
+    // state that process() gives each. False, with nothing run, when the two differ in
+    // size, either cannot run in this form, or the processor lacks the lanes.
+    static bool processTwin(StateSpaceForm& a, BufferList& inputs, BufferList& outputs, StateSpaceForm& b,
+                            BufferList& twinInputs, BufferList& twinOutputs, size_t n);
 
     // What the per-sample loop reads and advances.
     struct Kernel {
@@ -39,9 +45,13 @@ public:
         const double *gain, *feedback, *Hs, *Hw;
     };
     typedef void (*Run)(const Kernel&, BufferList&, BufferList&, size_t, size_t);
+    typedef void (*TwinRun)(const Kernel&, BufferList&, BufferList&, const Kernel&, BufferList&, BufferList&, size_t);
 
 private:
     void build();
+    // The inputs' part of the outputs, taken again each block, and the state.
+    void beginBlock();
+    Kernel kernel();
     void loadState();
     void writeState(const double* inputs);
     // The rhs (dense, in double) that the sources give for the circuit's inputs (volts).
@@ -69,6 +79,7 @@ private:
     std::vector<scalar> u, columnF;          // port amplitudes, a port's column
     std::vector<scalar> writtenX, writtenCurrent;
     Run run = nullptr;
+    TwinRun twinRun = nullptr;  // null where no twin kernel fits the sizes
 };
 
 } // namespace kelm

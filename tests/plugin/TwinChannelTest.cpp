@@ -81,8 +81,9 @@ TEST(PluginTwinChannels, TheChannelsRunSideBySide) {
             std::string a = driver.getGraphs()[step.first]->name(), b = driver.getGraphs()[step.second]->name();
             pairs.insert({std::min(a, b), std::max(a, b)});
         }
-    // The oversampling pair, the tables' stages and the VC filter: where the time goes.
-    for (const char* g : {"G1", "V1", "V2-DSP", "G2"}) EXPECT_EQ(1u, pairs.count({g, std::string(g) + "S"})) << g;
+    // The oversampling pair, the tables' stages, the VC filter and the tone stacks: where
+    // the time goes.
+    for (const char* g : {"G1", "V1", "V2-DSP", "G2", "Baxandall", "Baxandall_pre"}) EXPECT_EQ(1u, pairs.count({g, std::string(g) + "S"})) << g;
     // Each graph runs exactly once per block.
     std::multiset<int> runs;
     for (auto& step : driver.getSchedule()) {
@@ -119,6 +120,18 @@ TEST(PluginTwinChannels, ChannelsThatDifferStillMatchTheirOwnRuns) {
         e.getDriver().getGraph("G2S").getContext()->getElement("1")->propertyChanged("Factor", 2.0f);
     };
     expectSame(render(true, params, 100, factorRight), render(false, params, 100, factorRight), "Factor of one channel");
+    // The tone stacks: a knob of one channel's moved (its matrix changes), in either place.
+    for (float eq : {0.0f, 1.0f}) {
+        auto bassRight = [](KelmEffect& e) {
+            for (const char* g : {"BaxandallS", "Baxandall_preS"})
+                e.getDriver().getGraph(g).getContext()->getElement("Bass")->propertyChanged("Wiper", 0.9f);
+        };
+        auto withEq = params;
+        withEq.push_back({"EQ_Position", eq});
+        withEq.push_back({"Treble", 0.8f});
+        expectSame(render(true, withEq, 100, bassRight), render(false, withEq, 100, bassRight),
+                   "Bass of one channel, EQ_Position " + std::to_string(eq));
+    }
     // Mono bypasses the right channel's graphs: their partners run alone.
     auto mono = [](KelmEffect& e) { e.setParameter(e.parameterIndex("Stereo"), 1.0f); };
     const Render a = render(true, params, 512, mono), b = render(false, params, 512, mono);
