@@ -66,6 +66,10 @@ scalar LookupTableFilter::process(scalar x) { return valueAt(x); }
 void LookupTableFilter::process(const scalar* in, scalar* out, size_t n) {
     if (table->empty()) throw KELMException("LookupTableFilter: " + elementName + " lookup data is not defined.");
     if (!in || !out) return;
+    valuesAt(in, out, n);
+}
+
+void LookupTableFilter::valuesAt(const scalar* in, scalar* out, size_t n) const {
     const scalar* t = table->data();
     const int size = static_cast<int>(table->size());
     size_t i = 0;

@@ -26,6 +26,8 @@ public:
     // The curve at x, as process(scalar) gives it, for callers that look up
     // sample by sample without a virtual call. The table must not be empty.
     scalar valueAt(scalar x) const { return curve(table->data(), static_cast<int>(table->size()), x); }
+    // valueAt for n samples at once, to the bit the same, faster. The table must not be empty.
+    void valuesAt(const scalar* in, scalar* out, size_t n) const;
 
 protected:
     void readProperties(const PropertyMap& p) override;

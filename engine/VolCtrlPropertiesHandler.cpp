@@ -133,8 +133,10 @@ struct VolCtrlPropertiesHandler::Lane {
     size_t prepare(size_t start) {
         const size_t m = n - start < chunk ? n - start : chunk;
         const double a = h.a, e = h.e;
+        alignas(16) scalar rs[chunk];
+        h.plateResistance->valuesAt(in + start, rs, m);
         for (size_t j = 0; j < m; ++j) {
-            const double r = h.plateResistance->valueAt(in[start + j]);
+            const double r = rs[j];
             const double hr = r * a;
             const double u = r * f + p * i;
             vc[j] = hr * e + e * i;
@@ -261,8 +263,11 @@ bool VolCtrlPropertiesHandler::runPerSampleTwin(Filter& filter, const scalar* in
         vc[2 * Lane::chunk];
     for (size_t start = 0; start < n; start += Lane::chunk) {
         const size_t m = n - start < Lane::chunk ? n - start : Lane::chunk;
+        alignas(16) scalar rl[Lane::chunk], rr[Lane::chunk];
+        plateResistance->valuesAt(in + start, rl, m);
+        twin->plateResistance->valuesAt(twinIn + start, rr, m);
         for (size_t j = 0; j < m; ++j) {
-            const D2 r(plateResistance->valueAt(in[start + j]), twin->plateResistance->valueAt(twinIn[start + j]));
+            const D2 r(rl[j], rr[j]);
             const D2 hr = r * ca;
             const D2 u = r * cf + cp * ci;
             const D2 v = hr * ce + ce * ci;
