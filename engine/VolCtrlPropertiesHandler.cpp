@@ -1,5 +1,7 @@
 #include "engine/VolCtrlPropertiesHandler.h"
 
+#include <type_traits>
+
 #include "engine/DSPContext.h"
 #include "engine/InvalidArgumentException.h"
 
@@ -256,6 +258,8 @@ bool VolCtrlPropertiesHandler::runPerSampleTwin(Filter& filter, const scalar* in
     const D2 ca(this->a, twin->a), ce(e, twin->e), cf(a.f, b.f), cp(a.p, b.p), ci(a.i, b.i), one(1.0, 1.0);
     const D2 minusTwo(-2.0, -2.0);
     const D2 factors(static_cast<double>(a.factor), static_cast<double>(b.factor));
+    const bool unit = a.factor == 1.0f && b.factor == 1.0f;
+    const D2 signBit(-0.0, -0.0);
     F2 x1(a.x1, b.x1), x2(a.x2, b.x2), y1(a.y1, b.y1), y2(a.y2, b.y2);
     F2 b0(0.0f, 0.0f), b2(0.0f, 0.0f), a1(0.0f, 0.0f), a2(0.0f, 0.0f);
     const F2 b1(0.0f, 0.0f);  // B1 stays 0
@@ -277,27 +281,34 @@ bool VolCtrlPropertiesHandler::runPerSampleTwin(Filter& filter, const scalar* in
             _mm_store_pd(Pc + 2 * j, (cp + u).v);
             _mm_store_pd(Qc + 2 * j, (cp - u).v);
         }
-        for (size_t j = 0; j < m; ++j) {
-            const D2 g = D2(static_cast<double>(a.yg.valueAt(y1.lane0())), static_cast<double>(b.yg.valueAt(y1.lane1()))) *
-                         factors;
-            const D2 nn = one / (g * D2(_mm_load_pd(Pc + 2 * j)) + D2(_mm_load_pd(D0c + 2 * j)));
-            const D2 B0 = cf * nn;
-            b0 = F2(B0);
-            b2 = F2(D2(_mm_setzero_pd()) - B0);
-            a1 = F2((D2(_mm_load_pd(vc + 2 * j)) - cp * g - one) * minusTwo * nn);
-            a2 = F2((D2(_mm_load_pd(Qc + 2 * j)) * g + D2(_mm_load_pd(D1c + 2 * j))) * nn);
-            const F2 x(in[start + j], twinIn[start + j]);
-            F2 s = b1 * x1 + b0 * x;
-            s = s + b2 * x2;
-            s = s - a1 * y1;
-            s = s - a2 * y2;
-            x2 = x1;
-            x1 = x;
-            y2 = y1;
-            y1 = s;
-            out[start + j] = s.lane0();
-            twinOut[start + j] = s.lane1();
-        }
+        auto steps = [&](auto unitFactor) {
+            for (size_t j = 0; j < m; ++j) {
+                D2 g(static_cast<double>(a.yg.valueAt(y1.lane0())), static_cast<double>(b.yg.valueAt(y1.lane1())));
+                // A product with a factor of 1 is the value itself: one step less in the chain.
+                if (!decltype(unitFactor)::value) g = g * factors;
+                const D2 nn = one / (g * D2(_mm_load_pd(Pc + 2 * j)) + D2(_mm_load_pd(D0c + 2 * j)));
+                const D2 B0 = cf * nn;
+                b0 = F2(B0);
+                b2 = F2(D2(_mm_xor_pd(B0.v, signBit.v)));  // -B0
+                a1 = F2((D2(_mm_load_pd(vc + 2 * j)) - cp * g - one) * minusTwo * nn);
+                a2 = F2((D2(_mm_load_pd(Qc + 2 * j)) * g + D2(_mm_load_pd(D1c + 2 * j))) * nn);
+                const F2 x(in[start + j], twinIn[start + j]);
+                F2 s = b1 * x1 + b0 * x;
+                s = s + b2 * x2;
+                s = s - a1 * y1;
+                s = s - a2 * y2;
+                x2 = x1;
+                x1 = x;
+                y2 = y1;
+                y1 = s;
+                out[start + j] = s.lane0();
+                twinOut[start + j] = s.lane1();
+            }
+        };
+        if (unit)
+            steps(std::true_type());
+        else
+            steps(std::false_type());
         const size_t last = 2 * (m - 1);
         v = vc[last], twin->v = vc[last + 1];
         D0 = D0c[last], twin->D0 = D0c[last + 1];

@@ -238,4 +238,38 @@ TEST(DspVolumeHandler, BlockRunEqualsThePerSampleLoop) {
     // The iteration path continues from the same state.
     auto in = std::make_shared<ScalarVector>(1, 120.0f);
     EXPECT_EQ(slow->iterate(in, 0, 1)[0], fast->iterate(in, 0, 1)[0]);
+
+    // Two handlers run side by side (the two channels, in the lanes of one loop) give what
+    // each gives alone, with different inputs, wipers and factors (1 has a shortcut).
+    for (const char* factor : {"1.0", "1.5"}) {
+        std::vector<std::unique_ptr<BiQuad>> twins, alone;
+        for (int k = 0; k < 4; ++k) {
+            auto f = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}}, 300);
+            setUp(*f);
+            f->propertyChanged("Wiper", k % 2 ? 0.7f : 0.35f);
+            f->getPropertiesHandler()->propertiesChanged(
+                std::make_shared<PropertyMap>(PropertyMap{{"Factor", k % 2 ? "1.0" : factor}}));
+            (k < 2 ? twins : alone).push_back(std::move(f));
+        }
+        std::vector<float> x2(x.size());
+        for (size_t i = 0; i < x.size(); ++i) x2[i] = 90 + 50 * std::sin(0.0041f * i + 1);
+        std::vector<float> yTwin(300), yAlone(300);
+        for (size_t at = 0; at < x.size();) {
+            const size_t m = std::min<size_t>(sizes(rng), x.size() - at);
+            BufferList a = {x.data() + at}, b = {x2.data() + at};
+            twins[0]->processTwin(*twins[1], a, b, m);
+            for (int k = 0; k < 2; ++k) {
+                BufferList input = {(k ? x2 : x).data() + at}, output = {yAlone.data()};
+                alone[k]->process(input, output, m);
+                ASSERT_EQ(0, std::memcmp(yAlone.data(), twins[k]->getOutput(0), m * sizeof(float)))
+                    << "Factor " << factor << ", channel " << k << ", block at " << at;
+            }
+            at += m;
+        }
+        for (int k = 0; k < 2; ++k) {
+            EXPECT_EQ(alone[k]->coefficientA(1), twins[k]->coefficientA(1));
+            EXPECT_EQ(alone[k]->coefficientB(0), twins[k]->coefficientB(0));
+            EXPECT_EQ(alone[k]->iterate(in, 0, 1)[0], twins[k]->iterate(in, 0, 1)[0]);
+        }
+    }
 }
