@@ -254,7 +254,9 @@ void cascade(FixedOrderIIR<2>* const* stages, IirResampler::SectionHistory* hist
 
 #if defined(__SSE2__)
 // The sections of two cascades (the two channels), lane by lane in one register: the
-// same operations in the same order as Section::step for each.
+// same operations in the same order as Section::step for each. Written with the
+// intrinsics themselves: with TwoLanes and biquadStep the same loop ran 5 to 10 % slower
+// (GCC 12 kept part of the state in memory).
 struct TwinSection {
     __m128d b0, b1, b2, a1, a2, x1, x2, y1, y2;
 

@@ -2,12 +2,11 @@
 
 #include <type_traits>
 
+#include "dsp/BiQuadState.h"
+#include "dsp/TwoLanes.h"
 #include "engine/DSPContext.h"
 #include "engine/InvalidArgumentException.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace kelm {
 
@@ -102,7 +101,7 @@ struct VolCtrlPropertiesHandler::Lane {
     const LookupTableFilter& yg;
     const double f, p;
     const scalar factor;
-    scalar x1, x2, y1, y2;
+    BiQuadState<scalar> state;
     const scalar lastOutput;
     scalar b0 = 0, b2 = 0, a1 = 0, a2 = 0;
     double Pc[chunk], Qc[chunk], D0c[chunk], D1c[chunk], vc[chunk];
@@ -118,11 +117,8 @@ struct VolCtrlPropertiesHandler::Lane {
           f(handler.f),
           p(handler.p),
           factor(handler.factor),
-          x1(biquad.pastInputs()[0]),
-          x2(biquad.pastInputs()[1]),
-          y1(biquad.pastOutputs()[0]),
-          y2(biquad.pastOutputs()[1]),
-          lastOutput(y1) {}
+          state{biquad.pastInputs()[0], biquad.pastInputs()[1], biquad.pastOutputs()[0], biquad.pastOutputs()[1]},
+          lastOutput(state.y1) {}
 
     // The terms that stay for the whole block, as updateForSample works them out.
     static double begin(VolCtrlPropertiesHandler& h) {
@@ -152,23 +148,14 @@ struct VolCtrlPropertiesHandler::Lane {
 
     void step(size_t start, size_t j) {
         constexpr scalar b1 = 0.0f;  // B1 stays 0
-        const double g = static_cast<double>(yg.valueAt(y1)) * factor;
+        const double g = static_cast<double>(yg.valueAt(state.y1)) * factor;
         const double nn = 1 / (g * Pc[j] + D0c[j]);
         const double B0 = f * nn;
         b0 = static_cast<scalar>(B0);
         b2 = static_cast<scalar>(-B0);
         a1 = static_cast<scalar>((vc[j] - p * g - 1) * -2 * nn);
         a2 = static_cast<scalar>((Qc[j] * g + D1c[j]) * nn);
-        const scalar x = in[start + j];
-        scalar s = b1 * x1 + b0 * x;
-        s = s + b2 * x2;
-        s = s - a1 * y1;
-        s = s - a2 * y2;
-        x2 = x1;
-        x1 = x;
-        y2 = y1;
-        y1 = s;
-        out[start + j] = s;
+        out[start + j] = state.step(b0, b1, b2, a1, a2, in[start + j]);
     }
 
     void endChunk(size_t m) {
@@ -181,7 +168,7 @@ struct VolCtrlPropertiesHandler::Lane {
 
     // Leaves the state that the last updateForSample and step would have left.
     void finish() {
-        const scalar xs[2] = {x1, x2}, ys[2] = {y1, y2};
+        const scalar xs[2] = {state.x1, state.x2}, ys[2] = {state.y1, state.y2};
         biquad.setHistory(xs, ys);
         (*h.A)[0] = a1;
         (*h.A)[1] = a2;
@@ -215,30 +202,8 @@ bool VolCtrlPropertiesHandler::runPerSample(Filter& filter, const scalar* in, sc
 
 #if defined(__SSE2__)
 namespace {
-
-// Two doubles per register, one per channel; the same IEEE operations as the scalar code.
-struct D2 {
-    __m128d v;
-    D2(__m128d x) : v(x) {}
-    D2(double a, double b) : v(_mm_set_pd(b, a)) {}
-    friend D2 operator+(D2 x, D2 y) { return _mm_add_pd(x.v, y.v); }
-    friend D2 operator-(D2 x, D2 y) { return _mm_sub_pd(x.v, y.v); }
-    friend D2 operator*(D2 x, D2 y) { return _mm_mul_pd(x.v, y.v); }
-    friend D2 operator/(D2 x, D2 y) { return _mm_div_pd(x.v, y.v); }
-};
-// Two floats in the low lanes.
-struct F2 {
-    __m128 v;
-    F2(__m128 x) : v(x) {}
-    F2(float a, float b) : v(_mm_set_ps(0.0f, 0.0f, b, a)) {}
-    explicit F2(D2 x) : v(_mm_cvtpd_ps(x.v)) {}
-    friend F2 operator+(F2 x, F2 y) { return _mm_add_ps(x.v, y.v); }
-    friend F2 operator-(F2 x, F2 y) { return _mm_sub_ps(x.v, y.v); }
-    friend F2 operator*(F2 x, F2 y) { return _mm_mul_ps(x.v, y.v); }
-    float lane0() const { return _mm_cvtss_f32(v); }
-    float lane1() const { return _mm_cvtss_f32(_mm_shuffle_ps(v, v, 1)); }
-};
-
+typedef TwoLanes<double> D2;
+typedef TwoLanes<float> F2;
 } // namespace
 #endif
 
@@ -259,8 +224,8 @@ bool VolCtrlPropertiesHandler::runPerSampleTwin(Filter& filter, const scalar* in
     const D2 minusTwo(-2.0, -2.0);
     const D2 factors(static_cast<double>(a.factor), static_cast<double>(b.factor));
     const bool unit = a.factor == 1.0f && b.factor == 1.0f;
-    const D2 signBit(-0.0, -0.0);
-    F2 x1(a.x1, b.x1), x2(a.x2, b.x2), y1(a.y1, b.y1), y2(a.y2, b.y2);
+    BiQuadState<F2> state{F2(a.state.x1, b.state.x1), F2(a.state.x2, b.state.x2), F2(a.state.y1, b.state.y1),
+                          F2(a.state.y2, b.state.y2)};
     F2 b0(0.0f, 0.0f), b2(0.0f, 0.0f), a1(0.0f, 0.0f), a2(0.0f, 0.0f);
     const F2 b1(0.0f, 0.0f);  // B1 stays 0
     alignas(16) double Pc[2 * Lane::chunk], Qc[2 * Lane::chunk], D0c[2 * Lane::chunk], D1c[2 * Lane::chunk],
@@ -275,32 +240,25 @@ bool VolCtrlPropertiesHandler::runPerSampleTwin(Filter& filter, const scalar* in
             const D2 hr = r * ca;
             const D2 u = r * cf + cp * ci;
             const D2 v = hr * ce + ce * ci;
-            _mm_store_pd(vc + 2 * j, v.v);
-            _mm_store_pd(D0c + 2 * j, (ci + v + ce + cf + hr + one).v);
-            _mm_store_pd(D1c + 2 * j, (((v - ci) - ce - cf - hr) + one).v);
-            _mm_store_pd(Pc + 2 * j, (cp + u).v);
-            _mm_store_pd(Qc + 2 * j, (cp - u).v);
+            v.store(vc + 2 * j);
+            (ci + v + ce + cf + hr + one).store(D0c + 2 * j);
+            (((v - ci) - ce - cf - hr) + one).store(D1c + 2 * j);
+            (cp + u).store(Pc + 2 * j);
+            (cp - u).store(Qc + 2 * j);
         }
         auto steps = [&](auto unitFactor) {
             for (size_t j = 0; j < m; ++j) {
-                D2 g(static_cast<double>(a.yg.valueAt(y1.lane0())), static_cast<double>(b.yg.valueAt(y1.lane1())));
+                D2 g(static_cast<double>(a.yg.valueAt(state.y1.lane0())),
+                     static_cast<double>(b.yg.valueAt(state.y1.lane1())));
                 // A product with a factor of 1 is the value itself: one step less in the chain.
                 if (!decltype(unitFactor)::value) g = g * factors;
-                const D2 nn = one / (g * D2(_mm_load_pd(Pc + 2 * j)) + D2(_mm_load_pd(D0c + 2 * j)));
+                const D2 nn = one / (g * D2::load(Pc + 2 * j) + D2::load(D0c + 2 * j));
                 const D2 B0 = cf * nn;
                 b0 = F2(B0);
-                b2 = F2(D2(_mm_xor_pd(B0.v, signBit.v)));  // -B0
-                a1 = F2((D2(_mm_load_pd(vc + 2 * j)) - cp * g - one) * minusTwo * nn);
-                a2 = F2((D2(_mm_load_pd(Qc + 2 * j)) * g + D2(_mm_load_pd(D1c + 2 * j))) * nn);
-                const F2 x(in[start + j], twinIn[start + j]);
-                F2 s = b1 * x1 + b0 * x;
-                s = s + b2 * x2;
-                s = s - a1 * y1;
-                s = s - a2 * y2;
-                x2 = x1;
-                x1 = x;
-                y2 = y1;
-                y1 = s;
+                b2 = F2(-B0);
+                a1 = F2((D2::load(vc + 2 * j) - cp * g - one) * minusTwo * nn);
+                a2 = F2((D2::load(Qc + 2 * j) * g + D2::load(D1c + 2 * j)) * nn);
+                const F2 s = state.step(b0, b1, b2, a1, a2, F2(in[start + j], twinIn[start + j]));
                 out[start + j] = s.lane0();
                 twinOut[start + j] = s.lane1();
             }
@@ -316,10 +274,8 @@ bool VolCtrlPropertiesHandler::runPerSampleTwin(Filter& filter, const scalar* in
         P = Pc[last], twin->P = Pc[last + 1];
         Q = Qc[last], twin->Q = Qc[last + 1];
     }
-    a.x1 = x1.lane0(), b.x1 = x1.lane1();
-    a.x2 = x2.lane0(), b.x2 = x2.lane1();
-    a.y1 = y1.lane0(), b.y1 = y1.lane1();
-    a.y2 = y2.lane0(), b.y2 = y2.lane1();
+    a.state = {state.x1.lane0(), state.x2.lane0(), state.y1.lane0(), state.y2.lane0()};
+    b.state = {state.x1.lane1(), state.x2.lane1(), state.y1.lane1(), state.y2.lane1()};
     a.b0 = b0.lane0(), b.b0 = b0.lane1();
     a.b2 = b2.lane0(), b.b2 = b2.lane1();
     a.a1 = a1.lane0(), b.a1 = a1.lane1();
