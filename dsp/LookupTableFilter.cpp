@@ -80,29 +80,25 @@ void LookupTableFilter::valuesAt(const scalar* in, scalar* out, size_t n) const 
     if (size >= 2) {
         const __m128 vmin = _mm_set1_ps(vinMin), inverse = _mm_set1_ps(inverseDeltaV), step = _mm_set1_ps(deltaV);
         const __m128 below = _mm_set1_ps(flatBelow), above = _mm_set1_ps(flatAbove);
-        const __m128 lo = _mm_set1_ps(-1.0f), hi = _mm_set1_ps(static_cast<scalar>(size));
         const __m128 firstValue = _mm_set1_ps(t[0]), lastValue = _mm_set1_ps(t[size - 1]);
-        const __m128i zero = _mm_setzero_si128(), top = _mm_set1_epi32(size - 1);
+        const __m128 all = _mm_castsi128_ps(_mm_set1_epi32(-1));
+        const __m128i zero = _mm_setzero_si128();
         for (; i + 4 <= n; i += 4) {
             const __m128 d = _mm_sub_ps(_mm_loadu_ps(in + i), vmin);
             const __m128 position = _mm_mul_ps(inverse, d);
-            // The cases of curve() in its order; each lane falls into exactly one of first,
-            // last and interpolated.
-            const __m128 flatLow = _mm_cmpnge_ps(position, below);  // NaN too
-            const __m128 flatHigh = _mm_andnot_ps(flatLow, _mm_cmpge_ps(position, above));
-            const __m128 rest = _mm_andnot_ps(_mm_or_ps(flatLow, flatHigh), _mm_castsi128_ps(_mm_set1_epi32(-1)));
-            const __m128 underGrid = _mm_and_ps(rest, _mm_cmpngt_ps(position, lo));
-            const __m128 overGrid = _mm_andnot_ps(underGrid, _mm_and_ps(rest, _mm_cmpnlt_ps(position, hi)));
-            const __m128 onGrid = _mm_andnot_ps(_mm_or_ps(underGrid, overGrid), rest);
-            const __m128i cell = _mm_and_si128(_mm_cvttps_epi32(position), _mm_castps_si128(onGrid));
-            const __m128 atStart = _mm_andnot_ps(_mm_castsi128_ps(_mm_cmpgt_epi32(cell, zero)), onGrid);
-            const __m128 atEnd = _mm_andnot_ps(_mm_castsi128_ps(_mm_cmplt_epi32(cell, top)), onGrid);
-            const __m128 inside = _mm_andnot_ps(_mm_or_ps(atStart, atEnd), onGrid);
-            const __m128 first = _mm_or_ps(_mm_or_ps(flatLow, underGrid), atStart);
-            const __m128 last = _mm_or_ps(_mm_or_ps(flatHigh, overGrid), atEnd);
+            // The cases of curve() in its order. Below the flat start (NaN too) the first
+            // entry, from the flat end on the last. Between the two the position lies in
+            // [0, size - 1), since the flat start is at least 0 and the flat end at most
+            // size - 1, so that the grid's own clamps never apply there; cell 0 still
+            // gives the first entry.
+            const __m128 low = _mm_cmpnge_ps(position, below);
+            const __m128 high = _mm_andnot_ps(low, _mm_cmpge_ps(position, above));
+            const __m128 rest = _mm_andnot_ps(_mm_or_ps(low, high), all);
+            const __m128i cell = _mm_and_si128(_mm_cvttps_epi32(position), _mm_castps_si128(rest));
+            const __m128 inside = _mm_castsi128_ps(_mm_cmpgt_epi32(cell, zero));
             // Cells of the lanes that interpolate; 0 elsewhere, which is a valid cell.
             alignas(16) int k[4];
-            _mm_store_si128(reinterpret_cast<__m128i*>(k), _mm_and_si128(cell, _mm_castps_si128(inside)));
+            _mm_store_si128(reinterpret_cast<__m128i*>(k), cell);
             // Each cell's two entries in one 8-byte load, then sorted into y0 and y1.
             auto entries = [t](int c) { return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(t + c))); };
             const __m128 cells01 = _mm_unpacklo_ps(entries(k[0]), entries(k[1]));
@@ -113,9 +109,8 @@ void LookupTableFilter::valuesAt(const scalar* in, scalar* out, size_t n) const 
             const __m128 line = _mm_add_ps(y0, _mm_mul_ps(_mm_mul_ps(_mm_sub_ps(y1, y0), offset), inverse));
             const __m128 same = _mm_cmpeq_ps(y0, y1);
             const __m128 between = _mm_or_ps(_mm_and_ps(same, y0), _mm_andnot_ps(same, line));
-            const __m128 result = _mm_or_ps(_mm_or_ps(_mm_and_ps(first, firstValue), _mm_and_ps(last, lastValue)),
-                                            _mm_and_ps(inside, between));
-            _mm_storeu_ps(out + i, result);
+            const __m128 flat = _mm_or_ps(_mm_and_ps(high, lastValue), _mm_andnot_ps(high, firstValue));
+            _mm_storeu_ps(out + i, _mm_or_ps(_mm_and_ps(inside, between), _mm_andnot_ps(inside, flat)));
         }
     }
 #endif

@@ -164,13 +164,15 @@ TEST(DspLookupTableFilter, BlockPathGivesTheSamplesOfTheCurve) {
     const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
     std::vector<float> x = {nan, inf, -inf, 1e30f, -1e30f, -8.0f, -7.998f, -0.0f, 0.0f, 9.998f, 10.0f, 10.5f};
     for (int i = 0; i < 4001; ++i) x.push_back(-9.0f + 0.00503f * i);
-    for (const char* shape : {"flat ends", "steps", "smooth"}) {
+    for (const char* shape : {"flat ends", "steps", "smooth", "constant", "rising from the first cell"}) {
         const int n = 9001;
         auto table = std::make_shared<ScalarVector>(n);
         for (int i = 0; i < n; ++i) {
             const float v = -8.0f + 0.002f * i;
             (*table)[i] = shape[0] == 'f'   ? std::min(std::max(v, -2.0f), 3.0f)
                           : shape[0] == 's' ? static_cast<float>(i / 7)
+                          : shape[0] == 'c' ? 4.5f
+                          : shape[0] == 'r' ? v * v * v
                                             : std::sin(v) * 100.0f;
         }
         auto f = make<LookupTableFilter>({{"VinMin", "-8"}, {"VinMax", "10"}, {"DeltaV", "0.002"}}, 8192);
