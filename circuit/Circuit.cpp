@@ -6,6 +6,7 @@
 
 #include "engine/Str.h"
 #include "solvers/LinearSolver.h"
+#include "solvers/NewtonSolver.h"
 
 namespace kelm {
 
@@ -127,10 +128,8 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
     // it in nextSample, and no copy is needed between the samples.
     DenseVector& state = context->solution();
     Solver& solver = *analysis->solver;
-    const bool ac = context->getAnalysisType() == 1;
     const int* outputIndex = context->outputIndex().data();
     const int outputCount = std::min<int>(numberOfOutputs, static_cast<int>(context->outputIndex().size()));
-    scalar* in = inputValues ? inputValues->data() : nullptr;
     for (size_t i = 0; i < frames; ++i) {
         // The rest of the block in state-space form, once every capacitor has taken its first step.
         if (stateSpaceEnabled && form.ready()) {
@@ -141,26 +140,41 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
             }
             if (form.process(inputs, outputs, i, frames)) break;
         }
-        for (int j = 0; j < numberOfInputs; ++j) in[j] = inputs[j] ? inputs[j][i] : 0.0f;
-        if (ac) context->notifyNextSample();
-        if (context->matrixChanged()) {
-            if (context->onlySignalStampsChanged())
-                solver.restamp();
-            else
-                solver.initMatrix();
-            context->setMatrixChanged(false);
-            form.invalidate();
-        }
+        beginSample(inputs, i);
         solver.solve(state);
         for (int k = 0; k < outputCount; ++k) outputs[k][i] = state[outputIndex[k]];
     }
 }
 
+void Circuit::beginSample(BufferList& inputs, size_t i) {
+    scalar* in = inputValues ? inputValues->data() : nullptr;
+    for (int j = 0; j < numberOfInputs; ++j) in[j] = inputs[j] ? inputs[j][i] : 0.0f;
+    if (context->getAnalysisType() == 1) context->notifyNextSample();
+    if (context->matrixChanged()) {
+        Solver& solver = *analysis->solver;
+        if (context->onlySignalStampsChanged())
+            solver.restamp();
+        else
+            solver.initMatrix();
+        context->setMatrixChanged(false);
+        form.invalidate();
+    }
+}
+
+NewtonSolver* Circuit::smallNewton() const {
+    NewtonSolver* newton = analysis ? dynamic_cast<NewtonSolver*>(analysis->solver.get()) : nullptr;
+    return newton && newton->specialised() && !form.applies() ? newton : nullptr;
+}
+
 bool Circuit::canRunBeside(const Graph& otherGraph) const {
-    // Only circuits that run as state-space systems have a loop to share.
+    // Circuits that run as state-space systems share the loop over the samples; those
+    // solved by Newton's method on a small system interleave their iterations.
     const Circuit* other = dynamic_cast<const Circuit*>(&otherGraph);
     if (!other || other == this || !initialized || !other->initialized) return false;
-    if (!runsAsStateSpace() || !other->runsAsStateSpace()) return false;
+    const bool stateSpace = runsAsStateSpace() && other->runsAsStateSpace();
+    const NewtonSolver* newton = smallNewton();
+    const NewtonSolver* twinNewton = other->smallNewton();
+    if (!stateSpace && !(newton && twinNewton && newton->canSolveBeside(*twinNewton))) return false;
     if (numberOfInputs != other->numberOfInputs || numberOfOutputs != other->numberOfOutputs) return false;
     const auto& mine = context->getComponents();
     const auto& theirs = other->context->getComponents();
@@ -191,6 +205,29 @@ void Circuit::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& oth
             }
         }
         if (StateSpaceForm::processTwin(form, inputs, results, other->form, otherInputs, other->results, frames)) return;
+    }
+    NewtonSolver* newton = plain ? smallNewton() : nullptr;
+    NewtonSolver* twinNewton = newton ? other->smallNewton() : nullptr;
+    if (twinNewton && newton->canSolveBeside(*twinNewton)) {
+        // Sample by sample as process() runs them, each circuit's steps in turn, and the
+        // two Newton solves interleaved.
+        DenseVector& state = context->solution();
+        DenseVector& twinState = other->context->solution();
+        const int count = std::min<int>(numberOfOutputs, static_cast<int>(context->outputIndex().size()));
+        const int twinCount =
+            std::min<int>(other->numberOfOutputs, static_cast<int>(other->context->outputIndex().size()));
+        for (size_t i = 0; i < frames; ++i) {
+            beginSample(inputs, i);
+            other->beginSample(otherInputs, i);
+            // A change of the matrix may have changed what the solvers can do.
+            if (!newton->solveTwin(state, *twinNewton, twinState)) {
+                newton->solve(state);
+                twinNewton->solve(twinState);
+            }
+            for (int k = 0; k < count; ++k) results[k][i] = state[context->outputIndex()[k]];
+            for (int k = 0; k < twinCount; ++k) other->results[k][i] = twinState[other->context->outputIndex()[k]];
+        }
+        return;
     }
     Graph::processTwin(otherGraph, inputs, otherInputs, frames);
 }

@@ -11,6 +11,8 @@
 
 namespace kelm {
 
+class NewtonSolver;
+
 // A Graph that runs a network of components sample by sample: inputs into
 // voltage sources, components with memory advance, the solver produces x,
 // output node voltages (volts) are read out.
@@ -38,6 +40,11 @@ public:
     bool runsAsStateSpace() const { return stateSpaceEnabled && form.applies(); }
 
 private:
+    // What process() does before the solve of sample i: the inputs, the components'
+    // step to the next sample, a changed matrix.
+    void beginSample(BufferList& inputs, size_t i);
+    // The solver when it is Newton's on a small system (and no state-space form runs).
+    NewtonSolver* smallNewton() const;
     void doBypass(BufferList& inputs, BufferList& outputs, size_t frames);
     void freeResults();
 

@@ -84,14 +84,15 @@ void NewtonSolver::initMatrix() {
     pivots.assign(n, 0);
     m = context->fixedMarker() + 1 + n;
     fast = nullptr;
+    fastTwin = nullptr;
     if (context->rhsSplits()) {
         switch (n) {
-        case 1: fast = pickSmall<1>(m); break;
-        case 2: fast = pickSmall<2>(m); break;
-        case 3: fast = pickSmall<3>(m); break;
-        case 4: fast = pickSmall<4>(m); break;
-        case 5: fast = pickSmall<5>(m); break;
-        case 6: fast = pickSmall<6>(m); break;
+        case 1: fast = pickSmall<1>(m), fastTwin = pickSmallTwin<1>(m); break;
+        case 2: fast = pickSmall<2>(m), fastTwin = pickSmallTwin<2>(m); break;
+        case 3: fast = pickSmall<3>(m), fastTwin = pickSmallTwin<3>(m); break;
+        case 4: fast = pickSmall<4>(m), fastTwin = pickSmallTwin<4>(m); break;
+        case 5: fast = pickSmall<5>(m), fastTwin = pickSmallTwin<5>(m); break;
+        case 6: fast = pickSmall<6>(m), fastTwin = pickSmallTwin<6>(m); break;
         default: break;
         }
     }
@@ -106,6 +107,20 @@ void NewtonSolver::restamp() {
     }
     context->restampSignalDependent();
     std::copy(context->matrix().data(), context->matrix().data() + A.size(), A.data());
+}
+
+template <int N>
+NewtonSolver::TwinSolve NewtonSolver::pickSmallTwin(int m) {
+    switch (m) {
+    case 1: return &NewtonSolver::solveSmallTwin<N, 1>;
+    case 2: if constexpr (N >= 2) return &NewtonSolver::solveSmallTwin<N, 2>; break;
+    case 3: if constexpr (N >= 3) return &NewtonSolver::solveSmallTwin<N, 3>; break;
+    case 4: if constexpr (N >= 4) return &NewtonSolver::solveSmallTwin<N, 4>; break;
+    case 5: if constexpr (N >= 5) return &NewtonSolver::solveSmallTwin<N, 5>; break;
+    case 6: if constexpr (N >= 6) return &NewtonSolver::solveSmallTwin<N, 6>; break;
+    default: break;
+    }
+    return nullptr;
 }
 
 template <int N>
@@ -134,56 +149,66 @@ void NewtonSolver::predict(DenseVector& x) {
     std::copy(x.data(), x.data() + n, xm1.data());
 }
 
+// One solve of a small system with the sizes known to the compiler, cut into the
+// steps of an iteration so that two solves can run interleaved (solveSmallTwin).
 template <int N, int M>
-bool NewtonSolver::solveSmall(DenseVector& x) {
-    float* __restrict X = x0.data();
-    float* __restrict xs = x.data();
-    KELM_UNROLL
-    for (int i = 0; i < N; ++i) X[i] = xs[i];
-    if (accelerate) {
-        // predict(), with the sizes known.
-        float* __restrict m1 = xm1.data();
-        float* __restrict m2 = xm2.data();
-        float* __restrict pr = predicted.data();
-        const float ecf = errorCorrectionFactor;
-        if (extrapolationOrder == 1) {
-            KELM_UNROLL
-            for (int i = 0; i < M; ++i) X[i] = 2 * xs[i] - m1[i] + ecf * (xs[i] - pr[i]);
-        } else {
-            KELM_UNROLL
-            for (int i = 0; i < M; ++i) X[i] = 2.5f * xs[i] - 2 * m1[i] + 0.5f * m2[i] + ecf * (xs[i] - pr[i]);
-            KELM_UNROLL
-            for (int i = 0; i < N; ++i) m2[i] = m1[i];
-        }
-        KELM_UNROLL
-        for (int i = 0; i < N; ++i) pr[i] = X[i];
-        KELM_UNROLL
-        for (int i = 0; i < N; ++i) m1[i] = xs[i];
-    }
+struct NewtonSolver::SmallRun {
+    NewtonSolver& s;
+    float* __restrict X;
+    float* __restrict xs;
     float F0[N], F[N], B[N], D[N], J[N * N];
     int piv[M];
-    KELM_UNROLL
-    for (int i = 0; i < N; ++i) D[i] = 0.0f;
-    // Sources and capacitor memory do not change within the sample.
-    context->computeConstantRhs(X, F0);
-    const float* __restrict a = A.data();
-    // The residual A x - f cancels terms of the order of the supply (a plate
-    // conductance times some hundred volts) down to the currents that are left
-    // unbalanced, and the correction then adds millivolts to hundred-volt
-    // unknowns. Both in float leave a rounding noise that the prediction of the
-    // next start feeds back and the following stages amplify: -48 dBFS of hiss
-    // at full gain on silence. So the unknowns are carried in double within the
-    // sample and the residual is summed in double; the Jacobian and its
-    // factorisation only steer the iteration and stay in float.
     double Xd[N], Bd[M];
-    KELM_UNROLL
-    for (int i = 0; i < N; ++i) Xd[i] = X[i];
     int k = 0;
-    while (k < maxIter) {
+    bool done = false;
+
+    SmallRun(NewtonSolver& solver, DenseVector& x) : s(solver), X(solver.x0.data()), xs(x.data()) {
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) X[i] = xs[i];
+        if (s.accelerate) {
+            // predict(), with the sizes known.
+            float* __restrict m1 = s.xm1.data();
+            float* __restrict m2 = s.xm2.data();
+            float* __restrict pr = s.predicted.data();
+            const float ecf = s.errorCorrectionFactor;
+            if (s.extrapolationOrder == 1) {
+                KELM_UNROLL
+                for (int i = 0; i < M; ++i) X[i] = 2 * xs[i] - m1[i] + ecf * (xs[i] - pr[i]);
+            } else {
+                KELM_UNROLL
+                for (int i = 0; i < M; ++i) X[i] = 2.5f * xs[i] - 2 * m1[i] + 0.5f * m2[i] + ecf * (xs[i] - pr[i]);
+                KELM_UNROLL
+                for (int i = 0; i < N; ++i) m2[i] = m1[i];
+            }
+            KELM_UNROLL
+            for (int i = 0; i < N; ++i) pr[i] = X[i];
+            KELM_UNROLL
+            for (int i = 0; i < N; ++i) m1[i] = xs[i];
+        }
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) D[i] = 0.0f;
+        // Sources and capacitor memory do not change within the sample.
+        s.context->computeConstantRhs(X, F0);
+        // The residual A x - f cancels terms of the order of the supply (a plate
+        // conductance times some hundred volts) down to the currents that are left
+        // unbalanced, and the correction then adds millivolts to hundred-volt
+        // unknowns. Both in float leave a rounding noise that the prediction of the
+        // next start feeds back and the following stages amplify: -48 dBFS of hiss
+        // at full gain on silence. So the unknowns are carried in double within the
+        // sample and the residual is summed in double; the Jacobian and its
+        // factorisation only steer the iteration and stay in float.
+        KELM_UNROLL
+        for (int i = 0; i < N; ++i) Xd[i] = X[i];
+        done = s.maxIter < 1;
+    }
+
+    // The residual and the Jacobian at the current unknowns: the components' part.
+    void evaluate() {
         ++k;
+        const float* __restrict a = s.A.data();
         KELM_UNROLL
         for (int i = 0; i < N; ++i) F[i] = F0[i];
-        context->addVaryingRhs(X, F);
+        s.context->addVaryingRhs(X, F);
         // Residual A x - f. The rows of fixed nodes in A are unit rows: their
         // product is x itself.
         KELM_UNROLL
@@ -204,7 +229,12 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
             KELM_UNROLL
             for (int i = 0; i < M; ++i) J[j * N + i] = a[j * N + i];
         }
-        context->addJacobianStamps(X, J);
+        s.context->addJacobianStamps(X, J);
+    }
+
+    // The Newton step from the residual and the Jacobian; done once it has converged or
+    // the iterations are used up.
+    void step() {
         // Forced unknowns move in one step; their columns leave the system.
         KELM_UNROLL
         for (int i = M; i < N; ++i) {
@@ -262,28 +292,70 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
             KELM_UNROLL
             for (int j = 0; j < c; ++j) D[j] -= dc * J[c * N + j];
         }
-        const float step = -relaxation;
+        const float stepSize = -s.relaxation;
         KELM_UNROLL
         for (int i = 0; i < N; ++i) {
-            Xd[i] += step * D[i];
+            Xd[i] += stepSize * D[i];
             X[i] = static_cast<float>(Xd[i]);
         }
-        float worst = std::fabs(D[0]) - relativeTollerance * std::fabs(X[0]);
+        const float tolerance = s.relativeTollerance;
+        float worst = std::fabs(D[0]) - tolerance * std::fabs(X[0]);
         KELM_UNROLL
         for (int i = 1; i < N; ++i) {
-            const float e = std::fabs(D[i]) - relativeTollerance * std::fabs(X[i]);
+            const float e = std::fabs(D[i]) - tolerance * std::fabs(X[i]);
             if (e > worst) worst = e;
         }
-        if (!(worst > 0)) break;
+        done = !(worst > 0) || k >= s.maxIter;
     }
-    if (accelerate) {
+
+    bool finish() {
+        if (s.accelerate) {
+            float* __restrict previous = s.previous.data();
+            KELM_UNROLL
+            for (int i = 0; i < N; ++i) previous[i] = X[i];
+        }
         KELM_UNROLL
-        for (int i = 0; i < N; ++i) previous[i] = X[i];
+        for (int i = 0; i < N; ++i) xs[i] = X[i];
+        s.count(k);
+        return k < s.maxIter;
     }
-    KELM_UNROLL
-    for (int i = 0; i < N; ++i) xs[i] = X[i];
-    count(k);
-    return k < maxIter;
+};
+
+template <int N, int M>
+bool NewtonSolver::solveSmall(DenseVector& x) {
+    SmallRun<N, M> run(*this, x);
+    while (!run.done) {
+        run.evaluate();
+        run.step();
+    }
+    return run.finish();
+}
+
+template <int N, int M>
+void NewtonSolver::solveSmallTwin(NewtonSolver& a, DenseVector& xa, NewtonSolver& b, DenseVector& xb) {
+    // Each Newton step is a chain (components, residual, factorisation, substitution)
+    // that waits on the step before; the two circuits' chains are independent, so the
+    // processor overlaps them. Each runs its own number of iterations.
+    SmallRun<N, M> one(a, xa), two(b, xb);
+    while (!one.done || !two.done) {
+        if (!one.done) one.evaluate();
+        if (!two.done) two.evaluate();
+        if (!one.done) one.step();
+        if (!two.done) two.step();
+    }
+    one.finish();
+    two.finish();
+}
+
+bool NewtonSolver::canSolveBeside(const NewtonSolver& twin) const {
+    return &twin != this && initialized && twin.initialized && specialised() && twin.specialised() && n == twin.n &&
+           m == twin.m && fastTwin != nullptr;
+}
+
+bool NewtonSolver::solveTwin(DenseVector& x, NewtonSolver& twin, DenseVector& twinX) {
+    if (!canSolveBeside(twin)) return false;
+    fastTwin(*this, x, twin, twinX);
+    return true;
 }
 
 void NewtonSolver::reducedSolve(DenseMatrix& J) {

@@ -30,9 +30,23 @@ public:
     void useGeneralPath(bool on) { generalOnly = on; }
     // Whether the last solve took the specialised path.
     bool specialised() const { return fast != nullptr && !generalOnly && fixedPointSteps == 0 && !diagonal; }
+    // Whether `twin` (the solver of a circuit built alike) can solve beside this one.
+    bool canSolveBeside(const NewtonSolver& twin) const;
+    // Solves this solver's circuit and twin's for one sample each, their iterations
+    // interleaved so that the two independent chains overlap in the processor: the same
+    // results, iteration counts and state as solve() on each. False, with nothing done,
+    // when the two cannot run this way.
+    bool solveTwin(DenseVector& x, NewtonSolver& twin, DenseVector& twinX);
 
 private:
     typedef bool (NewtonSolver::*SmallSolve)(DenseVector& x);
+    typedef void (*TwinSolve)(NewtonSolver& a, DenseVector& xa, NewtonSolver& b, DenseVector& xb);
+    template <int N, int M>
+    struct SmallRun;
+    template <int N, int M>
+    static void solveSmallTwin(NewtonSolver& a, DenseVector& xa, NewtonSolver& b, DenseVector& xb);
+    template <int N>
+    static TwinSolve pickSmallTwin(int m);
     void reducedSolve(DenseMatrix& J);
     void predict(DenseVector& x);
     // The same iteration for an order of N with M solved unknowns, sizes known
@@ -73,6 +87,7 @@ private:
         capped += k >= maxIter;
     }
     SmallSolve fast = nullptr;
+    TwinSolve fastTwin = nullptr;
     bool generalOnly = false;
 };
 

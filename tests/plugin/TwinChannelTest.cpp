@@ -81,9 +81,9 @@ TEST(PluginTwinChannels, TheChannelsRunSideBySide) {
             std::string a = driver.getGraphs()[step.first]->name(), b = driver.getGraphs()[step.second]->name();
             pairs.insert({std::min(a, b), std::max(a, b)});
         }
-    // The oversampling pair, the tables' stages, the VC filter and the tone stacks: where
-    // the time goes.
-    for (const char* g : {"G1", "V1", "V2-DSP", "G2", "Baxandall", "Baxandall_pre"}) EXPECT_EQ(1u, pairs.count({g, std::string(g) + "S"})) << g;
+    // The oversampling pair, the tables' stages, the VC filter, the second stage's circuit
+    // and the tone stacks: where the time goes.
+    for (const char* g : {"G1", "V1", "V2-DSP", "Triodes", "G2", "Baxandall", "Baxandall_pre"}) EXPECT_EQ(1u, pairs.count({g, std::string(g) + "S"})) << g;
     // Each graph runs exactly once per block.
     std::multiset<int> runs;
     for (auto& step : driver.getSchedule()) {
@@ -132,6 +132,12 @@ TEST(PluginTwinChannels, ChannelsThatDifferStillMatchTheirOwnRuns) {
         expectSame(render(true, withEq, 100, bassRight), render(false, withEq, 100, bassRight),
                    "Bass of one channel, EQ_Position " + std::to_string(eq));
     }
+    // The circuit path: one channel's gain moved midway changes its circuit's matrix.
+    auto potRight = [](KelmEffect& e) {
+        e.getDriver().getGraph("TriodesS").getContext()->getElement("Pot1")->propertyChanged("Wiper", 0.2f);
+    };
+    const std::vector<std::pair<std::string, float>> circuit = {{"CPU", 0}, {"Oversampling", 0.5f}, {"Gain", 0.9f}};
+    expectSame(render(true, circuit, 100, potRight), render(false, circuit, 100, potRight), "Pot1 of one channel");
     // Mono bypasses the right channel's graphs: their partners run alone.
     auto mono = [](KelmEffect& e) { e.setParameter(e.parameterIndex("Stereo"), 1.0f); };
     const Render a = render(true, params, 512, mono), b = render(false, params, 512, mono);
