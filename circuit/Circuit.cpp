@@ -186,11 +186,10 @@ bool Circuit::canRunBeside(const Graph& otherGraph) const {
 
 void Circuit::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& otherInputs, size_t frames) {
     Circuit* other = dynamic_cast<Circuit*>(&otherGraph);
-    const size_t limit = static_cast<size_t>(static_cast<unsigned>(std::min(maxBlockSize, other ? other->maxBlockSize : 0)));
-    // Both whole blocks in state-space form, or each circuit on its own, which also gives
-    // the usual checks and messages.
-    const bool plain = other && other != this && initialized && other->initialized && !bypass && !off &&
-                       !other->bypass && !other->off && frames > 0 && frames <= limit &&
+    // Both whole blocks in state-space form, or both solved sample by sample with the Newton
+    // solves interleaved, or each circuit on its own, which also gives the usual checks and
+    // messages.
+    const bool plain = other && plainBeside(*other, frames) && initialized && other->initialized && frames > 0 &&
                        inputs.size() >= static_cast<size_t>(numberOfInputs) &&
                        otherInputs.size() >= static_cast<size_t>(other->numberOfInputs) &&
                        results.size() == static_cast<size_t>(numberOfOutputs) &&

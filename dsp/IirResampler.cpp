@@ -7,6 +7,7 @@
 #endif
 
 #include "dsp/BasicFilterMeta.h"
+#include "dsp/BiQuadState.h"
 #include "dsp/BiQuad.h"
 #include "dsp/Iir.h"
 #include "dsp/IirDecimator.h"
@@ -202,18 +203,7 @@ struct Section {
         f.setHistory(xs, ys);
     }
 
-    // The BiQuad's difference equation with its order of operations.
-    double step(double x) {
-        double s = b1 * x1 + b0 * x;
-        s = s + b2 * x2;
-        s = s - a1 * y1;
-        s = s - a2 * y2;
-        x2 = x1;
-        x1 = x;
-        y2 = y1;
-        y1 = s;
-        return s;
-    }
+    double step(double x) { return biquadStep(x1, x2, y1, y2, b0, b1, b2, a1, a2, x); }
 };
 
 // C sections in series, run sample by sample over groups of `factor` high-rate

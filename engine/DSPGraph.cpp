@@ -315,10 +315,8 @@ void DSPGraph::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& ot
     DSPGraph* other = dynamic_cast<DSPGraph*>(&otherGraph);
     // Anything but two plain block graphs with their elements in the same order runs one
     // graph after the other, which also gives the usual checks and messages.
-    const size_t limit = static_cast<size_t>(static_cast<unsigned>(std::min(maxBlockSize, other ? other->maxBlockSize : 0)));
-    if (!other || other == this || !initialized || !other->initialized || processingMethod != 0 ||
-        other->processingMethod != 0 || bypass || off || other->bypass || other->off || frames > limit ||
-        order != other->order) {
+    if (!other || !plainBeside(*other, frames) || !initialized || !other->initialized || processingMethod != 0 ||
+        other->processingMethod != 0 || order != other->order) {
         Graph::processTwin(otherGraph, inputs, otherInputs, frames);
         return;
     }

@@ -33,6 +33,12 @@ void Graph::processTwin(Graph& other, BufferList& inputs, BufferList& otherInput
     other.process(otherInputs, framesPerBuffer);
 }
 
+bool Graph::plainBeside(const Graph& other, size_t frames) const {
+    const int limit = std::min(maxBlockSize, other.maxBlockSize);
+    return &other != this && !bypass && !off && !other.bypass && !other.off && limit > 0 &&
+           frames <= static_cast<size_t>(limit);
+}
+
 void Graph::setRequest(std::vector<bool>& requests, bool& flag, bool value, int index) {
     if (index < 0) index = 0;
     if (static_cast<size_t>(index) + 1 > requests.size()) requests.resize(index + 1, false);

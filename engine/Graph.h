@@ -61,6 +61,9 @@ public:
     const std::vector<std::string>& getOutputLabels() const { return outputLabels; }
 
 protected:
+    // Whether this graph and `other` can both run a block of `frames` now, side by side:
+    // two graphs, neither bypassed nor off, the block within both graphs' sizes.
+    bool plainBeside(const Graph& other, size_t frames) const;
     void setRequest(std::vector<bool>& requests, bool& flag, bool value, int index);
 
     std::string graphName;

@@ -7,7 +7,6 @@
 #include "engine/DSPContext.h"
 #include "engine/InvalidArgumentException.h"
 
-
 namespace kelm {
 
 VolCtrlPropertiesHandler::VolCtrlPropertiesHandler(Filter* t)

@@ -87,12 +87,12 @@ void NewtonSolver::initMatrix() {
     fastTwin = nullptr;
     if (context->rhsSplits()) {
         switch (n) {
-        case 1: fast = pickSmall<1>(m), fastTwin = pickSmallTwin<1>(m); break;
-        case 2: fast = pickSmall<2>(m), fastTwin = pickSmallTwin<2>(m); break;
-        case 3: fast = pickSmall<3>(m), fastTwin = pickSmallTwin<3>(m); break;
-        case 4: fast = pickSmall<4>(m), fastTwin = pickSmallTwin<4>(m); break;
-        case 5: fast = pickSmall<5>(m), fastTwin = pickSmallTwin<5>(m); break;
-        case 6: fast = pickSmall<6>(m), fastTwin = pickSmallTwin<6>(m); break;
+        case 1: pickSmall<1>(m); break;
+        case 2: pickSmall<2>(m); break;
+        case 3: pickSmall<3>(m); break;
+        case 4: pickSmall<4>(m); break;
+        case 5: pickSmall<5>(m); break;
+        case 6: pickSmall<6>(m); break;
         default: break;
         }
     }
@@ -109,32 +109,25 @@ void NewtonSolver::restamp() {
     std::copy(context->matrix().data(), context->matrix().data() + A.size(), A.data());
 }
 
-template <int N>
-NewtonSolver::TwinSolve NewtonSolver::pickSmallTwin(int m) {
-    switch (m) {
-    case 1: return &NewtonSolver::solveSmallTwin<N, 1>;
-    case 2: if constexpr (N >= 2) return &NewtonSolver::solveSmallTwin<N, 2>; break;
-    case 3: if constexpr (N >= 3) return &NewtonSolver::solveSmallTwin<N, 3>; break;
-    case 4: if constexpr (N >= 4) return &NewtonSolver::solveSmallTwin<N, 4>; break;
-    case 5: if constexpr (N >= 5) return &NewtonSolver::solveSmallTwin<N, 5>; break;
-    case 6: if constexpr (N >= 6) return &NewtonSolver::solveSmallTwin<N, 6>; break;
-    default: break;
+template <int N, int M>
+void NewtonSolver::useSmall() {
+    if constexpr (M <= N) {
+        fast = &NewtonSolver::solveSmall<N, M>;
+        fastTwin = &NewtonSolver::solveSmallTwin<N, M>;
     }
-    return nullptr;
 }
 
 template <int N>
-NewtonSolver::SmallSolve NewtonSolver::pickSmall(int m) {
+void NewtonSolver::pickSmall(int m) {
     switch (m) {
-    case 1: return &NewtonSolver::solveSmall<N, 1>;
-    case 2: if constexpr (N >= 2) return &NewtonSolver::solveSmall<N, 2>; break;
-    case 3: if constexpr (N >= 3) return &NewtonSolver::solveSmall<N, 3>; break;
-    case 4: if constexpr (N >= 4) return &NewtonSolver::solveSmall<N, 4>; break;
-    case 5: if constexpr (N >= 5) return &NewtonSolver::solveSmall<N, 5>; break;
-    case 6: if constexpr (N >= 6) return &NewtonSolver::solveSmall<N, 6>; break;
+    case 1: useSmall<N, 1>(); break;
+    case 2: useSmall<N, 2>(); break;
+    case 3: useSmall<N, 3>(); break;
+    case 4: useSmall<N, 4>(); break;
+    case 5: useSmall<N, 5>(); break;
+    case 6: useSmall<N, 6>(); break;
     default: break;
     }
-    return nullptr;
 }
 
 void NewtonSolver::predict(DenseVector& x) {

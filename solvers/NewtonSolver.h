@@ -45,16 +45,18 @@ private:
     struct SmallRun;
     template <int N, int M>
     static void solveSmallTwin(NewtonSolver& a, DenseVector& xa, NewtonSolver& b, DenseVector& xb);
-    template <int N>
-    static TwinSolve pickSmallTwin(int m);
+
     void reducedSolve(DenseMatrix& J);
     void predict(DenseVector& x);
     // The same iteration for an order of N with M solved unknowns, sizes known
     // to the compiler, the rhs of sources and capacitors taken once per sample.
     template <int N, int M>
     bool solveSmall(DenseVector& x);
+    // The small solves (alone and side by side) for n = N unknowns of which m are solved.
+    template <int N, int M>
+    void useSmall();
     template <int N>
-    static SmallSolve pickSmall(int m);
+    void pickSmall(int m);
 
     float relativeTollerance = 0;
     float absoluteTollerance = 0;

@@ -83,15 +83,8 @@ TEST(PluginTwinChannels, TheChannelsRunSideBySide) {
         }
     // The oversampling pair, the tables' stages, the VC filter, the second stage's circuit
     // and the tone stacks: where the time goes.
-    for (const char* g : {"G1", "V1", "V2-DSP", "Triodes", "G2", "Baxandall", "Baxandall_pre"}) EXPECT_EQ(1u, pairs.count({g, std::string(g) + "S"})) << g;
-    // Each graph runs exactly once per block.
-    std::multiset<int> runs;
-    for (auto& step : driver.getSchedule()) {
-        runs.insert(step.first);
-        if (step.second >= 0) runs.insert(step.second);
-    }
-    EXPECT_EQ(driver.getGraphs().size(), runs.size());
-    EXPECT_EQ(driver.getGraphs().size(), std::set<int>(runs.begin(), runs.end()).size());
+    for (const char* g : {"G1", "V1", "V2-DSP", "Triodes", "G2", "Baxandall", "Baxandall_pre"})
+        EXPECT_EQ(1u, pairs.count({g, std::string(g) + "S"})) << g;
 }
 
 TEST(PluginTwinChannels, SamplesAreThoseOfEachGraphAlone) {
