@@ -30,6 +30,13 @@ public:
     virtual int getNumberOfExtraVariables() { return 0; }
     virtual bool isNonlinear() { return false; }
     virtual scalar** getJacobian(scalar*) { return nullptr; }
+    // getRhs and getJacobian at the same x from one evaluation (one limiting of x, one
+    // table look-up): returns the rhs and sets stamp. Either may be null, as from those two.
+    virtual scalar* evaluate(scalar* x, scalar**& stamp) {
+        scalar* r = getRhs(x);
+        stamp = getJacobian(x);
+        return r;
+    }
     virtual void setNodes(const NodeIndices& n) { nodes = n; }
     virtual const NodeIndices& getNodes() const { return nodes; }
     virtual const NodeNames& getNodeNames() const { return nodeNames; }

@@ -124,4 +124,27 @@ scalar** LookupTableAmp::getJacobian(scalar* x) {
     return jacobian.rows();
 }
 
+scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {
+    // With tables of one length, the rhs and the slope share the grid cell.
+    const int size = static_cast<int>(vout->size());
+    if (!useInputCurrent || size < 2 || iin->size() != vout->size() || iinDerivative->size() != vout->size()) {
+        getRhs(x);
+        stamp = getJacobian(x);
+        return rhs;
+    }
+    const scalar v = inputVoltage(x);
+    const int i = tableIndex(v * inverseDelta, -1, size - 1);
+    if (i >= size - 1) {
+        rhs[0] = -iin->back();
+        rhs[1] = vout->back();
+        jacobian(0, 0) = iinDerivative->back();
+    } else {
+        rhs[0] = -interpolate(*iin, v, i);
+        rhs[1] = interpolate(*vout, v, i);
+        jacobian(0, 0) = interpolate(*iinDerivative, v, i);
+    }
+    stamp = jacobian.rows();
+    return rhs;
+}
+
 } // namespace kelm

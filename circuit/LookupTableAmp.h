@@ -17,6 +17,7 @@ public:
     bool isNonlinear() override { return useInputCurrent; }
     scalar* getRhs(scalar* x) override;
     scalar** getJacobian(scalar* x) override;
+    scalar* evaluate(scalar* x, scalar**& stamp) override;
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, const ScalarVectorPtr& value) override;
     void propertyChanged(const std::string& name, scalar value) override { Element::propertyChanged(name, value); }

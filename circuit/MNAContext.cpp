@@ -274,6 +274,76 @@ void MNAContext::buildEntries() {
         }
         jacobianStamps.push_back({s.component, first, static_cast<int>(entries.size()) - first});
     }
+    evaluatedBoth.clear();
+    varyingRhsOnly.clear();
+    stampsOnly.clear();
+    for (const EntryRange& r : varyingRhs) {
+        auto both = std::find_if(jacobianStamps.begin(), jacobianStamps.end(),
+                                 [&r](const EntryRange& j) { return j.component == r.component; });
+        if (both != jacobianStamps.end())
+            evaluatedBoth.emplace_back(r, *both);
+        else
+            varyingRhsOnly.push_back(r);
+    }
+    for (const EntryRange& j : jacobianStamps) {
+        auto both = std::find_if(varyingRhs.begin(), varyingRhs.end(),
+                                 [&j](const EntryRange& r) { return r.component == j.component; });
+        if (both == varyingRhs.end()) stampsOnly.push_back(j);
+    }
+}
+
+void MNAContext::addVaryingRhsAndStamps(scalar* xp, scalar* rhs, scalar* m) {
+    scalar* fixedAt = fixedValues.data();
+    const Entry* e = entries.data();
+    for (const auto& both : evaluatedBoth) {
+        scalar** stampRows = nullptr;
+        const scalar* r = both.first.component->evaluate(xp, stampRows);
+        if (r) {
+            for (const Entry* t = e + both.first.first; t != e + both.first.first + both.first.count; ++t) {
+                if (t->b)
+                    fixedAt[t->dest] = r[t->a];
+                else
+                    rhs[t->dest] += r[t->a];
+            }
+        }
+        if (stampRows)
+            for (const Entry* t = e + both.second.first; t != e + both.second.first + both.second.count; ++t)
+                m[t->dest] += stampRows[t->a][t->b];
+    }
+    accumulateRhs(varyingRhsOnly, xp, rhs);
+    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+    for (const EntryRange& range : stampsOnly) {
+        scalar** stampRows = range.component->getJacobian(xp);
+        if (!stampRows) continue;
+        for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t)
+            m[t->dest] += stampRows[t->a][t->b];
+    }
+}
+
+void MNAContext::copyFixedValues(scalar* xp) const {
+    for (int i : fixedList) xp[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+}
+
+bool MNAContext::nonlinearUnknowns(std::vector<int>& rows) const {
+    rows.clear();
+    const int last = lastNode + extraCount;
+    for (size_t i = 0; i < slots.size(); ++i) {
+        const Slot& s = slots[i];
+        const bool varying = rhsFlags[i] && s.component->rhsReadsSolution();
+        if (!varying && !nonlinearFlags[i]) continue;
+        for (int a = 0; a < s.k; ++a)
+            if (s.nodes[a] >= 0 && s.nodes[a] <= last) rows.push_back(s.nodes[a]);
+        for (int j = 0; j < s.m; ++j) rows.push_back(s.firstExtra + j);
+        if (s.fixedRow < 0) continue;
+        for (size_t o = 0; o < slots.size(); ++o) {
+            if (o == i) continue;
+            for (int a = 0; a < slots[o].k; ++a)
+                if (slots[o].nodes[a] == s.fixedRow) return false;
+        }
+    }
+    std::sort(rows.begin(), rows.end());
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+    return true;
 }
 
 void MNAContext::accumulateRhs(const std::vector<EntryRange>& list, scalar* xp, scalar* rhs) {

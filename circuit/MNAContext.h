@@ -46,6 +46,17 @@ public:
     // Adds the Jacobian stamps of the nonlinear components at x to the T by T
     // column-major matrix J (whose copy of A the caller made).
     void addJacobianStamps(scalar* x, scalar* J);
+    // addVaryingRhs(x, rhs) and addJacobianStamps(x, J) in one pass: a component with
+    // both is evaluated once (Component::evaluate).
+    void addVaryingRhsAndStamps(scalar* x, scalar* rhs, scalar* J);
+    // The values of all fixed nodes at their rows of x: those of sources as the last
+    // computeConstantRhs set them, the others as the last evaluation left them.
+    void copyFixedValues(scalar* x) const;
+    // The solved unknowns (ascending) that the components whose rhs reads the solution
+    // or whose stamps are nonlinear touch: all else in the system is linear in the rest.
+    // False when such a component fixes a node that another component also uses, since
+    // the linear part then depends on the solution through that node's value.
+    bool nonlinearUnknowns(std::vector<int>& rows) const;
 
     // The right-hand side as a sum of constant sparse columns ("ports") times
     // amplitudes. A component's entries map to the unit column of its first
@@ -151,6 +162,10 @@ private:
     };
     std::vector<Entry> entries;
     std::vector<EntryRange> allRhs, constantRhs, varyingRhs, jacobianStamps;
+    // The same split for addVaryingRhsAndStamps: components with both a varying rhs and
+    // stamps (rhs range, then stamp range), and those with only one of them.
+    std::vector<std::pair<EntryRange, EntryRange>> evaluatedBoth;
+    std::vector<EntryRange> varyingRhsOnly, stampsOnly;
     bool fixedRowShared = false;
     void buildEntries();
     void accumulateRhs(const std::vector<EntryRange>& list, scalar* x, scalar* rhs);

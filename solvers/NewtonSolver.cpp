@@ -201,7 +201,14 @@ struct NewtonSolver::SmallRun {
         const float* __restrict a = s.A.data();
         KELM_UNROLL
         for (int i = 0; i < N; ++i) F[i] = F0[i];
-        s.context->addVaryingRhs(X, F);
+        // The Jacobian's rows of fixed nodes are never read.
+        KELM_UNROLL
+        for (int j = 0; j < N; ++j) {
+            KELM_UNROLL
+            for (int i = 0; i < M; ++i) J[j * N + i] = a[j * N + i];
+        }
+        s.context->addVaryingRhsAndStamps(X, F, J);
+        keepLimits();
         // Residual A x - f. The rows of fixed nodes in A are unit rows: their
         // product is x itself.
         KELM_UNROLL
@@ -216,13 +223,15 @@ struct NewtonSolver::SmallRun {
         for (int i = 0; i < M; ++i) B[i] = static_cast<float>(Bd[i]);
         KELM_UNROLL
         for (int i = M; i < N; ++i) B[i] = X[i] - F[i];
-        // The Jacobian's rows of fixed nodes are never read.
+    }
+
+    // A tube's limiter writes the voltages it evaluated at back into X: the iteration
+    // goes on from there, or a plate driven below zero (where the tube draws nothing and
+    // the Jacobian loses it) would wander.
+    void keepLimits() {
         KELM_UNROLL
-        for (int j = 0; j < N; ++j) {
-            KELM_UNROLL
-            for (int i = 0; i < M; ++i) J[j * N + i] = a[j * N + i];
-        }
-        s.context->addJacobianStamps(X, J);
+        for (int i = 0; i < N; ++i)
+            if (X[i] != static_cast<float>(Xd[i])) Xd[i] = X[i];
     }
 
     // The Newton step from the residual and the Jacobian; done once it has converged or
@@ -235,6 +244,12 @@ struct NewtonSolver::SmallRun {
             KELM_UNROLL
             for (int r = 0; r < M; ++r) B[r] -= bi * J[i * N + r];
             D[i] = bi;
+        }
+        if constexpr (M <= 3) {
+            if (solveByCofactors()) {
+                update();
+                return;
+            }
         }
         // LU with partial pivoting of the leading M by M block, as ludcmp does it.
         KELM_UNROLL
@@ -285,6 +300,49 @@ struct NewtonSolver::SmallRun {
             KELM_UNROLL
             for (int j = 0; j < c; ++j) D[j] -= dc * J[c * N + j];
         }
+        update();
+    }
+
+    // Up to three solved unknowns: the determinant and the cofactors, in double. This
+    // is a handful of independent products and one division, where the pivoting
+    // factorisation is a chain of compares, swaps and divisions that each wait on the
+    // one before; in double it is also the more accurate of the two. False, with
+    // nothing written, for a singular Jacobian (the factorisation then says so).
+    bool solveByCofactors() {
+        auto j = [this](int r, int c) { return static_cast<double>(J[c * N + r]); };
+        if constexpr (M == 1) {
+            const double d = j(0, 0);
+            if (!(std::fabs(d) > 0) || !std::isfinite(d)) return false;
+            D[0] = static_cast<float>(B[0] / d);
+        } else if constexpr (M == 2) {
+            const double det = j(0, 0) * j(1, 1) - j(0, 1) * j(1, 0);
+            if (!(std::fabs(det) > 0) || !std::isfinite(det)) return false;
+            const double inv = 1.0 / det, b0 = B[0], b1 = B[1];
+            D[0] = static_cast<float>((j(1, 1) * b0 - j(0, 1) * b1) * inv);
+            D[1] = static_cast<float>((j(0, 0) * b1 - j(1, 0) * b0) * inv);
+        } else {
+            const double c00 = j(1, 1) * j(2, 2) - j(1, 2) * j(2, 1);
+            const double c01 = j(1, 2) * j(2, 0) - j(1, 0) * j(2, 2);
+            const double c02 = j(1, 0) * j(2, 1) - j(1, 1) * j(2, 0);
+            const double det = j(0, 0) * c00 + j(0, 1) * c01 + j(0, 2) * c02;
+            if (!(std::fabs(det) > 0) || !std::isfinite(det)) return false;
+            const double inv = 1.0 / det, b0 = B[0], b1 = B[1], b2 = B[2];
+            const double c10 = j(0, 2) * j(2, 1) - j(0, 1) * j(2, 2);
+            const double c11 = j(0, 0) * j(2, 2) - j(0, 2) * j(2, 0);
+            const double c12 = j(0, 1) * j(2, 0) - j(0, 0) * j(2, 1);
+            const double c20 = j(0, 1) * j(1, 2) - j(0, 2) * j(1, 1);
+            const double c21 = j(0, 2) * j(1, 0) - j(0, 0) * j(1, 2);
+            const double c22 = j(0, 0) * j(1, 1) - j(0, 1) * j(1, 0);
+            // The inverse is the transposed cofactor matrix over the determinant.
+            D[0] = static_cast<float>((c00 * b0 + c10 * b1 + c20 * b2) * inv);
+            D[1] = static_cast<float>((c01 * b0 + c11 * b1 + c21 * b2) * inv);
+            D[2] = static_cast<float>((c02 * b0 + c12 * b1 + c22 * b2) * inv);
+        }
+        return true;
+    }
+
+    // x -= relaxation dx, and the convergence test.
+    void update() {
         const float stepSize = -s.relaxation;
         KELM_UNROLL
         for (int i = 0; i < N; ++i) {
@@ -378,6 +436,9 @@ bool NewtonSolver::solve(DenseVector& x) {
     while (k < maxIter) {
         ++k;
         context->computeRhs(x0, f);
+        // Where a limiter moved an unknown, the iteration goes on from there (as in SmallRun).
+        for (int i = 0; i < n; ++i)
+            if (x0[i] != static_cast<float>(xd[i])) xd[i] = x0[i];
         std::copy(x0.data(), x0.data() + n, previous.data());
         if (k > fixedPointSteps) {
             for (int i = 0; i < n; ++i) bd[i] = -static_cast<double>(f[i]);

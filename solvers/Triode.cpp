@@ -55,19 +55,16 @@ void Triode::limit(scalar* x) {
     if (plateValid) x[plate] = Vp;
 }
 
-scalar* Triode::getRhs(scalar* x) {
-    limit(x);
+void Triode::fillRhs() {
     const scalar vgk = Vg - Vk, vpk = Vp - Vk;
     const scalar ig = grid->current(vgk, vpk);
     const scalar ip = anode->current(vgk, vpk);
     rhs[0] = -ip;
     rhs[1] = -ig;
     rhs[2] = ip + ig;
-    return rhs;
 }
 
-scalar** Triode::getJacobian(scalar* x) {
-    limit(x);
+void Triode::fillJacobian() {
     const scalar vgk = Vg - Vk, vpk = Vp - Vk;
     const ScalarVector& d = *anode->derivatives(vgk, vpk);
     const scalar a = d[0], b = d[1];
@@ -81,7 +78,27 @@ scalar** Triode::getJacobian(scalar* x) {
     jacobian(2, 0) = -b;
     jacobian(2, 1) = -a - c;
     jacobian(2, 2) = a + b + c;
+}
+
+scalar* Triode::getRhs(scalar* x) {
+    limit(x);
+    fillRhs();
+    return rhs;
+}
+
+scalar** Triode::getJacobian(scalar* x) {
+    limit(x);
+    fillJacobian();
     return jacobian.rows();
+}
+
+scalar* Triode::evaluate(scalar* x, scalar**& stamp) {
+    // The limiter leaves x where a second call would leave it too.
+    limit(x);
+    fillRhs();
+    fillJacobian();
+    stamp = jacobian.rows();
+    return rhs;
 }
 
 } // namespace kelm

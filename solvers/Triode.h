@@ -20,6 +20,7 @@ public:
     bool isNonlinear() override { return true; }
     scalar* getRhs(scalar* x) override;
     scalar** getJacobian(scalar* x) override;
+    scalar* evaluate(scalar* x, scalar**& stamp) override;
 
     TriodeCurrent& anodeCurrent() { return *anode; }
     TriodeCurrent& gridCurrent() { return *grid; }
@@ -27,6 +28,9 @@ public:
 
 private:
     void limit(scalar* x);
+    // The rhs and the stamp at the limited voltages.
+    void fillRhs();
+    void fillJacobian();
 
     std::unique_ptr<TriodeCurrent> anode;
     std::unique_ptr<TriodeCurrent> grid;
