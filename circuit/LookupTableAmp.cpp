@@ -134,14 +134,23 @@ scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {
     }
     const scalar v = inputVoltage(x);
     const int i = tableIndex(v * inverseDelta, -1, size - 1);
+    const scalar* I = iin->data();
+    const scalar* V = vout->data();
+    const scalar* dI = iinDerivative->data();
     if (i >= size - 1) {
-        rhs[0] = -iin->back();
-        rhs[1] = vout->back();
-        jacobian(0, 0) = iinDerivative->back();
+        rhs[0] = -I[size - 1];
+        rhs[1] = V[size - 1];
+        jacobian(0, 0) = dI[size - 1];
+    } else if (i < 1) {
+        rhs[0] = -I[0];
+        rhs[1] = V[0];
+        jacobian(0, 0) = dI[0];
     } else {
-        rhs[0] = -interpolate(*iin, v, i);
-        rhs[1] = interpolate(*vout, v, i);
-        jacobian(0, 0) = interpolate(*iinDerivative, v, i);
+        // interpolate()'s arithmetic, the offset into the cell taken once.
+        const scalar offset = v - i * deltaV;
+        rhs[0] = -(I[i] + (I[i + 1] - I[i]) * offset * inverseDelta);
+        rhs[1] = V[i] + (V[i + 1] - V[i]) * offset * inverseDelta;
+        jacobian(0, 0) = dI[i] + (dI[i + 1] - dI[i]) * offset * inverseDelta;
     }
     stamp = jacobian.rows();
     return rhs;

@@ -146,8 +146,25 @@ void MNAContext::init() {
     }
     buildEntries();
     signalDependentList.clear();
-    for (size_t i = 0; i < components.size(); ++i)
-        if (components[i]->hasSignalDependentStamps()) signalDependentList.push_back(static_cast<int>(i));
+    signalStamps.clear();
+    for (size_t i = 0; i < components.size(); ++i) {
+        if (!components[i]->hasSignalDependentStamps()) continue;
+        signalDependentList.push_back(static_cast<int>(i));
+        const Slot& s = slots[i];
+        if (s.m > 0) {
+            signalStamps.push_back({s.component, 0, -1});
+            continue;
+        }
+        // stamp()'s conductance loop, its destinations listed once.
+        const int first = static_cast<int>(entries.size());
+        const int last = lastNode + extraCount;
+        for (int a = 0; a < s.k; ++a) {
+            if (s.nodes[a] == -1 || s.nodes[a] > last) continue;
+            for (int b = 0; b < s.k; ++b)
+                if (s.nodes[b] != -1) entries.push_back({a, b, s.nodes[b] * T + s.nodes[a]});
+        }
+        signalStamps.push_back({s.component, first, static_cast<int>(entries.size()) - first});
+    }
     fixedRowShared = false;
     for (size_t a = 0; a < fixedList.size(); ++a)
         for (size_t b = a + 1; b < fixedList.size(); ++b)
@@ -217,11 +234,22 @@ void MNAContext::assembleMatrix(double* M) {
         if (s.fixedRow >= 0) M[static_cast<size_t>(s.fixedRow) * T + s.fixedRow] = 1.0;
 }
 
-void MNAContext::restampSignalDependent() {
+void MNAContext::restampSignalDependent() { restampSignalDependent(A->data()); }
+
+void MNAContext::restampSignalDependent(scalar* to) {
     const scalar* from = steadyPart.data();
-    scalar* to = A->data();
     for (Eigen::Index i = 0, size = steadyPart.size(); i < size; ++i) to[i] = from[i];
-    for (int i : signalDependentList) stamp(slots[i], A->data());
+    const Entry* e = entries.data();
+    for (size_t k = 0; k < signalStamps.size(); ++k) {
+        const EntryRange& range = signalStamps[k];
+        if (range.count < 0) {
+            stamp(slots[signalDependentList[k]], to);
+            continue;
+        }
+        scalar** G = range.component->getG();
+        if (!G) continue;
+        for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) to[t->dest] += G[t->a][t->b];
+    }
 }
 
 void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
@@ -318,32 +346,6 @@ void MNAContext::addVaryingRhsAndStamps(scalar* xp, scalar* rhs, scalar* m) {
         for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t)
             m[t->dest] += stampRows[t->a][t->b];
     }
-}
-
-void MNAContext::copyFixedValues(scalar* xp) const {
-    for (int i : fixedList) xp[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
-}
-
-bool MNAContext::nonlinearUnknowns(std::vector<int>& rows) const {
-    rows.clear();
-    const int last = lastNode + extraCount;
-    for (size_t i = 0; i < slots.size(); ++i) {
-        const Slot& s = slots[i];
-        const bool varying = rhsFlags[i] && s.component->rhsReadsSolution();
-        if (!varying && !nonlinearFlags[i]) continue;
-        for (int a = 0; a < s.k; ++a)
-            if (s.nodes[a] >= 0 && s.nodes[a] <= last) rows.push_back(s.nodes[a]);
-        for (int j = 0; j < s.m; ++j) rows.push_back(s.firstExtra + j);
-        if (s.fixedRow < 0) continue;
-        for (size_t o = 0; o < slots.size(); ++o) {
-            if (o == i) continue;
-            for (int a = 0; a < slots[o].k; ++a)
-                if (slots[o].nodes[a] == s.fixedRow) return false;
-        }
-    }
-    std::sort(rows.begin(), rows.end());
-    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
-    return true;
 }
 
 void MNAContext::accumulateRhs(const std::vector<EntryRange>& list, scalar* xp, scalar* rhs) {

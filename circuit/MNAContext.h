@@ -49,14 +49,6 @@ public:
     // addVaryingRhs(x, rhs) and addJacobianStamps(x, J) in one pass: a component with
     // both is evaluated once (Component::evaluate).
     void addVaryingRhsAndStamps(scalar* x, scalar* rhs, scalar* J);
-    // The values of all fixed nodes at their rows of x: those of sources as the last
-    // computeConstantRhs set them, the others as the last evaluation left them.
-    void copyFixedValues(scalar* x) const;
-    // The solved unknowns (ascending) that the components whose rhs reads the solution
-    // or whose stamps are nonlinear touch: all else in the system is linear in the rest.
-    // False when such a component fixes a node that another component also uses, since
-    // the linear part then depends on the solution through that node's value.
-    bool nonlinearUnknowns(std::vector<int>& rows) const;
 
     // The right-hand side as a sum of constant sparse columns ("ports") times
     // amplitudes. A component's entries map to the unit column of its first
@@ -95,6 +87,9 @@ public:
     // A := the sum of the other stamps, kept from the last assembleMatrix, plus
     // the present stamps of the components with signal-dependent stamps.
     void restampSignalDependent();
+    // The same sum written to M (size() by size(), column-major) instead: the context's
+    // own matrix is left as it was.
+    void restampSignalDependent(scalar* M);
     int fixedMarker() const { return fixedMarkerValue; }
     bool isInitialized() const { return initialized; }
     int size() const { return lastNode + extraCount - fixedMarkerValue; }
@@ -162,6 +157,9 @@ private:
     };
     std::vector<Entry> entries;
     std::vector<EntryRange> allRhs, constantRhs, varyingRhs, jacobianStamps;
+    // Where each conductance stamp of a signal-dependent component without extra unknowns
+    // goes; the others restamp through stamp(). Components with no such list: count -1.
+    std::vector<EntryRange> signalStamps;
     // The same split for addVaryingRhsAndStamps: components with both a varying rhs and
     // stamps (rhs range, then stamp range), and those with only one of them.
     std::vector<std::pair<EntryRange, EntryRange>> evaluatedBoth;

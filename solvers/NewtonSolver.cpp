@@ -105,6 +105,11 @@ void NewtonSolver::restamp() {
         initMatrix();
         return;
     }
+    if (specialised()) {
+        // The small solves read only this copy of A.
+        context->restampSignalDependent(A.data());
+        return;
+    }
     context->restampSignalDependent();
     std::copy(context->matrix().data(), context->matrix().data() + A.size(), A.data());
 }
