@@ -51,6 +51,28 @@ TEST(CircuitTableComponents, LookupTableAmpGridEdges) {
               messageOf([&] { amp->propertyChanged("Gain", vec({1})); }));
 }
 
+// The Newton solves evaluate rhs and slope in one pass: the same values as the two
+// separate calls, across the grid and beyond it, also for tables of unequal length.
+TEST(CircuitTableComponents, LookupTableAmpEvaluatesRhsAndSlopeInOnePass) {
+    for (const char* vout : {"10|20|40|80|160", "10|20|40"}) {
+        auto ctx = std::make_shared<MNAContext>();
+        auto* amp = build<LookupTableAmp>(ctx, {"in", "out"}, {{"VinMin", "-1"}, {"VinMax", "1"}, {"DeltaV", "0.5"},
+                                                               {"Vout", vout}, {"Iin", "0|0.5|1|2|4"}});
+        ctx->init();
+        for (float v = -1.7f; v < 1.8f; v += 0.0625f) {
+            float x[2] = {v, 0};
+            const float i = amp->getRhs(x)[0], out = amp->getRhs(x)[1];
+            const float slope = amp->getJacobian(x)[0][0];
+            scalar** stamp = nullptr;
+            const float* r = amp->evaluate(x, stamp);
+            ASSERT_NE(nullptr, stamp);
+            EXPECT_EQ(i, r[0]) << vout << " at " << v;
+            EXPECT_EQ(out, r[1]) << vout << " at " << v;
+            EXPECT_EQ(slope, stamp[0][0]) << vout << " at " << v;
+        }
+    }
+}
+
 TEST(CircuitTableComponents, UseInputCurrentOnlyWhenExactlyOne) {
     for (const char* text : {"0", "true"}) {
         auto ctx = std::make_shared<MNAContext>();

@@ -105,6 +105,30 @@ TEST(SolversTubeModels, PlateLimiterWritesBackIntoX) {
     EXPECT_FLOAT_EQ(0, x[2]);  // a negative cathode is lifted to 0
 }
 
+// One evaluation per Newton iteration: the same rhs, stamp and limited x as getRhs then
+// getJacobian, along a path that engages the limiter.
+TEST(SolversTubeModels, TriodeEvaluatesRhsAndStampInOnePass) {
+    auto* fused = new Triode();
+    auto* split = new Triode();
+    auto fusedContext = contextWith(fused, {"P", "G", "K"}, {{"Type", "12AX7"}});
+    auto splitContext = contextWith(split, {"P", "G", "K"}, {{"Type", "12AX7"}});
+    const float path[][3] = {{150, -1.5f, 1.2f}, {90, 0.5f, 1.0f}, {400, -3, 1.5f}, {20, 2, -1}, {-5, 1, 0.5f}, {60, -0.2f, 0.8f}};
+    for (const auto& point : path) {
+        float a[3] = {point[0], point[1], point[2]}, b[3] = {point[0], point[1], point[2]};
+        scalar** stamp = nullptr;
+        const float* r = fused->evaluate(a, stamp);
+        const float* rs = split->getRhs(b);
+        const float rhs[3] = {rs[0], rs[1], rs[2]};
+        scalar** splitStamp = split->getJacobian(b);
+        ASSERT_NE(nullptr, stamp);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(rhs[i], r[i]) << point[0];
+            EXPECT_EQ(b[i], a[i]) << point[0];
+            for (int j = 0; j < 3; ++j) EXPECT_EQ(splitStamp[i][j], stamp[i][j]) << point[0];
+        }
+    }
+}
+
 TEST(SolversTubeModels, PentodeStageRunsAndANanIsCaught) {
     auto d = makeDriver(readText(sourcePath("examples/pentode-stage.xml")), 96000, 480);
     std::vector<float> in(480);
