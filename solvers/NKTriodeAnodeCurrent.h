@@ -18,6 +18,8 @@ public:
     bool dependsOnVpk() const override { return true; }
     scalar dIdVgk(scalar vgk, scalar vpk) override;
     scalar dIdVpk(scalar vgk, scalar vpk) override;
+    // current(), dIdVgk() and dIdVpk() from one location of the grid cell.
+    void evaluate(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk);
 
     bool isDirect() const { return direct; }
     int rowCount() const { return rows; }
@@ -27,7 +29,12 @@ public:
 
 private:
     void buildTables();
-    scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate, bool useReciprocals) const;
+    scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate) const;
+    // Bilinear interpolation in the cell whose rows start at r0 and r1, by the weights
+    // along Vgk (wg0, wg1) and Vpk (wp0, wp1), which sum to the cell's sides.
+    scalar bilinear(const float* r0, const float* r1, float wg0, float wg1, float wp0, float wp1) const {
+        return ((wg0 * r0[0] + wg1 * r1[0]) * wp0 + r0[1] * wg0 * wp1 + r1[1] * wg1 * wp1) * inverseArea;
+    }
 
     double Vct = 0, Kp = 0, Kvb = 0, mu = 0, Ex = 0, Kg = 0;
     float VgkMax = 0, VgkMin = 0, VpMax = 0;
@@ -36,6 +43,7 @@ private:
     bool direct = false;
     float deltaVpk = 10.0f, inverseDeltaVpk = 0.1f;
     float deltaVgk = 0.2f, inverseDeltaVgk = 5.0f;
+    float inverseArea = 0.5f;  // 1 / (deltaVgk deltaVpk)
     ScalarVectorPtr derivativeVector;
 };
 

@@ -14,6 +14,8 @@ public:
     [[noreturn]] virtual void setProperty();
     virtual scalar current(scalar vgk);
     virtual scalar dIdV(scalar vgk);
+    // current() and dIdV() from one location in the tables.
+    void evaluate(scalar vgk, scalar& current, scalar& slope);
 
 private:
     void buildTables();

@@ -19,6 +19,8 @@ public:
     bool dependsOnVpk() const override { return false; }
     scalar dIdVgk(scalar vgk, scalar) override { return grid.dIdV(vgk); }
     scalar dIdVpk(scalar, scalar) override { return 0.0f; }
+    // current() and dIdVgk() from one location in the tables.
+    void evaluate(scalar vgk, scalar& current, scalar& slope) { grid.evaluate(vgk, current, slope); }
 
 private:
     PowerLawGridCurrent grid;

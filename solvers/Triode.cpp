@@ -23,11 +23,13 @@ void Triode::init(const std::string& name, const PropertyMapPtr& properties, con
     }
     std::string model = "PowerLaw";
     local.readOptional("GridCurrent", model);
-    grid.reset(new PowerLawTriodeGridCurrent());
+    powerLaw = new PowerLawTriodeGridCurrent();
+    grid.reset(powerLaw);
     grid->init(local);
     model = "NormanKoren";
     local.readOptional("AnodeCurrent", model);
-    anode.reset(new NKTriodeAnodeCurrent());
+    koren = new NKTriodeAnodeCurrent();
+    anode.reset(koren);
     anode->init(local);
     jacobian.resize(3, 3);
 }
@@ -55,20 +57,13 @@ void Triode::limit(scalar* x) {
     if (plateValid) x[plate] = Vp;
 }
 
-void Triode::fillRhs() {
-    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
-    const scalar ig = grid->current(vgk, vpk);
-    const scalar ip = anode->current(vgk, vpk);
+void Triode::fillRhs(scalar ip, scalar ig) {
     rhs[0] = -ip;
     rhs[1] = -ig;
     rhs[2] = ip + ig;
 }
 
-void Triode::fillJacobian() {
-    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
-    const ScalarVector& d = *anode->derivatives(vgk, vpk);
-    const scalar a = d[0], b = d[1];
-    const scalar c = grid->dIdVgk(vgk, vpk);
+void Triode::fillJacobian(scalar a, scalar b, scalar c) {
     jacobian(0, 0) = b;
     jacobian(0, 1) = a;
     jacobian(0, 2) = -a - b;
@@ -82,21 +77,29 @@ void Triode::fillJacobian() {
 
 scalar* Triode::getRhs(scalar* x) {
     limit(x);
-    fillRhs();
+    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
+    fillRhs(anode->current(vgk, vpk), grid->current(vgk, vpk));
     return rhs;
 }
 
 scalar** Triode::getJacobian(scalar* x) {
     limit(x);
-    fillJacobian();
+    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
+    const ScalarVector& d = *anode->derivatives(vgk, vpk);
+    fillJacobian(d[0], d[1], grid->dIdVgk(vgk, vpk));
     return jacobian.rows();
 }
 
 scalar* Triode::evaluate(scalar* x, scalar**& stamp) {
-    // The limiter leaves x where a second call would leave it too.
+    // The limiter leaves x where a second call would leave it too; the currents and their
+    // derivatives come from one location in each table.
     limit(x);
-    fillRhs();
-    fillJacobian();
+    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
+    scalar ip, a, b, ig, c;
+    koren->evaluate(vgk, vpk, ip, a, b);
+    powerLaw->evaluate(vgk, ig, c);
+    fillRhs(ip, ig);
+    fillJacobian(a, b, c);
     stamp = jacobian.rows();
     return rhs;
 }

@@ -3,6 +3,8 @@
 
 #include "circuit/Component.h"
 #include "circuit/Stamp.h"
+#include "solvers/NKTriodeAnodeCurrent.h"
+#include "solvers/PowerLawTriodeGridCurrent.h"
 #include "solvers/TriodeCurrent.h"
 
 namespace kelm {
@@ -28,12 +30,16 @@ public:
 
 private:
     void limit(scalar* x);
-    // The rhs and the stamp at the limited voltages.
-    void fillRhs();
-    void fillJacobian();
+    // The rhs from the plate and grid currents (A), the stamp from dIp/dVgk, dIp/dVpk and
+    // dIg/dVgk (S).
+    void fillRhs(scalar ip, scalar ig);
+    void fillJacobian(scalar a, scalar b, scalar c);
 
     std::unique_ptr<TriodeCurrent> anode;
     std::unique_ptr<TriodeCurrent> grid;
+    // The same two, by their types, for evaluate().
+    NKTriodeAnodeCurrent* koren = nullptr;
+    PowerLawTriodeGridCurrent* powerLaw = nullptr;
     scalar rhs[3] = {0, 0, 0};
     Stamp jacobian;
     bool plateValid = false, gridValid = false, cathodeValid = false;

@@ -44,6 +44,7 @@ void NKTriodeAnodeCurrent::init(const PropertyMap& p) {
     p.readOptional("DoNotInterpolate", direct);
     if (p.readOptional("DeltaVpk", deltaVpk)) inverseDeltaVpk = 1.0f / deltaVpk;
     if (p.readOptional("DeltaVgk", deltaVgk)) inverseDeltaVgk = 1.0f / deltaVgk;
+    inverseArea = 1.0f / (deltaVgk * deltaVpk);
     required("VgkMax", VgkMax);
     required("VgkMin", VgkMin);
     required("VpMax", VpMax);
@@ -108,37 +109,34 @@ void NKTriodeAnodeCurrent::buildTables() {
     direct = false;
 }
 
-scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, scalar vpk, bool clampPlate,
-                                    bool useReciprocals) const {
+scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, scalar vpk, bool clampPlate) const {
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
     if (clampPlate) vpk = std::min(vpk, VpMax);
     const float Vg = std::min(vgk, VgkMax);
-    const int j = tableIndex(useReciprocals ? vpk * inverseDeltaVpk : vpk / deltaVpk, 0, cols - 2);
-    const int i = tableIndex(useReciprocals ? (Vg - VgkMin) * inverseDeltaVgk : (Vg - VgkMin) / deltaVgk, 0, rows - 2);
+    const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
+    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
     const float p0 = j * deltaVpk;
     const float g0 = i * deltaVgk + VgkMin;
     const float g1 = g0 + deltaVgk;
     const float* r0 = &T[static_cast<size_t>(i) * cols];
     const float* r1 = r0 + cols;
-    return (((g1 - Vg) * r0[j] + (Vg - g0) * r1[j]) * (p0 + deltaVpk - vpk) + r0[j + 1] * (g1 - Vg) * (vpk - p0) +
-            r1[j + 1] * (Vg - g0) * (vpk - p0)) /
-           (deltaVgk * deltaVpk);
+    return bilinear(r0 + j, r1 + j, g1 - Vg, Vg - g0, p0 + deltaVpk - vpk, vpk - p0);
 }
 
 scalar NKTriodeAnodeCurrent::current(scalar vgk, scalar vpk) {
     if (direct) return directCurrent(vgk, vpk);
-    return lookup(currentTable, vgk, vpk, false, false);
+    return lookup(currentTable, vgk, vpk, false);
 }
 
 scalar NKTriodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk) {
-    if (!direct) return lookup(dVgkTable, vgk, vpk, true, true);
+    if (!direct) return lookup(dVgkTable, vgk, vpk, true);
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
     const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
     return static_cast<scalar>(std::pow(t.E1, Ex - 1) * (Ex / Kg) * (1 + t.sgn) * t.Vp * t.e / ((1 + t.e) * t.s));
 }
 
 scalar NKTriodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk) {
-    if (!direct) return lookup(dVpkTable, vgk, vpk, true, true);
+    if (!direct) return lookup(dVpkTable, vgk, vpk, true);
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
     const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, 0.0);  // without Vct, as the model states
     const double L = std::log(1 + t.e) / Kp;
@@ -166,14 +164,38 @@ const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk)
     const float g0 = i * deltaVgk + VgkMin;
     const float g1 = g0 + deltaVgk;
     const float wg0 = g1 - Vg, wg1 = Vg - g0, wp0 = p0 + deltaVpk - vpk, wp1 = vpk - p0;
-    const float area = deltaVgk * deltaVpk;
     const size_t at = static_cast<size_t>(i) * cols + j;
-    for (int t = 0; t < 2; ++t) {
-        const float* r0 = (t == 0 ? dVgkTable : dVpkTable).data() + at;
-        const float* r1 = r0 + cols;
-        d[t] = ((wg0 * r0[0] + wg1 * r1[0]) * wp0 + r0[1] * wg0 * wp1 + r1[1] * wg1 * wp1) / area;
-    }
+    d[0] = bilinear(dVgkTable.data() + at, dVgkTable.data() + at + cols, wg0, wg1, wp0, wp1);
+    d[1] = bilinear(dVpkTable.data() + at, dVpkTable.data() + at + cols, wg0, wg1, wp0, wp1);
     return derivativeVector;
+}
+
+void NKTriodeAnodeCurrent::evaluate(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
+    if (direct) {
+        current = directCurrent(vgk, vpk);
+        dVgk = dIdVgk(vgk, vpk);
+        dVpk = dIdVpk(vgk, vpk);
+        return;
+    }
+    if (vpk <= 0 || VgkMin > vgk) {
+        current = dVgk = dVpk = 0.0f;
+        return;
+    }
+    // current() reads the cell at vpk, the derivatives at vpk held to VpMax: the same
+    // cell either way (both indices end at the last one), other weights above VpMax.
+    const float clamped = std::min(vpk, VpMax);
+    const float Vg = std::min(vgk, VgkMax);
+    const int j = tableIndex(clamped * inverseDeltaVpk, 0, cols - 2);
+    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
+    const float p0 = j * deltaVpk;
+    const float g0 = i * deltaVgk + VgkMin;
+    const float g1 = g0 + deltaVgk;
+    const float wg0 = g1 - Vg, wg1 = Vg - g0;
+    const size_t at = static_cast<size_t>(i) * cols + j;
+    current = bilinear(currentTable.data() + at, currentTable.data() + at + cols, wg0, wg1, p0 + deltaVpk - vpk, vpk - p0);
+    const float wp0 = p0 + deltaVpk - clamped, wp1 = clamped - p0;
+    dVgk = bilinear(dVgkTable.data() + at, dVgkTable.data() + at + cols, wg0, wg1, wp0, wp1);
+    dVpk = bilinear(dVpkTable.data() + at, dVpkTable.data() + at + cols, wg0, wg1, wp0, wp1);
 }
 
 // ---- power-law grid current ----
@@ -221,6 +243,19 @@ scalar PowerLawGridCurrent::current(scalar vgk) {
     if (v >= VgkMax) return currentTable.back();
     const int i = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
     return currentTable[i] + (currentTable[i + 1] - currentTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
+}
+
+void PowerLawGridCurrent::evaluate(scalar vgk, scalar& i, scalar& slope) {
+    const float v = static_cast<float>(vgk + Vc);
+    if (direct || v < 0 || v >= VgkMax) {
+        i = current(vgk);
+        slope = dIdV(vgk);
+        return;
+    }
+    const int k = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
+    const float offset = v - k * deltaVgk;
+    i = currentTable[k] + (currentTable[k + 1] - currentTable[k]) * offset * inverseDeltaVgk;
+    slope = derivativeTable[k] + (derivativeTable[k + 1] - derivativeTable[k]) * offset * inverseDeltaVgk;
 }
 
 scalar PowerLawGridCurrent::dIdV(scalar vgk) {
