@@ -56,6 +56,7 @@ void LookupTableAmp::setVout(const ScalarVectorPtr& v) {
         throw InvalidArgumentException(str("LookupTableAmp: size of Vout (", v->size(),
                                            ") is not equal to the size of values (", vout->size(), ")"));
     vout = v;
+    viewTables();
 }
 
 void LookupTableAmp::setIin(const ScalarVectorPtr& v) {
@@ -77,6 +78,22 @@ void LookupTableAmp::rebuildDerivative() {
         (*d)[n - 1] = (I[n - 1] - I[n - 2]) * inverseDelta;
     }
     iinDerivative = d;
+    viewTables();
+}
+
+void LookupTableAmp::viewTables() {
+    const size_t n = vout->size();
+    const bool alike = useInputCurrent && n >= 2 && iin->size() == n && iinDerivative->size() == n;
+    cells = alike ? static_cast<int>(n) : 0;
+    voutData = vout->data();
+    iinData = iin->data();
+    slopeData = iinDerivative->data();
+}
+
+void LookupTableAmp::setNodes(const NodeIndices& n) {
+    Component::setNodes(n);
+    inputRow = (*n)[0];
+    feedbackRow = useFeedback ? (*n)[2] : 0;
 }
 
 void LookupTableAmp::propertyChanged(const std::string& name, const ScalarVectorPtr& value) {
@@ -126,17 +143,19 @@ scalar** LookupTableAmp::getJacobian(scalar* x) {
 
 scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {
     // With tables of one length, the rhs and the slope share the grid cell.
-    const int size = static_cast<int>(vout->size());
-    if (!useInputCurrent || size < 2 || iin->size() != vout->size() || iinDerivative->size() != vout->size()) {
+    const int size = cells;
+    if (size == 0) {
         getRhs(x);
         stamp = getJacobian(x);
         return rhs;
     }
-    const scalar v = inputVoltage(x);
+    // inputVoltage(), from the rows kept at setNodes.
+    scalar v = x[inputRow] - vinMin;
+    if (useFeedback) v = v - x[feedbackRow];
     const int i = tableIndex(v * inverseDelta, -1, size - 1);
-    const scalar* I = iin->data();
-    const scalar* V = vout->data();
-    const scalar* dI = iinDerivative->data();
+    const scalar* I = iinData;
+    const scalar* V = voutData;
+    const scalar* dI = slopeData;
     if (i >= size - 1) {
         rhs[0] = -I[size - 1];
         rhs[1] = V[size - 1];

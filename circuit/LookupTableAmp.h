@@ -18,6 +18,7 @@ public:
     scalar* getRhs(scalar* x) override;
     scalar** getJacobian(scalar* x) override;
     scalar* evaluate(scalar* x, scalar**& stamp) override;
+    void setNodes(const NodeIndices& n) override;
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, const ScalarVectorPtr& value) override;
     void propertyChanged(const std::string& name, scalar value) override { Element::propertyChanged(name, value); }
@@ -27,6 +28,8 @@ private:
     void setVout(const ScalarVectorPtr& v);
     void setIin(const ScalarVectorPtr& v);
     void rebuildDerivative();
+    // Keeps the raw views of the tables that evaluate() reads.
+    void viewTables();
     scalar interpolate(const ScalarVector& t, scalar v, int i) const;
     scalar inputVoltage(const scalar* x) const;
 
@@ -35,6 +38,11 @@ private:
     scalar rhs[2] = {0, 0};
     scalar vinMin = 0, vinMax = 0, inverseDelta = 0, deltaV = 0;
     ScalarVectorPtr vout, iin, iinDerivative;
+    // For evaluate(): the three tables' data while they have one length of at least two
+    // (cells), else cells is 0; the input and feedback nodes' rows in x.
+    const scalar *voutData = nullptr, *iinData = nullptr, *slopeData = nullptr;
+    int cells = 0;
+    int inputRow = 0, feedbackRow = 0;
     bool useInputCurrent = true;
 };
 

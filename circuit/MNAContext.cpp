@@ -338,7 +338,7 @@ void MNAContext::addVaryingRhsAndStamps(scalar* xp, scalar* rhs, scalar* m) {
             for (const Entry* t = e + both.second.first; t != e + both.second.first + both.second.count; ++t)
                 m[t->dest] += stampRows[t->a][t->b];
     }
-    accumulateRhs(varyingRhsOnly, xp, rhs);
+    if (!varyingRhsOnly.empty()) accumulateRhs(varyingRhsOnly, xp, rhs);
     for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
     for (const EntryRange& range : stampsOnly) {
         scalar** stampRows = range.component->getJacobian(xp);
