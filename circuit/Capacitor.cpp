@@ -70,15 +70,17 @@ void Capacitor::setNodes(const NodeIndices& n) {
     Component::setNodes(n);
     nodeAValid = (*n)[0] >= 0;
     nodeBValid = (*n)[1] >= 0;
+    nodeA = (*n)[0];
+    nodeB = (*n)[1];
 }
 
 void Capacitor::nextSample() {
     if (context->getAnalysisType() == 0) return;
     if (!(sampleRate > 0)) fetchRate();
-    const DenseVector& x = context->solution();
+    const scalar* x = context->solution().data();
     voltage = 0;
-    if (nodeAValid) voltage = x[(*nodes)[0]];
-    if (nodeBValid) voltage = voltage - x[(*nodes)[1]];
+    if (nodeAValid) voltage = x[nodeA];
+    if (nodeBValid) voltage = voltage - x[nodeB];
     if (firstStep) {
         current = -(admittance * voltage);
         firstStep = false;

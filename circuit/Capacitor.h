@@ -59,6 +59,7 @@ private:
     scalar voltage = 0;
     bool nodeAValid = false;
     bool nodeBValid = false;
+    int nodeA = 0, nodeB = 0;  // the rows of the two nodes in x, where valid
     bool firstStep = true;
     // "Trapezoidal": G = 2 C fs, next I = -2 G v - I; "BackwardEuler": G = C fs, next I = -G v.
     bool trapezoidal = true;

@@ -43,11 +43,17 @@ void SourceAdmittance::propertyChanged(const std::string& name, const ScalarVect
     table = value;
 }
 
+void SourceAdmittance::setNodes(const NodeIndices& n) {
+    Resistor::setNodes(n);
+    inputRow = (*n)[0];
+}
+
 void SourceAdmittance::nextSample() {
     if (!table || table->empty())
         throw KELMException("SourceAdmittance: no admittance table. SourceAdmittance name=" + elementName);
     const ScalarVector& t = *table;
-    const scalar v = context->solution()[(*nodes)[0]] - vinMin;
+    // A first node at ground follows 0 V.
+    const scalar v = (inputRow >= 0 ? context->solution().data()[inputRow] : 0.0f) - vinMin;
     const int size = static_cast<int>(t.size());
     const int i = tableIndex(v * inverseDelta, -1, size);
     scalar g;

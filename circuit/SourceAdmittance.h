@@ -17,12 +17,14 @@ public:
     void sampleRateChanged(scalar) override {}
     void nextSample() override;
     bool hasSignalDependentStamps() override { return true; }
+    void setNodes(const NodeIndices& n) override;
 
 private:
     scalar vinMin = 0, vinMax = 0, inverseDelta = 0, deltaV = 0;
     scalar lastAdmittance = 0;
     scalar threshold = 0.1f;
     ScalarVectorPtr table;
+    int inputRow = 0;  // the first node's row in x
 };
 
 } // namespace kelm

@@ -106,8 +106,9 @@ void NewtonSolver::restamp() {
         return;
     }
     if (specialised()) {
-        // The small solves read only this copy of A.
-        context->restampSignalDependent(A.data());
+        // The small solves read only this copy of A, and it holds the last restamp: only
+        // the signal-dependent stamps' entries change.
+        context->restampSignalDependent(A.data(), true);
         return;
     }
     context->restampSignalDependent();
