@@ -116,4 +116,16 @@ TEST(CircuitTableComponents, SourceAdmittanceFollowsItsTableWithAThreshold) {
     EXPECT_FALSE(ctx->matrixChanged());
     EXPECT_EQ("propertyChanged: Invalid property name: in. SourceAdmittance name=t",
               messageOf([&] { s->propertyChanged("in", vec({1})); }));
+
+    // With its first node at ground it follows 0 V (entry 2 of a table from -2 V).
+    auto grounded = std::make_shared<MNAContext>();
+    auto* g = build<SourceAdmittance>(grounded, {"GND", "o"},
+                                      {{"VinMin", "-2"}, {"VinMax", "2"}, {"DeltaV", "1"}, {"Threshold", "0"},
+                                       {"out", "1|2|3|4|5"}});
+    grounded->init();
+    DenseVector y(1);
+    y << 7.0f;
+    grounded->setSolution(y);
+    g->nextSample();
+    EXPECT_FLOAT_EQ(3.0f, g->getAdmittance());
 }
