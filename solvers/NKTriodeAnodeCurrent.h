@@ -30,6 +30,15 @@ public:
 private:
     void buildTables();
     scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate) const;
+    // A cell of the grid: its first entry, the plate voltage of its lower side, and the
+    // weights along Vgk of its two rows.
+    struct Cell {
+        size_t at;
+        float p0, wg0, wg1;
+    };
+    Cell locate(float Vg, float vpk) const;
+    // A table's value in cell c at plate voltage vpk.
+    scalar interpolate(const std::vector<float>& table, const Cell& c, float vpk) const;
     // Bilinear interpolation in the cell whose rows start at r0 and r1, by the weights
     // along Vgk (wg0, wg1) and Vpk (wp0, wp1), which sum to the cell's sides.
     scalar bilinear(const float* r0, const float* r1, float wg0, float wg1, float wp0, float wp1) const {

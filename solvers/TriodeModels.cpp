@@ -109,18 +109,22 @@ void NKTriodeAnodeCurrent::buildTables() {
     direct = false;
 }
 
+NKTriodeAnodeCurrent::Cell NKTriodeAnodeCurrent::locate(float Vg, float vpk) const {
+    const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
+    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
+    const float g0 = i * deltaVgk + VgkMin;
+    const float g1 = g0 + deltaVgk;
+    return {static_cast<size_t>(i) * cols + j, j * deltaVpk, g1 - Vg, Vg - g0};
+}
+
+scalar NKTriodeAnodeCurrent::interpolate(const std::vector<float>& T, const Cell& c, float vpk) const {
+    return bilinear(T.data() + c.at, T.data() + c.at + cols, c.wg0, c.wg1, c.p0 + deltaVpk - vpk, vpk - c.p0);
+}
+
 scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, scalar vpk, bool clampPlate) const {
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
     if (clampPlate) vpk = std::min(vpk, VpMax);
-    const float Vg = std::min(vgk, VgkMax);
-    const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
-    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
-    const float p0 = j * deltaVpk;
-    const float g0 = i * deltaVgk + VgkMin;
-    const float g1 = g0 + deltaVgk;
-    const float* r0 = &T[static_cast<size_t>(i) * cols];
-    const float* r1 = r0 + cols;
-    return bilinear(r0 + j, r1 + j, g1 - Vg, Vg - g0, p0 + deltaVpk - vpk, vpk - p0);
+    return interpolate(T, locate(std::min(vgk, VgkMax), vpk), vpk);
 }
 
 scalar NKTriodeAnodeCurrent::current(scalar vgk, scalar vpk) {
@@ -157,16 +161,9 @@ const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk)
         return derivativeVector;
     }
     vpk = std::min(vpk, VpMax);
-    const float Vg = std::min(vgk, VgkMax);
-    const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
-    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
-    const float p0 = j * deltaVpk;
-    const float g0 = i * deltaVgk + VgkMin;
-    const float g1 = g0 + deltaVgk;
-    const float wg0 = g1 - Vg, wg1 = Vg - g0, wp0 = p0 + deltaVpk - vpk, wp1 = vpk - p0;
-    const size_t at = static_cast<size_t>(i) * cols + j;
-    d[0] = bilinear(dVgkTable.data() + at, dVgkTable.data() + at + cols, wg0, wg1, wp0, wp1);
-    d[1] = bilinear(dVpkTable.data() + at, dVpkTable.data() + at + cols, wg0, wg1, wp0, wp1);
+    const Cell c = locate(std::min(vgk, VgkMax), vpk);
+    d[0] = interpolate(dVgkTable, c, vpk);
+    d[1] = interpolate(dVpkTable, c, vpk);
     return derivativeVector;
 }
 
@@ -184,18 +181,10 @@ void NKTriodeAnodeCurrent::evaluate(scalar vgk, scalar vpk, scalar& current, sca
     // current() reads the cell at vpk, the derivatives at vpk held to VpMax: the same
     // cell either way (both indices end at the last one), other weights above VpMax.
     const float clamped = std::min(vpk, VpMax);
-    const float Vg = std::min(vgk, VgkMax);
-    const int j = tableIndex(clamped * inverseDeltaVpk, 0, cols - 2);
-    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
-    const float p0 = j * deltaVpk;
-    const float g0 = i * deltaVgk + VgkMin;
-    const float g1 = g0 + deltaVgk;
-    const float wg0 = g1 - Vg, wg1 = Vg - g0;
-    const size_t at = static_cast<size_t>(i) * cols + j;
-    current = bilinear(currentTable.data() + at, currentTable.data() + at + cols, wg0, wg1, p0 + deltaVpk - vpk, vpk - p0);
-    const float wp0 = p0 + deltaVpk - clamped, wp1 = clamped - p0;
-    dVgk = bilinear(dVgkTable.data() + at, dVgkTable.data() + at + cols, wg0, wg1, wp0, wp1);
-    dVpk = bilinear(dVpkTable.data() + at, dVpkTable.data() + at + cols, wg0, wg1, wp0, wp1);
+    const Cell c = locate(std::min(vgk, VgkMax), clamped);
+    current = interpolate(currentTable, c, vpk);
+    dVgk = interpolate(dVgkTable, c, clamped);
+    dVpk = interpolate(dVpkTable, c, clamped);
 }
 
 // ---- power-law grid current ----
