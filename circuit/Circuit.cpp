@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <typeinfo>
 
 #include "engine/Str.h"
 #include "solvers/LinearSolver.h"
@@ -176,12 +175,7 @@ bool Circuit::canRunBeside(const Graph& otherGraph) const {
     const NewtonSolver* twinNewton = other->smallNewton();
     if (!stateSpace && !(newton && twinNewton && newton->canSolveBeside(*twinNewton))) return false;
     if (numberOfInputs != other->numberOfInputs || numberOfOutputs != other->numberOfOutputs) return false;
-    const auto& mine = context->getComponents();
-    const auto& theirs = other->context->getComponents();
-    if (mine.size() != theirs.size()) return false;
-    for (size_t c = 0; c < mine.size(); ++c)
-        if (typeid(*mine[c]) != typeid(*theirs[c])) return false;
-    return true;
+    return sameKinds(context->getComponents(), other->context->getComponents());
 }
 
 void Circuit::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& otherInputs, size_t frames) {

@@ -106,17 +106,11 @@ void LookupTableAmp::propertyChanged(const std::string& name, const ScalarVector
                                        elementName);
 }
 
-scalar LookupTableAmp::inputVoltage(const scalar* x) const {
-    scalar v = x[(*nodes)[0]] - vinMin;
-    if (useFeedback) v = v - x[(*nodes)[2]];
-    return v;
-}
-
 scalar LookupTableAmp::interpolate(const ScalarVector& t, scalar v, int i) const {
     const int size = static_cast<int>(t.size());
     if (size == 0) return 0.0f;
     if (i < 1) return t[0];
-    if (i < size - 1) return t[i] + (t[i + 1] - t[i]) * (v - i * deltaV) * inverseDelta;
+    if (i < size - 1) return lerp(t.data(), i, v - i * deltaV);
     return t[size - 1];
 }
 
@@ -149,9 +143,7 @@ scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {
         stamp = getJacobian(x);
         return rhs;
     }
-    // inputVoltage(), from the rows kept at setNodes.
-    scalar v = x[inputRow] - vinMin;
-    if (useFeedback) v = v - x[feedbackRow];
+    const scalar v = inputVoltage(x);
     const int i = tableIndex(v * inverseDelta, -1, size - 1);
     const scalar* I = iinData;
     const scalar* V = voutData;
@@ -167,9 +159,9 @@ scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {
     } else {
         // interpolate()'s arithmetic, the offset into the cell taken once.
         const scalar offset = v - i * deltaV;
-        rhs[0] = -(I[i] + (I[i + 1] - I[i]) * offset * inverseDelta);
-        rhs[1] = V[i] + (V[i + 1] - V[i]) * offset * inverseDelta;
-        jacobian(0, 0) = dI[i] + (dI[i + 1] - dI[i]) * offset * inverseDelta;
+        rhs[0] = -lerp(I, i, offset);
+        rhs[1] = lerp(V, i, offset);
+        jacobian(0, 0) = lerp(dI, i, offset);
     }
     stamp = jacobian.rows();
     return rhs;

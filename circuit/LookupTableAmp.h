@@ -31,7 +31,12 @@ private:
     // Keeps the raw views of the tables that evaluate() reads.
     void viewTables();
     scalar interpolate(const ScalarVector& t, scalar v, int i) const;
-    scalar inputVoltage(const scalar* x) const;
+    // Table t in cell i at `offset` volts into it.
+    scalar lerp(const scalar* t, int i, scalar offset) const { return t[i] + (t[i + 1] - t[i]) * offset * inverseDelta; }
+    scalar inputVoltage(const scalar* x) const {
+        const scalar v = x[inputRow] - vinMin;
+        return useFeedback ? v - x[feedbackRow] : v;
+    }
 
     bool useFeedback = false;
     Stamp jacobian;

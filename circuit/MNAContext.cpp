@@ -147,14 +147,12 @@ void MNAContext::init() {
     buildEntries();
     signalDependentList.clear();
     signalStamps.clear();
-    signalStampsListed = true;
     for (size_t i = 0; i < components.size(); ++i) {
         if (!components[i]->hasSignalDependentStamps()) continue;
         signalDependentList.push_back(static_cast<int>(i));
         const Slot& s = slots[i];
         if (s.m > 0) {
             signalStamps.push_back({s.component, 0, -1});
-            signalStampsListed = false;
             continue;
         }
         // stamp()'s conductance loop, its destinations listed once.
@@ -238,15 +236,10 @@ void MNAContext::assembleMatrix(double* M) {
 
 void MNAContext::restampSignalDependent() { restampSignalDependent(A->data()); }
 
-void MNAContext::restampSignalDependent(scalar* to, bool onlyTheirEntries) {
+void MNAContext::restampSignalDependent(scalar* to) {
     const scalar* from = steadyPart.data();
     const Entry* e = entries.data();
-    if (onlyTheirEntries && signalStampsListed) {
-        for (const EntryRange& range : signalStamps)
-            for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) to[t->dest] = from[t->dest];
-    } else {
-        for (Eigen::Index i = 0, size = steadyPart.size(); i < size; ++i) to[i] = from[i];
-    }
+    for (Eigen::Index i = 0, size = steadyPart.size(); i < size; ++i) to[i] = from[i];
     for (size_t k = 0; k < signalStamps.size(); ++k) {
         const EntryRange& range = signalStamps[k];
         if (range.count < 0) {

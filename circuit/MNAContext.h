@@ -88,10 +88,8 @@ public:
     // the present stamps of the components with signal-dependent stamps.
     void restampSignalDependent();
     // The same sum written to M (size() by size(), column-major) instead: the context's
-    // own matrix is left as it was. With onlyTheirEntries, M must hold what the last
-    // assembleMatrix or restamp gave: only the entries that signal-dependent stamps reach
-    // are then made again.
-    void restampSignalDependent(scalar* M, bool onlyTheirEntries = false);
+    // own matrix is left as it was.
+    void restampSignalDependent(scalar* M);
     int fixedMarker() const { return fixedMarkerValue; }
     bool isInitialized() const { return initialized; }
     int size() const { return lastNode + extraCount - fixedMarkerValue; }
@@ -162,7 +160,6 @@ private:
     // Where each conductance stamp of a signal-dependent component without extra unknowns
     // goes; the others restamp through stamp(). Components with no such list: count -1.
     std::vector<EntryRange> signalStamps;
-    bool signalStampsListed = false;  // every signal-dependent stamp has its list
     // The same split for addVaryingRhsAndStamps: components with both a varying rhs and
     // stamps (rhs range, then stamp range), and those with only one of them.
     std::vector<std::pair<EntryRange, EntryRange>> evaluatedBoth;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <typeinfo>
 
 #include <boost/graph/adjacency_list.hpp>
 #include <boost/graph/depth_first_search.hpp>
@@ -303,12 +302,7 @@ bool DSPGraph::canRunBeside(const Graph& otherGraph) const {
     if (processingMethod != 0 || other->processingMethod != 0) return false;
     if (numberOfInputs != other->numberOfInputs || numberOfOutputs != other->numberOfOutputs) return false;
     if (order != other->order) return false;
-    const auto& mine = context->elements;
-    const auto& theirs = other->context->elements;
-    if (mine.size() != theirs.size()) return false;
-    for (size_t e = 0; e < mine.size(); ++e)
-        if (typeid(*mine[e]) != typeid(*theirs[e])) return false;
-    return true;
+    return sameKinds(context->elements, other->context->elements);
 }
 
 void DSPGraph::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& otherInputs, size_t frames) {

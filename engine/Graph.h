@@ -1,6 +1,7 @@
 #pragma once
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "engine/PropertyMap.h"
@@ -64,6 +65,14 @@ protected:
     // Whether this graph and `other` can both run a block of `frames` now, side by side:
     // two graphs, neither bypassed nor off, the block within both graphs' sizes.
     bool plainBeside(const Graph& other, size_t frames) const;
+    // Whether two lists hold parts of the same types in the same order.
+    template <typename T>
+    static bool sameKinds(const std::vector<T*>& a, const std::vector<T*>& b) {
+        if (a.size() != b.size()) return false;
+        for (size_t i = 0; i < a.size(); ++i)
+            if (typeid(*a[i]) != typeid(*b[i])) return false;
+        return true;
+    }
     void setRequest(std::vector<bool>& requests, bool& flag, bool value, int index);
 
     std::string graphName;

@@ -106,9 +106,8 @@ void NewtonSolver::restamp() {
         return;
     }
     if (specialised()) {
-        // The small solves read only this copy of A, and it holds the last restamp: only
-        // the signal-dependent stamps' entries change.
-        context->restampSignalDependent(A.data(), true);
+        // The small solves read only this copy of A.
+        context->restampSignalDependent(A.data());
         return;
     }
     context->restampSignalDependent();

@@ -23,13 +23,11 @@ void Triode::init(const std::string& name, const PropertyMapPtr& properties, con
     }
     std::string model = "PowerLaw";
     local.readOptional("GridCurrent", model);
-    powerLaw = new PowerLawTriodeGridCurrent();
-    grid.reset(powerLaw);
+    grid.reset(new PowerLawTriodeGridCurrent());
     grid->init(local);
     model = "NormanKoren";
     local.readOptional("AnodeCurrent", model);
-    koren = new NKTriodeAnodeCurrent();
-    anode.reset(koren);
+    anode.reset(new NKTriodeAnodeCurrent());
     anode->init(local);
     jacobian.resize(3, 3);
 }
@@ -96,8 +94,8 @@ scalar* Triode::evaluate(scalar* x, scalar**& stamp) {
     limit(x);
     const scalar vgk = Vg - Vk, vpk = Vp - Vk;
     scalar ip, a, b, ig, c;
-    koren->evaluate(vgk, vpk, ip, a, b);
-    powerLaw->evaluate(vgk, ig, c);
+    anode->evaluate(vgk, vpk, ip, a, b);
+    grid->evaluate(vgk, ig, c);
     fillRhs(ip, ig);
     fillJacobian(a, b, c);
     stamp = jacobian.rows();

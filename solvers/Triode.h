@@ -35,11 +35,8 @@ private:
     void fillRhs(scalar ip, scalar ig);
     void fillJacobian(scalar a, scalar b, scalar c);
 
-    std::unique_ptr<TriodeCurrent> anode;
-    std::unique_ptr<TriodeCurrent> grid;
-    // The same two, by their types, for evaluate().
-    NKTriodeAnodeCurrent* koren = nullptr;
-    PowerLawTriodeGridCurrent* powerLaw = nullptr;
+    std::unique_ptr<NKTriodeAnodeCurrent> anode;
+    std::unique_ptr<PowerLawTriodeGridCurrent> grid;
     scalar rhs[3] = {0, 0, 0};
     Stamp jacobian;
     bool plateValid = false, gridValid = false, cathodeValid = false;
