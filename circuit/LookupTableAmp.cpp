@@ -21,6 +21,7 @@ void LookupTableAmp::init(const std::string& name, const PropertyMapPtr& propert
     const int count = useFeedback ? 3 : 2;
     if (nodeCount() != count)
         throw InvalidArgumentException(str("LookupTableAmp, name=", name, ", must have ", count, " nodes."));
+    jacobian.resize(count, count);
     for (const std::string& n : *nodeNames)
         if (isGround(n))
             throw InvalidArgumentException("LookupTableAmp cannot have a grounded node. LookupTableAmp name=" + name);

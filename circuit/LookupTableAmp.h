@@ -39,8 +39,10 @@ private:
     }
 
     bool useFeedback = false;
+    // One entry per node: the circuit takes an rhs entry and a stamp row and column
+    // for each, and the feedback node's stay zero.
     Stamp jacobian;
-    scalar rhs[2] = {0, 0};
+    scalar rhs[3] = {0, 0, 0};
     scalar vinMin = 0, vinMax = 0, inverseDelta = 0, deltaV = 0;
     ScalarVectorPtr vout, iin, iinDerivative;
     // For evaluate(): the three tables' data while they have one length of at least two

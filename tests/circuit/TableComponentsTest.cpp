@@ -129,3 +129,37 @@ TEST(CircuitTableComponents, SourceAdmittanceFollowsItsTableWithAThreshold) {
     g->nextSample();
     EXPECT_FLOAT_EQ(3.0f, g->getAdmittance());
 }
+
+// With UseFeedback the third node subtracts from the input: Vout = 0.5 (g - fb), and with
+// g = in / 2 and fb = out / 2 the output settles at in / 5. The circuit reads an rhs entry
+// and a stamp row for every node, the feedback node's included.
+TEST(CircuitTableComponents, LookupTableAmpWithFeedbackSolvesInACircuit) {
+    auto element = [](const std::string& type, const std::string& name, const std::string& props,
+                      std::initializer_list<const char*> nodes) {
+        std::string e = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + props + "/>";
+        for (const char* n : nodes) e += std::string("<Node Name=\"") + n + "\"/>";
+        return e + "</Element>";
+    };
+    const std::string newton = "<Solver Type=\"NewtonRaphson\"><Properties RelativeTollerance=\"1e-6\" "
+                               "AbsoluteTollerance=\"1e-6\" MaxIterations=\"50\"/></Solver>";
+    for (const char* current : {"0", "1"}) {
+        const std::string graph =
+            "<Graph Name=\"C\" Type=\"MNA\"><NumberOfInputs>1</NumberOfInputs>"
+            "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>" +
+            element("VoltageInputSource", "input", "InputNumber=\"0\"", {"in", "GND"}) +
+            element("Resistor", "R1", "Resistance=\"1000\"", {"in", "g"}) +
+            element("Resistor", "R2", "Resistance=\"1000\"", {"g", "GND"}) +
+            element("LookupTableAmp", "A",
+                    std::string("VinMin=\"-2\" VinMax=\"2\" DeltaV=\"1\" UseFeedback=\"true\" UseInputCurrent=\"") +
+                        current + "\" Vout=\"-1|-0.5|0|0.5|1\" Iin=\"0|0|0|0|0\"",
+                    {"g", "out", "fb"}) +
+            element("Resistor", "R3", "Resistance=\"1000\"", {"out", "fb"}) +
+            element("Resistor", "R4", "Resistance=\"1000\"", {"fb", "GND"}) +
+            "<Output><Node Name=\"out\"/></Output><Analysis Type=\"AC\"><InitialCondition Type=\"Zero\">" + newton +
+            "</InitialCondition>" + newton + "</Analysis></Graph>";
+        auto d = makeDriver(systemDoc(graph, "<Output Graph=\"C\" Node=\"out\"/>"), 48000, 16);
+        std::vector<float> in(16, 0.8f);
+        d->process({in.data()}, in.size());
+        EXPECT_NEAR(0.16f, d->getResults()[0][15], 1e-5f) << "UseInputCurrent=" << current;
+    }
+}
