@@ -2,6 +2,7 @@
 # Builds the fuzz targets with clang and libFuzzer (address and undefined-behaviour sanitizers)
 # into build-fuzz and runs each for a while: scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]
 # The corpora grow in build-fuzz/corpus/, seeded from examples/, tests/data/ and resources/;
+# fuzz/TARGET.dict, where there is one, gives the mutations the tokens of the format;
 # an input that fails is left in build-fuzz/artifacts/ and the script fails. Keep such inputs
 # under tests/fuzz/TARGET/, where ctest replays them in every build.
 set -euo pipefail
@@ -42,7 +43,9 @@ seed() {
 # The targets run side by side, each for its time: a minute each takes a minute, not three.
 run() {
   local t="$1"
-  if ! "$dir/kelm_fuzz_$t" "$dir/corpus/$t" -max_total_time="$seconds" -timeout=120 -rss_limit_mb=2048 \
+  local dict=()
+  [ -f "fuzz/$t.dict" ] && dict=(-dict="fuzz/$t.dict")
+  if ! "$dir/kelm_fuzz_$t" "$dir/corpus/$t" "${dict[@]}" -max_total_time="$seconds" -timeout=120 -rss_limit_mb=2048 \
         -max_len=65536 -print_final_stats=1 -artifact_prefix="$dir/artifacts/$t/" > "$dir/fuzz-$t.log" 2>&1; then
     return 1
   fi
