@@ -156,14 +156,7 @@ void MNAContext::init() {
             continue;
         }
         // stamp()'s conductance loop, its destinations listed once.
-        const int first = static_cast<int>(entries.size());
-        const int last = lastNode + extraCount;
-        for (int a = 0; a < s.k; ++a) {
-            if (s.nodes[a] == -1 || s.nodes[a] > last) continue;
-            for (int b = 0; b < s.k; ++b)
-                if (s.nodes[b] != -1) entries.push_back({a, b, s.nodes[b] * T + s.nodes[a]});
-        }
-        signalStamps.push_back({s.component, first, static_cast<int>(entries.size()) - first});
+        signalStamps.push_back(listStampEntries(s));
     }
     fixedRowShared = false;
     for (size_t a = 0; a < fixedList.size(); ++a)
@@ -271,14 +264,26 @@ void MNAContext::addVaryingRhs(scalar* xp, scalar* rhs) {
     for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
 }
 
+MNAContext::EntryRange MNAContext::listStampEntries(const Slot& s) {
+    // Rows of ground and of nodes that another component fixes take no stamp.
+    const int T = size();
+    const int last = lastNode + extraCount;
+    const int first = static_cast<int>(entries.size());
+    for (int a = 0; a < s.k; ++a) {
+        const int row = s.nodes[a];
+        if (row == -1 || row > last) continue;
+        for (int b = 0; b < s.k; ++b)
+            if (s.nodes[b] != -1) entries.push_back({a, b, s.nodes[b] * T + row});
+    }
+    return {s.component, first, static_cast<int>(entries.size()) - first};
+}
+
 void MNAContext::buildEntries() {
     entries.clear();
     allRhs.clear();
     constantRhs.clear();
     varyingRhs.clear();
     jacobianStamps.clear();
-    const int T = size();
-    const int last = lastNode + extraCount;
     for (int i : rhsList) {
         const Slot& s = slots[i];
         const int first = static_cast<int>(entries.size());
@@ -291,17 +296,7 @@ void MNAContext::buildEntries() {
         allRhs.push_back(range);
         (s.component->rhsReadsSolution() ? varyingRhs : constantRhs).push_back(range);
     }
-    for (int i : nonlinearList) {
-        const Slot& s = slots[i];
-        const int first = static_cast<int>(entries.size());
-        for (int a = 0; a < s.k; ++a) {
-            const int row = s.nodes[a];
-            if (row == -1 || row > last) continue;
-            for (int b = 0; b < s.k; ++b)
-                if (s.nodes[b] != -1) entries.push_back({a, b, s.nodes[b] * T + row});
-        }
-        jacobianStamps.push_back({s.component, first, static_cast<int>(entries.size()) - first});
-    }
+    for (int i : nonlinearList) jacobianStamps.push_back(listStampEntries(slots[i]));
     evaluatedBoth.clear();
     varyingRhsOnly.clear();
     stampsOnly.clear();

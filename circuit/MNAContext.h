@@ -166,6 +166,8 @@ private:
     std::vector<EntryRange> varyingRhsOnly, stampsOnly;
     bool fixedRowShared = false;
     void buildEntries();
+    // Lists where a k by k stamp of s goes (entry (a, b) to row a, column b) and returns its range.
+    EntryRange listStampEntries(const Slot& s);
     void accumulateRhs(const std::vector<EntryRange>& list, scalar* x, scalar* rhs);
     void buildPorts();
     // A port term: entry `source` of a component's rhs goes to port `port`

@@ -56,6 +56,15 @@ inline std::string systemDoc(const std::string& graphs, const std::string& outpu
            (controls.empty() ? "" : "<Controls>" + controls + "</Controls>") + "</System>";
 }
 
+// A circuit element of a system description, with its properties (attribute text) and nodes.
+inline std::string element(const std::string& type, const std::string& name, const std::string& props,
+                           std::initializer_list<const char*> nodes) {
+    std::string s = "<Element Type=\"" + type + "\" Name=\"" + name + "\">";
+    if (!props.empty()) s += "<Properties " + props + "/>";
+    for (const char* n : nodes) s += std::string("<Node Name=\"") + n + "\"/>";
+    return s + "</Element>";
+}
+
 inline void writeWav(const std::string& path, const std::vector<float>& interleaved, int channels, int rate,
                      int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT) {
     SF_INFO info{};

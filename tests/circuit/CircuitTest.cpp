@@ -14,14 +14,6 @@ using namespace kelm::test;
 
 namespace {
 
-std::string element(const std::string& type, const std::string& name, const std::string& props,
-                    std::initializer_list<const char*> nodes) {
-    std::string s = "<Element Type=\"" + type + "\" Name=\"" + name + "\">";
-    if (!props.empty()) s += "<Properties " + props + "/>";
-    for (const char* n : nodes) s += std::string("<Node Name=\"") + n + "\"/>";
-    return s + "</Element>";
-}
-
 std::string analysis(const std::string& type, const std::string& start, const std::string& solver = "Linear") {
     std::string s = "<Analysis Type=\"" + type + "\">";
     if (!start.empty()) {

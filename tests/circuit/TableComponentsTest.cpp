@@ -134,12 +134,6 @@ TEST(CircuitTableComponents, SourceAdmittanceFollowsItsTableWithAThreshold) {
 // g = in / 2 and fb = out / 2 the output settles at in / 5. The circuit reads an rhs entry
 // and a stamp row for every node, the feedback node's included.
 TEST(CircuitTableComponents, LookupTableAmpWithFeedbackSolvesInACircuit) {
-    auto element = [](const std::string& type, const std::string& name, const std::string& props,
-                      std::initializer_list<const char*> nodes) {
-        std::string e = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + props + "/>";
-        for (const char* n : nodes) e += std::string("<Node Name=\"") + n + "\"/>";
-        return e + "</Element>";
-    };
     const std::string newton = "<Solver Type=\"NewtonRaphson\"><Properties RelativeTollerance=\"1e-6\" "
                                "AbsoluteTollerance=\"1e-6\" MaxIterations=\"50\"/></Solver>";
     for (const char* current : {"0", "1"}) {
