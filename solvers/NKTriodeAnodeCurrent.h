@@ -1,5 +1,8 @@
 #pragma once
+#include <algorithm>
 #include <vector>
+
+#include "engine/TableIndex.h"
 
 #include "solvers/TriodeCurrent.h"
 
@@ -19,7 +22,23 @@ public:
     scalar dIdVgk(scalar vgk, scalar vpk) override;
     scalar dIdVpk(scalar vgk, scalar vpk) override;
     // current(), dIdVgk() and dIdVpk() from one location of the grid cell.
-    void evaluate(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk);
+    void evaluate(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
+        if (direct) {
+            evaluateDirect(vgk, vpk, current, dVgk, dVpk);
+            return;
+        }
+        if (vpk <= 0 || VgkMin > vgk) {
+            current = dVgk = dVpk = 0.0f;
+            return;
+        }
+        // current() reads the cell at vpk, the derivatives at vpk held to VpMax: the same
+        // cell either way (both indices end at the last one), other weights above VpMax.
+        const float clamped = std::min(vpk, VpMax);
+        const Cell c = locate(std::min(vgk, VgkMax), clamped);
+        current = interpolate(currentTable, c, vpk);
+        dVgk = interpolate(dVgkTable, c, clamped);
+        dVpk = interpolate(dVpkTable, c, clamped);
+    }
 
     bool isDirect() const { return direct; }
     int rowCount() const { return rows; }
@@ -29,6 +48,7 @@ public:
 
 private:
     void buildTables();
+    void evaluateDirect(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk);
     scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate) const;
     // A cell of the grid: its first entry, the plate voltage of its lower side, and the
     // weights along Vgk of its two rows.
@@ -36,9 +56,17 @@ private:
         size_t at;
         float p0, wg0, wg1;
     };
-    Cell locate(float Vg, float vpk) const;
+    Cell locate(float Vg, float vpk) const {
+        const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
+        const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
+        const float g0 = i * deltaVgk + VgkMin;
+        const float g1 = g0 + deltaVgk;
+        return {static_cast<size_t>(i) * cols + j, j * deltaVpk, g1 - Vg, Vg - g0};
+    }
     // A table's value in cell c at plate voltage vpk.
-    scalar interpolate(const std::vector<float>& table, const Cell& c, float vpk) const;
+    scalar interpolate(const std::vector<float>& T, const Cell& c, float vpk) const {
+        return bilinear(T.data() + c.at, T.data() + c.at + cols, c.wg0, c.wg1, c.p0 + deltaVpk - vpk, vpk - c.p0);
+    }
     // Bilinear interpolation in the cell whose rows start at r0 and r1, by the weights
     // along Vgk (wg0, wg1) and Vpk (wp0, wp1), which sum to the cell's sides.
     scalar bilinear(const float* r0, const float* r1, float wg0, float wg1, float wp0, float wp1) const {

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "engine/PropertyMap.h"
+#include "engine/TableIndex.h"
 #include "engine/Types.h"
 
 namespace kelm {
@@ -15,10 +16,22 @@ public:
     virtual scalar current(scalar vgk);
     virtual scalar dIdV(scalar vgk);
     // current() and dIdV() from one location in the tables.
-    void evaluate(scalar vgk, scalar& current, scalar& slope);
+    void evaluate(scalar vgk, scalar& current, scalar& slope) {
+        const float v = static_cast<float>(vgk + Vc);
+        if (direct || v < 0 || v >= VgkMax) {
+            evaluateOutside(vgk, current, slope);
+            return;
+        }
+        const int k = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
+        const float offset = v - k * deltaVgk;
+        current = currentTable[k] + (currentTable[k + 1] - currentTable[k]) * offset * inverseDeltaVgk;
+        slope = derivativeTable[k] + (derivativeTable[k + 1] - derivativeTable[k]) * offset * inverseDeltaVgk;
+    }
 
 private:
     void buildTables();
+    // evaluate() where the tables do not reach (or are not used).
+    void evaluateOutside(scalar vgk, scalar& current, scalar& slope);
 
     double Vc = 0, Igc = 0, N = 0;
     float VgkMax = 8.0f, VgkMin = -8.0f, deltaVgk = 0.01f, inverseDeltaVgk = 100.0f;

@@ -109,18 +109,6 @@ void NKTriodeAnodeCurrent::buildTables() {
     direct = false;
 }
 
-NKTriodeAnodeCurrent::Cell NKTriodeAnodeCurrent::locate(float Vg, float vpk) const {
-    const int j = tableIndex(vpk * inverseDeltaVpk, 0, cols - 2);
-    const int i = tableIndex((Vg - VgkMin) * inverseDeltaVgk, 0, rows - 2);
-    const float g0 = i * deltaVgk + VgkMin;
-    const float g1 = g0 + deltaVgk;
-    return {static_cast<size_t>(i) * cols + j, j * deltaVpk, g1 - Vg, Vg - g0};
-}
-
-scalar NKTriodeAnodeCurrent::interpolate(const std::vector<float>& T, const Cell& c, float vpk) const {
-    return bilinear(T.data() + c.at, T.data() + c.at + cols, c.wg0, c.wg1, c.p0 + deltaVpk - vpk, vpk - c.p0);
-}
-
 scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, scalar vpk, bool clampPlate) const {
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
     if (clampPlate) vpk = std::min(vpk, VpMax);
@@ -167,24 +155,10 @@ const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk)
     return derivativeVector;
 }
 
-void NKTriodeAnodeCurrent::evaluate(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
-    if (direct) {
-        current = directCurrent(vgk, vpk);
-        dVgk = dIdVgk(vgk, vpk);
-        dVpk = dIdVpk(vgk, vpk);
-        return;
-    }
-    if (vpk <= 0 || VgkMin > vgk) {
-        current = dVgk = dVpk = 0.0f;
-        return;
-    }
-    // current() reads the cell at vpk, the derivatives at vpk held to VpMax: the same
-    // cell either way (both indices end at the last one), other weights above VpMax.
-    const float clamped = std::min(vpk, VpMax);
-    const Cell c = locate(std::min(vgk, VgkMax), clamped);
-    current = interpolate(currentTable, c, vpk);
-    dVgk = interpolate(dVgkTable, c, clamped);
-    dVpk = interpolate(dVpkTable, c, clamped);
+void NKTriodeAnodeCurrent::evaluateDirect(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
+    current = directCurrent(vgk, vpk);
+    dVgk = dIdVgk(vgk, vpk);
+    dVpk = dIdVpk(vgk, vpk);
 }
 
 // ---- power-law grid current ----
@@ -234,17 +208,9 @@ scalar PowerLawGridCurrent::current(scalar vgk) {
     return currentTable[i] + (currentTable[i + 1] - currentTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
 }
 
-void PowerLawGridCurrent::evaluate(scalar vgk, scalar& i, scalar& slope) {
-    const float v = static_cast<float>(vgk + Vc);
-    if (direct || v < 0 || v >= VgkMax) {
-        i = current(vgk);
-        slope = dIdV(vgk);
-        return;
-    }
-    const int k = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
-    const float offset = v - k * deltaVgk;
-    i = currentTable[k] + (currentTable[k + 1] - currentTable[k]) * offset * inverseDeltaVgk;
-    slope = derivativeTable[k] + (derivativeTable[k + 1] - derivativeTable[k]) * offset * inverseDeltaVgk;
+void PowerLawGridCurrent::evaluateOutside(scalar vgk, scalar& i, scalar& slope) {
+    i = current(vgk);
+    slope = dIdV(vgk);
 }
 
 scalar PowerLawGridCurrent::dIdV(scalar vgk) {
