@@ -42,19 +42,6 @@ void Triode::setNodes(const NodeIndices& n) {
     cathode = (*n)[2];
 }
 
-void Triode::limit(scalar* x) {
-    Vp = plateValid ? x[plate] : 0.0f;
-    Vg = gridValid ? x[grid_] : 0.0f;
-    Vk = cathodeValid ? x[cathode] : 0.0f;
-    if (Vp < 0) Vp = 0;
-    if (Vk < 0) Vk = 0;
-    Vp = std::max(Vp, std::max(Vg, Vk));
-    if (lastPlate > 0) Vp = std::min(std::max(Vp, lastPlate * 0.5f), lastPlate * 2.0f);
-    lastPlate = Vp;
-    if (cathodeValid) x[cathode] = Vk;
-    if (plateValid) x[plate] = Vp;
-}
-
 void Triode::fillRhs(scalar ip, scalar ig) {
     rhs[0] = -ip;
     rhs[1] = -ig;
@@ -74,30 +61,24 @@ void Triode::fillJacobian(scalar a, scalar b, scalar c) {
 }
 
 scalar* Triode::getRhs(scalar* x) {
-    limit(x);
-    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
+    scalar vgk, vpk;
+    limit(x, vgk, vpk);
     fillRhs(anode->current(vgk, vpk), grid->current(vgk, vpk));
     return rhs;
 }
 
 scalar** Triode::getJacobian(scalar* x) {
-    limit(x);
-    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
+    scalar vgk, vpk;
+    limit(x, vgk, vpk);
     const ScalarVector& d = *anode->derivatives(vgk, vpk);
     fillJacobian(d[0], d[1], grid->dIdVgk(vgk, vpk));
     return jacobian.rows();
 }
 
 scalar* Triode::evaluate(scalar* x, scalar**& stamp) {
-    // The limiter leaves x where a second call would leave it too; the currents and their
-    // derivatives come from one location in each table.
-    limit(x);
-    const scalar vgk = Vg - Vk, vpk = Vp - Vk;
-    scalar ip, a, b, ig, c;
-    anode->evaluate(vgk, vpk, ip, a, b);
-    grid->evaluate(vgk, ig, c);
-    fillRhs(ip, ig);
-    fillJacobian(a, b, c);
+    const Ports p = evaluatePorts(x);
+    fillRhs(p.ip, p.ig);
+    fillJacobian(p.dIpdVgk, p.dIpdVpk, p.dIgdVgk);
     stamp = jacobian.rows();
     return rhs;
 }

@@ -1,4 +1,5 @@
 #pragma once
+#include <algorithm>
 #include <memory>
 
 #include "circuit/Component.h"
@@ -24,12 +25,48 @@ public:
     scalar** getJacobian(scalar* x) override;
     scalar* evaluate(scalar* x, scalar**& stamp) override;
 
+    // The device as two ports, at the terminal voltages in x (limited in place as
+    // evaluate() limits them): the port voltages (V), the plate and grid currents (A)
+    // and their slopes (S).
+    struct Ports {
+        scalar vgk, vpk, ip, ig, dIpdVgk, dIpdVpk, dIgdVgk;
+    };
+    Ports evaluatePorts(scalar* x) {
+        // The limiter leaves x where a second call would leave it too; the currents and
+        // their derivatives come from one location in each table.
+        Ports p;
+        limit(x, p.vgk, p.vpk);
+        anode->evaluate(p.vgk, p.vpk, p.ip, p.dIpdVgk, p.dIpdVpk);
+        grid->evaluate(p.vgk, p.ig, p.dIgdVgk);
+        return p;
+    }
+    // The terminals' indices in x, -1 for ground.
+    int plateIndex() const { return plate; }
+    int gridIndex() const { return grid_; }
+    int cathodeIndex() const { return cathode; }
+
     TriodeCurrent& anodeCurrent() { return *anode; }
     TriodeCurrent& gridCurrent() { return *grid; }
     scalar storedPlateVoltage() const { return lastPlate; }
 
 private:
-    void limit(scalar* x);
+    // Clamps the terminal voltages in x as the iteration needs them (the plate at or above
+    // the other terminals and within a factor of two of its last value, plate and cathode
+    // not below ground), writes the clamped ones back, and gives vgk and vpk.
+    void limit(scalar* x, scalar& vgk, scalar& vpk) {
+        scalar vp = plateValid ? x[plate] : 0.0f;
+        const scalar vg = gridValid ? x[grid_] : 0.0f;
+        scalar vk = cathodeValid ? x[cathode] : 0.0f;
+        if (vp < 0) vp = 0;
+        if (vk < 0) vk = 0;
+        vp = std::max(vp, std::max(vg, vk));
+        if (lastPlate > 0) vp = std::min(std::max(vp, lastPlate * 0.5f), lastPlate * 2.0f);
+        lastPlate = vp;
+        if (cathodeValid) x[cathode] = vk;
+        if (plateValid) x[plate] = vp;
+        vgk = vg - vk;
+        vpk = vp - vk;
+    }
     // The rhs from the plate and grid currents (A), the stamp from dIp/dVgk, dIp/dVpk and
     // dIg/dVgk (S).
     void fillRhs(scalar ip, scalar ig);
@@ -41,7 +78,6 @@ private:
     Stamp jacobian;
     bool plateValid = false, gridValid = false, cathodeValid = false;
     int plate = -1, grid_ = -1, cathode = -1;  // indices in x, -1 for ground
-    scalar Vp = 0, Vg = 0, Vk = 0;
     scalar lastPlate = 0;
 };
 
