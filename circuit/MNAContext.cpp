@@ -158,6 +158,16 @@ void MNAContext::init() {
         // stamp()'s conductance loop, its destinations listed once.
         signalStamps.push_back(listStampEntries(s));
     }
+    signalDests.clear();
+    for (const EntryRange& range : signalStamps) {
+        if (range.count < 0) {
+            signalDests.clear();
+            break;
+        }
+        for (int k = range.first; k < range.first + range.count; ++k)
+            if (std::find(signalDests.begin(), signalDests.end(), entries[k].dest) == signalDests.end())
+                signalDests.push_back(entries[k].dest);
+    }
     fixedRowShared = false;
     for (size_t a = 0; a < fixedList.size(); ++a)
         for (size_t b = a + 1; b < fixedList.size(); ++b)
@@ -245,13 +255,28 @@ void MNAContext::restampSignalDependent(scalar* to) {
     }
 }
 
+void MNAContext::restampSignalDependentEntries(scalar* to) {
+    if (signalDests.empty()) {
+        restampSignalDependent(to);
+        return;
+    }
+    const scalar* from = steadyPart.data();
+    for (int d : signalDests) to[d] = from[d];
+    const Entry* e = entries.data();
+    for (const EntryRange& range : signalStamps) {
+        scalar** G = range.component->getG();
+        if (!G) continue;
+        for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) to[t->dest] += G[t->a][t->b];
+    }
+}
+
 void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
     const int T = size();
     if (rhsVector.size() != T) rhsVector.resize(T);
     scalar* rhs = rhsVector.data();
     std::fill(rhs, rhs + T, 0.0f);
     accumulateRhs(allRhs, xv.data(), rhs);
-    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+    writeFixedValues(rhs);
 }
 
 void MNAContext::computeConstantRhs(scalar* xp, scalar* rhs) {
@@ -261,7 +286,7 @@ void MNAContext::computeConstantRhs(scalar* xp, scalar* rhs) {
 
 void MNAContext::addVaryingRhs(scalar* xp, scalar* rhs) {
     accumulateRhs(varyingRhs, xp, rhs);
-    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+    writeFixedValues(rhs);
 }
 
 MNAContext::EntryRange MNAContext::listStampEntries(const Slot& s) {
@@ -334,13 +359,23 @@ void MNAContext::addVaryingRhsAndStamps(scalar* xp, scalar* rhs, scalar* m) {
                 m[t->dest] += stampRows[t->a][t->b];
     }
     if (!varyingRhsOnly.empty()) accumulateRhs(varyingRhsOnly, xp, rhs);
-    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
+    writeFixedValues(rhs);
     for (const EntryRange& range : stampsOnly) {
         scalar** stampRows = range.component->getJacobian(xp);
         if (!stampRows) continue;
         for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t)
             m[t->dest] += stampRows[t->a][t->b];
     }
+}
+
+Component* MNAContext::soleNonlinear() const {
+    if (evaluatedBoth.size() != 1 || !varyingRhsOnly.empty() || !stampsOnly.empty() || !signalStamps.empty())
+        return nullptr;
+    return evaluatedBoth[0].first.component;
+}
+
+void MNAContext::writeFixedValues(scalar* rhs) const {
+    for (int i : fixedList) rhs[slots[i].fixedRow] = fixedValues[slots[i].fixedRow];
 }
 
 void MNAContext::accumulateRhs(const std::vector<EntryRange>& list, scalar* xp, scalar* rhs) {

@@ -49,6 +49,12 @@ public:
     // addVaryingRhs(x, rhs) and addJacobianStamps(x, J) in one pass: a component with
     // both is evaluated once (Component::evaluate).
     void addVaryingRhsAndStamps(scalar* x, scalar* rhs, scalar* J);
+    // The one component whose rhs and stamps change within a sample, when nothing else
+    // changes within a sample and no stamp follows the signal; otherwise null.
+    Component* soleNonlinear() const;
+    // Writes the values of the fixed nodes (as the last rhs computation left them) into
+    // their rows of rhs.
+    void writeFixedValues(scalar* rhs) const;
 
     // The right-hand side as a sum of constant sparse columns ("ports") times
     // amplitudes. A component's entries map to the unit column of its first
@@ -90,6 +96,10 @@ public:
     // The same sum written to M (size() by size(), column-major) instead: the context's
     // own matrix is left as it was.
     void restampSignalDependent(scalar* M);
+    // The same for an M that holds the result of an earlier restamp of this context since
+    // its last assembleMatrix: only the entries that the signal-dependent stamps reach are
+    // reset and restamped.
+    void restampSignalDependentEntries(scalar* M);
     int fixedMarker() const { return fixedMarkerValue; }
     bool isInitialized() const { return initialized; }
     int size() const { return lastNode + extraCount - fixedMarkerValue; }
@@ -160,6 +170,9 @@ private:
     // Where each conductance stamp of a signal-dependent component without extra unknowns
     // goes; the others restamp through stamp(). Components with no such list: count -1.
     std::vector<EntryRange> signalStamps;
+    // The offsets that signalStamps reach, each once; empty when some component restamps
+    // through stamp().
+    std::vector<int> signalDests;
     // The same split for addVaryingRhsAndStamps: components with both a varying rhs and
     // stamps (rhs range, then stamp range), and those with only one of them.
     std::vector<std::pair<EntryRange, EntryRange>> evaluatedBoth;

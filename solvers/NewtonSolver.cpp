@@ -7,15 +7,9 @@
 #include "circuit/DenseKernels.h"
 #include "circuit/MNAContext.h"
 #include "engine/Str.h"
+#include "engine/SmallLoops.h"
 #include "solvers/SolverProperties.h"
 
-// The loops of the small solves have bounds known to the compiler: unrolled
-// whole, they leave only the arithmetic.
-#if defined(__GNUC__) && !defined(__clang__)
-#define KELM_UNROLL _Pragma("GCC unroll 36")
-#else
-#define KELM_UNROLL
-#endif
 
 namespace kelm {
 
@@ -78,6 +72,7 @@ void NewtonSolver::initMatrix() {
     if (fixedPointSteps > 0) fixedPointLU.compute(A);
     if (initialized) {
         if (A.rows() != n) throw KELMException("Newton Solver.initMatrix: a changed number of rows after initialization.");
+        buildPorts();
         return;
     }
     n = lda = static_cast<int>(A.rows());
@@ -96,6 +91,19 @@ void NewtonSolver::initMatrix() {
         default: break;
         }
     }
+    buildPorts();
+}
+
+void NewtonSolver::buildPorts() {
+    if (fast && portsAllowed)
+        ports.build(*context, A.data(), n, m);
+    else
+        ports.clear();
+}
+
+void NewtonSolver::usePortForm(bool on) {
+    portsAllowed = on;
+    if (context && n > 0) buildPorts();
 }
 
 void NewtonSolver::restamp() {
@@ -106,8 +114,8 @@ void NewtonSolver::restamp() {
         return;
     }
     if (specialised()) {
-        // The small solves read only this copy of A.
-        context->restampSignalDependent(A.data());
+        // The small solves read only this copy of A, which initMatrix filled whole.
+        context->restampSignalDependentEntries(A.data());
         return;
     }
     context->restampSignalDependent();
@@ -157,10 +165,14 @@ struct NewtonSolver::SmallRun {
     float F0[N], F[N], B[N], D[N], J[N * N];
     int piv[M];
     double Xd[N], Bd[M];
+    // The port form's sample terms and the point its step reaches (see TriodePortForm).
+    double sLin[M], P[2], S[M];
+    const bool ports;
     int k = 0;
     bool done = false;
 
-    SmallRun(NewtonSolver& solver, DenseVector& x) : s(solver), X(solver.x0.data()), xs(x.data()) {
+    SmallRun(NewtonSolver& solver, DenseVector& x)
+        : s(solver), X(solver.x0.data()), xs(x.data()), ports(solver.ports.usable()) {
         KELM_UNROLL
         for (int i = 0; i < N; ++i) X[i] = xs[i];
         if (s.accelerate) {
@@ -187,6 +199,10 @@ struct NewtonSolver::SmallRun {
         for (int i = 0; i < N; ++i) D[i] = 0.0f;
         // Sources and capacitor memory do not change within the sample.
         s.context->computeConstantRhs(X, F0);
+        if (ports) {
+            s.context->writeFixedValues(F0);
+            s.ports.beginSample<N, M>(F0, sLin, P);
+        }
         // The residual A x - f cancels terms of the order of the supply (a plate
         // conductance times some hundred volts) down to the currents that are left
         // unbalanced, and the correction then adds millivolts to hundred-volt
@@ -228,6 +244,20 @@ struct NewtonSolver::SmallRun {
         for (int i = 0; i < M; ++i) B[i] = static_cast<float>(Bd[i]);
         KELM_UNROLL
         for (int i = M; i < N; ++i) B[i] = X[i] - F[i];
+    }
+
+    // One iteration in the port form: the triode evaluated, the step to the point that the
+    // linearised circuit reaches, and the convergence test.
+    void portStep() {
+        ++k;
+        if (!s.ports.newtonPoint<M>(X, sLin, P, S)) throw KELMException(str("ludcmp returned error: ", -1));
+        keepLimits();
+        KELM_UNROLL
+        for (int i = 0; i < M; ++i) D[i] = static_cast<float>(Xd[i] - S[i]);
+        // Forced unknowns move in one step to their values.
+        KELM_UNROLL
+        for (int i = M; i < N; ++i) D[i] = X[i] - F0[i];
+        update();
     }
 
     // A tube's limiter writes the voltages it evaluated at back into X: the iteration
@@ -380,6 +410,10 @@ struct NewtonSolver::SmallRun {
 template <int N, int M>
 bool NewtonSolver::solveSmall(DenseVector& x) {
     SmallRun<N, M> run(*this, x);
+    if (run.ports) {
+        while (!run.done) run.portStep();
+        return run.finish();
+    }
     while (!run.done) {
         run.evaluate();
         run.step();
@@ -392,6 +426,11 @@ void NewtonSolver::solveSmallTwin(NewtonSolver& a, DenseVector& xa, NewtonSolver
     // Each Newton step is a chain (components, residual, factorisation, substitution)
     // that waits on the step before; the two circuits' chains are independent, so the
     // processor overlaps them. Each runs its own number of iterations.
+    if (a.ports.usable() || b.ports.usable()) {
+        a.solveSmall<N, M>(xa);
+        b.solveSmall<N, M>(xb);
+        return;
+    }
     SmallRun<N, M> one(a, xa), two(b, xb);
     while (!one.done || !two.done) {
         if (!one.done) one.evaluate();
