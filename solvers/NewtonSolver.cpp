@@ -252,12 +252,24 @@ struct NewtonSolver::SmallRun {
         ++k;
         if (!s.ports.newtonPoint<M>(X, sLin, P, S)) throw KELMException(str("ludcmp returned error: ", -1));
         keepLimits();
+        // The new point straight from the port form's solution when the step is taken
+        // whole; the step itself only enters the convergence test.
+        const bool whole = s.relaxation == 1.0f;
         KELM_UNROLL
-        for (int i = 0; i < M; ++i) D[i] = static_cast<float>(Xd[i] - S[i]);
+        for (int i = 0; i < M; ++i) {
+            const double step = Xd[i] - S[i];
+            D[i] = static_cast<float>(step);
+            Xd[i] = whole ? S[i] : Xd[i] - s.relaxation * step;
+            X[i] = static_cast<float>(Xd[i]);
+        }
         // Forced unknowns move in one step to their values.
         KELM_UNROLL
-        for (int i = M; i < N; ++i) D[i] = X[i] - F0[i];
-        update();
+        for (int i = M; i < N; ++i) {
+            D[i] = X[i] - F0[i];
+            Xd[i] += -s.relaxation * D[i];
+            X[i] = static_cast<float>(Xd[i]);
+        }
+        test();
     }
 
     // A tube's limiter writes the voltages it evaluated at back into X: the iteration
@@ -384,6 +396,11 @@ struct NewtonSolver::SmallRun {
             Xd[i] += stepSize * D[i];
             X[i] = static_cast<float>(Xd[i]);
         }
+        test();
+    }
+
+    // The convergence test on the last step D and the new unknowns X.
+    void test() {
         const float tolerance = s.relativeTollerance;
         float worst = std::fabs(D[0]) - tolerance * std::fabs(X[0]);
         KELM_UNROLL

@@ -75,8 +75,8 @@ public:
         const double r0 = t.ip + a * dg + b * dp, r1 = t.ig + c * dg;
         const double det = m00 * m11 - m01 * m10;
         if (!(std::fabs(det) > 0) || !std::isfinite(det)) return false;
-        const double inv = 1.0 / det;
-        const double z0 = (m11 * r0 - m01 * r1) * inv, z1 = (m00 * r1 - m10 * r0) * inv;
+        // Two divisions side by side finish sooner than a reciprocal and two products.
+        const double z0 = (m11 * r0 - m01 * r1) / det, z1 = (m00 * r1 - m10 * r0) / det;
         KELM_UNROLL
         for (int i = 0; i < M; ++i) s[i] = sLin[i] - response[0][i] * z0 - response[1][i] * z1;
         return true;
