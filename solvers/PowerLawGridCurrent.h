@@ -18,7 +18,12 @@ public:
     // current() and dIdV() from one location in the tables.
     void evaluate(scalar vgk, scalar& current, scalar& slope) {
         const float v = static_cast<float>(vgk + Vc);
-        if (direct || v < 0 || v >= VgkMax) {
+        if (v < 0) {
+            // Below the knee the grid draws nothing, in the tables and in the model.
+            current = slope = 0.0f;
+            return;
+        }
+        if (direct || v >= VgkMax) {
             evaluateOutside(vgk, current, slope);
             return;
         }
