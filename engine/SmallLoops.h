@@ -18,7 +18,7 @@ namespace kelm {
 // of them takes its value straight from the store.
 inline float loadAlone(const float* p) {
     float v = *p;
-#if defined(__GNUC__)
+#if defined(__GNUC__) && defined(__SSE2__)
     __asm__("" : "+x"(v));
 #endif
     return v;
