@@ -136,34 +136,31 @@ scalar** LookupTableAmp::getJacobian(scalar* x) {
     return jacobian.rows();
 }
 
-scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {
+LookupTableAmp::Port LookupTableAmp::evaluatePort(scalar* x) {
     // With tables of one length, the rhs and the slope share the grid cell.
     const int size = cells;
     if (size == 0) {
         getRhs(x);
-        stamp = getJacobian(x);
-        return rhs;
+        getJacobian(x);
+        return {rhs[0], jacobian(0, 0), rhs[1]};
     }
     const scalar v = inputVoltage(x);
     const int i = tableIndex(v * inverseDelta, -1, size - 1);
     const scalar* I = iinData;
     const scalar* V = voutData;
     const scalar* dI = slopeData;
-    if (i >= size - 1) {
-        rhs[0] = -I[size - 1];
-        rhs[1] = V[size - 1];
-        jacobian(0, 0) = dI[size - 1];
-    } else if (i < 1) {
-        rhs[0] = -I[0];
-        rhs[1] = V[0];
-        jacobian(0, 0) = dI[0];
-    } else {
-        // interpolate()'s arithmetic, the offset into the cell taken once.
-        const scalar offset = v - i * deltaV;
-        rhs[0] = -lerp(I, i, offset);
-        rhs[1] = lerp(V, i, offset);
-        jacobian(0, 0) = lerp(dI, i, offset);
-    }
+    if (i >= size - 1) return {-I[size - 1], dI[size - 1], V[size - 1]};
+    if (i < 1) return {-I[0], dI[0], V[0]};
+    // interpolate()'s arithmetic, the offset into the cell taken once.
+    const scalar offset = v - i * deltaV;
+    return {-lerp(I, i, offset), lerp(dI, i, offset), lerp(V, i, offset)};
+}
+
+scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {
+    const Port p = evaluatePort(x);
+    rhs[0] = p.current;
+    rhs[1] = p.output;
+    jacobian(0, 0) = p.slope;
     stamp = jacobian.rows();
     return rhs;
 }

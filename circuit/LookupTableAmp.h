@@ -19,6 +19,17 @@ public:
     scalar** getJacobian(scalar* x) override;
     scalar* evaluate(scalar* x, scalar**& stamp) override;
     void setNodes(const NodeIndices& n) override;
+    // What evaluate() gives, as values: the input node's rhs entry (the input current with
+    // its sign in the rhs, A), its slope on the Jacobian's diagonal (S) and the output (V).
+    struct Port {
+        scalar current, slope, output;
+    };
+    Port evaluatePort(scalar* x);
+    // The input and output nodes' indices in x, and whether a feedback node enters.
+    int inputIndex() const { return inputRow; }
+    int outputIndex() const { return (*getNodes())[1]; }
+    bool usesFeedback() const { return useFeedback; }
+    bool drawsInputCurrent() const { return useInputCurrent; }
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, const ScalarVectorPtr& value) override;
     void propertyChanged(const std::string& name, scalar value) override { Element::propertyChanged(name, value); }

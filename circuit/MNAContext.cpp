@@ -368,8 +368,9 @@ void MNAContext::addVaryingRhsAndStamps(scalar* xp, scalar* rhs, scalar* m) {
     }
 }
 
-Component* MNAContext::soleNonlinear() const {
-    if (evaluatedBoth.size() != 1 || !varyingRhsOnly.empty() || !stampsOnly.empty() || !signalStamps.empty())
+Component* MNAContext::soleNonlinear(bool signalStampsAllowed) const {
+    if (evaluatedBoth.size() != 1 || !varyingRhsOnly.empty() || !stampsOnly.empty() ||
+        (!signalStampsAllowed && !signalStamps.empty()))
         return nullptr;
     return evaluatedBoth[0].first.component;
 }

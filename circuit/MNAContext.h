@@ -50,8 +50,11 @@ public:
     // both is evaluated once (Component::evaluate).
     void addVaryingRhsAndStamps(scalar* x, scalar* rhs, scalar* J);
     // The one component whose rhs and stamps change within a sample, when nothing else
-    // changes within a sample and no stamp follows the signal; otherwise null.
-    Component* soleNonlinear() const;
+    // changes within a sample and (unless allowed) no stamp follows the signal; otherwise null.
+    Component* soleNonlinear(bool signalStampsAllowed = false) const;
+    // The components whose stamps follow the signal from sample to sample.
+    size_t signalDependentCount() const { return signalDependentList.size(); }
+    Component* signalDependent(size_t i) const { return slots[signalDependentList[i]].component; }
     // Writes the values of the fixed nodes (as the last rhs computation left them) into
     // their rows of rhs.
     void writeFixedValues(scalar* rhs) const;

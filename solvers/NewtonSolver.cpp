@@ -95,10 +95,9 @@ void NewtonSolver::initMatrix() {
 }
 
 void NewtonSolver::buildPorts() {
-    if (fast && portsAllowed)
-        ports.build(*context, A.data(), n, m);
-    else
-        ports.clear();
+    ports.clear();
+    amplifierPorts.clear();
+    if (fast && portsAllowed && !ports.build(*context, A.data(), n, m)) amplifierPorts.build(*context, A.data(), n, m);
 }
 
 void NewtonSolver::usePortForm(bool on) {
@@ -165,14 +164,19 @@ struct NewtonSolver::SmallRun {
     float F0[N], F[N], B[N], D[N], J[N * N];
     int piv[M];
     double Xd[N], Bd[M];
-    // The port form's sample terms and the point its step reaches (see TriodePortForm).
-    double sLin[M], P[2], S[M];
-    const bool ports;
+    // The port forms' sample terms and the point their step reaches (see TriodePortForm
+    // and AmplifierPortForm).
+    double sLin[M], P[2], S[M], W[M];
+    enum Form { allUnknowns, triodePorts, amplifierPort };
+    const Form form;
     int k = 0;
     bool done = false;
 
     SmallRun(NewtonSolver& solver, DenseVector& x)
-        : s(solver), X(solver.x0.data()), xs(x.data()), ports(solver.ports.usable()) {
+        : s(solver),
+          X(solver.x0.data()),
+          xs(x.data()),
+          form(solver.ports.usable() ? triodePorts : solver.amplifierPorts.usable() ? amplifierPort : allUnknowns) {
         KELM_UNROLL
         for (int i = 0; i < N; ++i) X[i] = xs[i];
         if (s.accelerate) {
@@ -199,10 +203,9 @@ struct NewtonSolver::SmallRun {
         for (int i = 0; i < N; ++i) D[i] = 0.0f;
         // Sources and capacitor memory do not change within the sample.
         s.context->computeConstantRhs(X, F0);
-        if (ports) {
-            s.context->writeFixedValues(F0);
-            s.ports.beginSample<N, M>(F0, sLin, P);
-        }
+        if (form != allUnknowns) s.context->writeFixedValues(F0);
+        if (form == triodePorts) s.ports.beginSample<N, M>(F0, sLin, P);
+        if (form == amplifierPort) s.amplifierPorts.beginSample<N, M>(F0, s.A.data(), sLin, W);
         // The residual A x - f cancels terms of the order of the supply (a plate
         // conductance times some hundred volts) down to the currents that are left
         // unbalanced, and the correction then adds millivolts to hundred-volt
@@ -246,12 +249,28 @@ struct NewtonSolver::SmallRun {
         for (int i = M; i < N; ++i) B[i] = X[i] - F[i];
     }
 
-    // One iteration in the port form: the triode evaluated, the step to the point that the
-    // linearised circuit reaches, and the convergence test.
+    // One iteration in the triode's port form: the triode evaluated, the step to the point
+    // that the linearised circuit reaches, and the convergence test.
     void portStep() {
         ++k;
         if (!s.ports.newtonPoint<M>(X, sLin, P, S)) throw KELMException(str("ludcmp returned error: ", -1));
         keepLimits();
+        moveToPortPoint();
+    }
+
+    // The same in the amplifier's port form; its output, a forced unknown, moves to its
+    // value at this iteration's point.
+    void amplifierStep() {
+        ++k;
+        scalar out;
+        if (!s.amplifierPorts.newtonPoint<M>(X, sLin, W, S, out))
+            throw KELMException(str("ludcmp returned error: ", -1));
+        F0[s.amplifierPorts.outputIndex()] = out;
+        moveToPortPoint();
+    }
+
+    // To the solved unknowns S and the forced values in F0, and the convergence test.
+    void moveToPortPoint() {
         // The new point straight from the port form's solution when the step is taken
         // whole; the step itself only enters the convergence test.
         const bool whole = s.relaxation == 1.0f;
@@ -427,8 +446,12 @@ struct NewtonSolver::SmallRun {
 template <int N, int M>
 bool NewtonSolver::solveSmall(DenseVector& x) {
     SmallRun<N, M> run(*this, x);
-    if (run.ports) {
+    if (run.form == SmallRun<N, M>::triodePorts) {
         while (!run.done) run.portStep();
+        return run.finish();
+    }
+    if (run.form == SmallRun<N, M>::amplifierPort) {
+        while (!run.done) run.amplifierStep();
         return run.finish();
     }
     while (!run.done) {
@@ -443,12 +466,21 @@ void NewtonSolver::solveSmallTwin(NewtonSolver& a, DenseVector& xa, NewtonSolver
     // Each Newton step is a chain (components, residual, factorisation, substitution)
     // that waits on the step before; the two circuits' chains are independent, so the
     // processor overlaps them. Each runs its own number of iterations.
-    if (a.ports.usable() || b.ports.usable()) {
+    if (a.ports.usable() || b.ports.usable() || a.amplifierPorts.usable() != b.amplifierPorts.usable()) {
         a.solveSmall<N, M>(xa);
         b.solveSmall<N, M>(xb);
         return;
     }
     SmallRun<N, M> one(a, xa), two(b, xb);
+    if (a.amplifierPorts.usable()) {
+        while (!one.done || !two.done) {
+            if (!one.done) one.amplifierStep();
+            if (!two.done) two.amplifierStep();
+        }
+        one.finish();
+        two.finish();
+        return;
+    }
     while (!one.done || !two.done) {
         if (!one.done) one.evaluate();
         if (!two.done) two.evaluate();

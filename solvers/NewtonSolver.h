@@ -4,6 +4,7 @@
 #include <Eigen/LU>
 
 #include "solvers/Solver.h"
+#include "solvers/AmplifierPortForm.h"
 #include "solvers/TriodePortForm.h"
 
 namespace kelm {
@@ -29,11 +30,12 @@ public:
     // Runs every sample through the general path even where a specialised one
     // exists, and rebuilds A in full on every change (tests compare the two).
     void useGeneralPath(bool on) { generalOnly = on; }
-    // Lets the specialised path take the Newton step on a sole triode's ports where it
-    // can (the default), or keeps it on all unknowns (tests compare the two).
+    // Lets the specialised path take the Newton step on the ports of a sole triode or
+    // LookupTableAmp where it can (the default), or keeps it on all unknowns (tests compare
+    // the two).
     void usePortForm(bool on);
-    // Whether solves take the step on a triode's ports.
-    bool portForm() const { return specialised() && ports.usable(); }
+    // Whether solves take the step on a component's ports.
+    bool portForm() const { return specialised() && (ports.usable() || amplifierPorts.usable()); }
     // Whether the last solve took the specialised path.
     bool specialised() const { return fast != nullptr && !generalOnly && fixedPointSteps == 0 && !diagonal; }
     // Whether `twin` (the solver of a circuit built alike) can solve beside this one.
@@ -95,6 +97,7 @@ private:
         capped += k >= maxIter;
     }
     TriodePortForm ports;
+    AmplifierPortForm amplifierPorts;
     bool portsAllowed = true;
     void buildPorts();
     SmallSolve fast = nullptr;

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "circuit/MNAContext.h"
+#include "solvers/SolvedBlockInverse.h"
 
 namespace kelm {
 
@@ -14,36 +15,9 @@ bool TriodePortForm::build(MNAContext& context, const scalar* A, int n, int m) {
     const int L = maxUnknowns;
     auto a = [A, n](int r, int c) { return static_cast<double>(A[static_cast<size_t>(c) * n + r]); };
 
-    // The inverse of the solved block by Gauss-Jordan elimination with partial pivoting,
-    // in double: [A_ss | I] becomes [I | A_ss^-1].
-    double w[maxUnknowns][2 * maxUnknowns];
-    double scale = 0;
-    for (int r = 0; r < m; ++r)
-        for (int c = 0; c < 2 * m; ++c) {
-            w[r][c] = c < m ? a(r, c) : (c - m == r ? 1.0 : 0.0);
-            if (c < m) scale = std::max(scale, std::fabs(w[r][c]));
-        }
-    if (!(scale > 0) || !std::isfinite(scale)) return false;
-    for (int c = 0; c < m; ++c) {
-        int pivot = c;
-        for (int r = c + 1; r < m; ++r)
-            if (std::fabs(w[r][c]) > std::fabs(w[pivot][c])) pivot = r;
-        // A block as near singular as this would leave the step to rounding.
-        if (!(std::fabs(w[pivot][c]) > scale * 1e-12)) return false;
-        if (pivot != c)
-            for (int k = 0; k < 2 * m; ++k) std::swap(w[pivot][k], w[c][k]);
-        const double d = 1.0 / w[c][c];
-        for (int k = 0; k < 2 * m; ++k) w[c][k] *= d;
-        for (int r = 0; r < m; ++r) {
-            if (r == c || w[r][c] == 0) continue;
-            const double f = w[r][c];
-            for (int k = 0; k < 2 * m; ++k) w[r][k] -= f * w[c][k];
-        }
-    }
     std::fill(inverse, inverse + L * L, 0.0);
+    if (!invertSolvedBlock(A, n, m, inverse, L)) return false;
     std::fill(coupled, coupled + L * L, 0.0);
-    for (int r = 0; r < m; ++r)
-        for (int c = 0; c < m; ++c) inverse[c * L + r] = w[r][m + c];
     for (int r = 0; r < m; ++r)
         for (int c = m; c < n; ++c) coupled[(c - m) * L + r] = a(r, c);
 

@@ -99,9 +99,12 @@ TEST(SolversSpecialisedPath, TriodePortFormConvergesToTheCircuitsSolution) {
 }
 
 TEST(SolversSpecialisedPath, PreampCircuitPathGivesTheSamplesOfTheGeneralPath) {
+    // The preamp's tube graphs solve on their LookupTableAmp's one port, the admittance
+    // followed by a rank-one update; against the step on all unknowns of the small system
+    // and against the general path.
     const int block = 512;
-    std::vector<float> out[2];
-    for (int general = 0; general < 2; ++general) {
+    std::vector<float> out[3];
+    for (Path path : {Path::ports, Path::small, Path::general}) {
         KelmEffect effect;
         effect.setParameter(effect.parameterIndex("CPU"), 0.0f);
         effect.setParameter(effect.parameterIndex("Oversampling"), 1.0f);
@@ -111,7 +114,9 @@ TEST(SolversSpecialisedPath, PreampCircuitPathGivesTheSamplesOfTheGeneralPath) {
         for (const char* graph : {"Triodes", "TriodesS"}) {
             NewtonSolver* newton = newtonOf(effect.getDriver(), graph);
             ASSERT_NE(nullptr, newton) << graph;
-            newton->useGeneralPath(general == 1);
+            newton->usePortForm(path == Path::ports);
+            newton->useGeneralPath(path == Path::general);
+            EXPECT_EQ(path == Path::ports, newton->portForm()) << graph;
         }
         effect.resume();
         std::vector<float> l(block), r(block), outL(block), outR(block);
@@ -124,20 +129,22 @@ TEST(SolversSpecialisedPath, PreampCircuitPathGivesTheSamplesOfTheGeneralPath) {
             float* o[2] = {outL.data(), outR.data()};
             effect.process(in, o, block);
             for (int i = 0; i < block; ++i) {
-                out[general].push_back(outL[i]);
-                out[general].push_back(outR[i]);
+                out[static_cast<int>(path)].push_back(outL[i]);
+                out[static_cast<int>(path)].push_back(outR[i]);
             }
         }
-        EXPECT_EQ(general == 0, newtonOf(effect.getDriver(), "Triodes")->specialised());
+        EXPECT_EQ(path != Path::general, newtonOf(effect.getDriver(), "Triodes")->specialised());
     }
-    Difference diff = compare(out[0], out[1]);
-    std::printf("preamp circuit path: swing %.3f, worst difference %.3g\n", diff.swing, diff.worst);
-    EXPECT_GT(diff.swing, 0.1);
-    // The Newton tolerance of graph Triodes is 5e-3 relative. The two paths take the step
-    // with different arithmetic (cofactors in double, a pivoting factorisation in float), so
-    // each stops at its own point within that tolerance: about 1e-4 of the swing apart. A
-    // wrong step would not converge to within 1e-3.
-    EXPECT_LE(diff.worst, 1e-3 * diff.swing);
+    const Difference ports = compare(out[0], out[2]), small = compare(out[1], out[2]);
+    std::printf("preamp circuit path: swing %.3f, worst difference %.3g (small system), %.3g (ports)\n", small.swing,
+                small.worst, ports.worst);
+    EXPECT_GT(small.swing, 0.1);
+    // The Newton tolerance of graph Triodes is 5e-3 relative. The paths take the step with
+    // different arithmetic (a port in double, cofactors in double, a pivoting factorisation
+    // in float), so each stops at its own point within that tolerance: some 1e-4 of the
+    // swing apart. A wrong step would not converge to within 1e-3.
+    EXPECT_LE(small.worst, 1e-3 * small.swing);
+    EXPECT_LE(ports.worst, 1e-3 * ports.swing);
 }
 
 TEST(SolversSpecialisedPath, TriodePortFormWithGroundedCathodeAndDrivenGrid) {
