@@ -10,7 +10,6 @@
 #include "engine/SmallLoops.h"
 #include "solvers/SolverProperties.h"
 
-
 namespace kelm {
 
 void NewtonSolver::setProperties(const PropertyMapPtr& properties) {
@@ -95,9 +94,10 @@ void NewtonSolver::initMatrix() {
 }
 
 void NewtonSolver::buildPorts() {
-    ports.clear();
+    triodePorts.clear();
     amplifierPorts.clear();
-    if (fast && portsAllowed && !ports.build(*context, A.data(), n, m)) amplifierPorts.build(*context, A.data(), n, m);
+    if (fast && portsAllowed && !triodePorts.build(*context, A.data(), n, m))
+        amplifierPorts.build(*context, A.data(), n, m);
 }
 
 void NewtonSolver::usePortForm(bool on) {
@@ -167,7 +167,7 @@ struct NewtonSolver::SmallRun {
     // The port forms' sample terms and the point their step reaches (see TriodePortForm
     // and AmplifierPortForm).
     double sLin[M], P[2], S[M], W[M];
-    enum Form { allUnknowns, triodePorts, amplifierPort };
+    enum Form { allUnknowns, onTriodePorts, onAmplifierPort };
     const Form form;
     int k = 0;
     bool done = false;
@@ -176,7 +176,9 @@ struct NewtonSolver::SmallRun {
         : s(solver),
           X(solver.x0.data()),
           xs(x.data()),
-          form(solver.ports.usable() ? triodePorts : solver.amplifierPorts.usable() ? amplifierPort : allUnknowns) {
+          form(solver.triodePorts.usable()      ? onTriodePorts
+               : solver.amplifierPorts.usable() ? onAmplifierPort
+                                                : allUnknowns) {
         KELM_UNROLL
         for (int i = 0; i < N; ++i) X[i] = xs[i];
         if (s.accelerate) {
@@ -204,8 +206,8 @@ struct NewtonSolver::SmallRun {
         // Sources and capacitor memory do not change within the sample.
         s.context->computeConstantRhs(X, F0);
         if (form != allUnknowns) s.context->writeFixedValues(F0);
-        if (form == triodePorts) s.ports.beginSample<N, M>(F0, sLin, P);
-        if (form == amplifierPort) s.amplifierPorts.beginSample<N, M>(F0, s.A.data(), sLin, W);
+        if (form == onTriodePorts) s.triodePorts.beginSample<N, M>(F0, sLin, P);
+        if (form == onAmplifierPort) s.amplifierPorts.beginSample<N, M>(F0, s.A.data(), sLin, W);
         // The residual A x - f cancels terms of the order of the supply (a plate
         // conductance times some hundred volts) down to the currents that are left
         // unbalanced, and the correction then adds millivolts to hundred-volt
@@ -253,7 +255,7 @@ struct NewtonSolver::SmallRun {
     // that the linearised circuit reaches, and the convergence test.
     void portStep() {
         ++k;
-        if (!s.ports.newtonPoint<M>(X, sLin, P, S)) throw KELMException(str("ludcmp returned error: ", -1));
+        if (!s.triodePorts.newtonPoint<M>(X, sLin, P, S)) throw KELMException(str("ludcmp returned error: ", -1));
         keepLimits();
         moveToPortPoint();
     }
@@ -446,11 +448,11 @@ struct NewtonSolver::SmallRun {
 template <int N, int M>
 bool NewtonSolver::solveSmall(DenseVector& x) {
     SmallRun<N, M> run(*this, x);
-    if (run.form == SmallRun<N, M>::triodePorts) {
+    if (run.form == SmallRun<N, M>::onTriodePorts) {
         while (!run.done) run.portStep();
         return run.finish();
     }
-    if (run.form == SmallRun<N, M>::amplifierPort) {
+    if (run.form == SmallRun<N, M>::onAmplifierPort) {
         while (!run.done) run.amplifierStep();
         return run.finish();
     }
@@ -466,7 +468,7 @@ void NewtonSolver::solveSmallTwin(NewtonSolver& a, DenseVector& xa, NewtonSolver
     // Each Newton step is a chain (components, residual, factorisation, substitution)
     // that waits on the step before; the two circuits' chains are independent, so the
     // processor overlaps them. Each runs its own number of iterations.
-    if (a.ports.usable() || b.ports.usable() || a.amplifierPorts.usable() != b.amplifierPorts.usable()) {
+    if (a.triodePorts.usable() || b.triodePorts.usable() || a.amplifierPorts.usable() != b.amplifierPorts.usable()) {
         a.solveSmall<N, M>(xa);
         b.solveSmall<N, M>(xb);
         return;

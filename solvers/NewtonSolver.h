@@ -35,7 +35,7 @@ public:
     // the two).
     void usePortForm(bool on);
     // Whether solves take the step on a component's ports.
-    bool portForm() const { return specialised() && (ports.usable() || amplifierPorts.usable()); }
+    bool portForm() const { return specialised() && (triodePorts.usable() || amplifierPorts.usable()); }
     // Whether the last solve took the specialised path.
     bool specialised() const { return fast != nullptr && !generalOnly && fixedPointSteps == 0 && !diagonal; }
     // Whether `twin` (the solver of a circuit built alike) can solve beside this one.
@@ -96,7 +96,7 @@ private:
         totalIterations += k;
         capped += k >= maxIter;
     }
-    TriodePortForm ports;
+    TriodePortForm triodePorts;
     AmplifierPortForm amplifierPorts;
     bool portsAllowed = true;
     void buildPorts();
