@@ -52,6 +52,9 @@ public:
     // The one component whose rhs and stamps change within a sample, when nothing else
     // changes within a sample and (unless allowed) no stamp follows the signal; otherwise null.
     Component* soleNonlinear(bool signalStampsAllowed = false) const;
+    // A without the stamps of the components that follow the signal, as the last
+    // assembleMatrix left it (size() by size(), column-major).
+    const scalar* steadyMatrix() const { return steadyPart.data(); }
     // The components whose stamps follow the signal from sample to sample.
     size_t signalDependentCount() const { return signalDependentList.size(); }
     Component* signalDependent(size_t i) const { return slots[signalDependentList[i]].component; }

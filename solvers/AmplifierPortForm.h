@@ -20,7 +20,8 @@ class MNAContext;
 //   q = (r' + r'' (sLin_g - x'_g)) / (1 - r'' w_g),   s = sLin + w q,
 // the Newton step of the whole circuit to rounding. One conductance whose value follows
 // the signal from sample to sample (a SourceAdmittance) may change A: A_ss^-1 then
-// follows it by a rank-one update per sample instead of a new inverse.
+// follows it by a rank-one update per sample from the inverse of A without it, instead of
+// a new inverse.
 class AmplifierPortForm {
 public:
     static constexpr int maxUnknowns = 8;
@@ -64,7 +65,7 @@ public:
             return;
         }
         // Sherman-Morrison: (A0 + delta d d^T)^-1 = A0^-1 - alpha h d^T A0^-1, h = A0^-1 d.
-        const double delta = static_cast<double>(conductance->getAdmittance()) - builtAt;
+        const double delta = conductance->getAdmittance();
         const double alpha = delta / (1 + delta * hd);
         double dy = 0;
         KELM_UNROLL
@@ -100,10 +101,9 @@ private:
     // A0_ss^-1 (column-major, columns maxUnknowns apart) and its column at the input.
     double inverse[maxUnknowns * maxUnknowns];
     double column[maxUnknowns];
-    // The signal-dependent conductance, its value when A0 was taken, and d (its stamp's
-    // pattern on the solved rows), h = A0^-1 d, d.h and d.(A0^-1 e_g).
+    // The signal-dependent conductance (left out of A0), d (its stamp's pattern on the solved
+    // rows), h = A0^-1 d, d.h and d.(A0^-1 e_g).
     const Resistor* conductance = nullptr;
-    double builtAt = 0;
     double d[maxUnknowns], h[maxUnknowns];
     double hd = 0, hColumn = 0;
 };
