@@ -241,18 +241,8 @@ void MNAContext::restampSignalDependent() { restampSignalDependent(A->data()); }
 
 void MNAContext::restampSignalDependent(scalar* to) {
     const scalar* from = steadyPart.data();
-    const Entry* e = entries.data();
     for (Eigen::Index i = 0, size = steadyPart.size(); i < size; ++i) to[i] = from[i];
-    for (size_t k = 0; k < signalStamps.size(); ++k) {
-        const EntryRange& range = signalStamps[k];
-        if (range.count < 0) {
-            stamp(slots[signalDependentList[k]], to);
-            continue;
-        }
-        scalar** G = range.component->getG();
-        if (!G) continue;
-        for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) to[t->dest] += G[t->a][t->b];
-    }
+    addSignalStamps(to);
 }
 
 void MNAContext::restampSignalDependentEntries(scalar* to) {
@@ -262,8 +252,17 @@ void MNAContext::restampSignalDependentEntries(scalar* to) {
     }
     const scalar* from = steadyPart.data();
     for (int d : signalDests) to[d] = from[d];
+    addSignalStamps(to);
+}
+
+void MNAContext::addSignalStamps(scalar* to) {
     const Entry* e = entries.data();
-    for (const EntryRange& range : signalStamps) {
+    for (size_t k = 0; k < signalStamps.size(); ++k) {
+        const EntryRange& range = signalStamps[k];
+        if (range.count < 0) {
+            stamp(slots[signalDependentList[k]], to);
+            continue;
+        }
         scalar** G = range.component->getG();
         if (!G) continue;
         for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) to[t->dest] += G[t->a][t->b];

@@ -188,6 +188,8 @@ private:
     // Lists where a k by k stamp of s goes (entry (a, b) to row a, column b) and returns its range.
     EntryRange listStampEntries(const Slot& s);
     void accumulateRhs(const std::vector<EntryRange>& list, scalar* x, scalar* rhs);
+    // Adds the present stamps of the signal-dependent components to M.
+    void addSignalStamps(scalar* M);
     void buildPorts();
     // A port term: entry `source` of a component's rhs goes to port `port`
     // times `sign` (1 or -1), or, with `fixedRow` not -1, is the value of that
