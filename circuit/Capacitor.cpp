@@ -77,19 +77,7 @@ void Capacitor::setNodes(const NodeIndices& n) {
 void Capacitor::nextSample() {
     if (context->getAnalysisType() == 0) return;
     if (!(sampleRate > 0)) fetchRate();
-    const scalar* x = context->solution().data();
-    voltage = 0;
-    if (nodeAValid) voltage = x[nodeA];
-    if (nodeBValid) voltage = voltage - x[nodeB];
-    if (firstStep) {
-        current = -(admittance * voltage);
-        firstStep = false;
-    } else {
-        current = trapezoidal ? static_cast<scalar>(-2.0 * static_cast<double>(admittance) * voltage) - current
-                              : static_cast<scalar>(-static_cast<double>(admittance) * voltage);
-    }
-    rhs[0] = -current;
-    rhs[1] = current;
+    advance(context->solution().data());
 }
 
 void Capacitor::analysisChanged(int oldType, int newType) {

@@ -35,6 +35,22 @@ public:
     double updateGain() const { return trapezoidal ? -2.0 * static_cast<double>(admittance) : -static_cast<double>(admittance); }
     double updateFeedback() const { return trapezoidal ? -1.0 : 0.0; }
     bool started() const { return !firstStep; }
+    // nextSample's update from the solution x, for a caller that has made sure the
+    // analysis is transient and the sample rate known.
+    void advance(const scalar* x) {
+        voltage = 0;
+        if (nodeAValid) voltage = x[nodeA];
+        if (nodeBValid) voltage = voltage - x[nodeB];
+        if (firstStep) {
+            current = -(admittance * voltage);
+            firstStep = false;
+        } else {
+            current = trapezoidal ? static_cast<scalar>(-2.0 * static_cast<double>(admittance) * voltage) - current
+                                  : static_cast<scalar>(-static_cast<double>(admittance) * voltage);
+        }
+        rhs[0] = -current;
+        rhs[1] = current;
+    }
     // Sets the state as nextSample would have left it, for a solver that runs the
     // update itself: the current (amperes) and the voltage it followed from (volts).
     void setState(scalar newCurrent, scalar newVoltage) {

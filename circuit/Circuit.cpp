@@ -129,6 +129,8 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
     Solver& solver = *analysis->solver;
     const int* outputIndex = context->outputIndex().data();
     const int outputCount = std::min<int>(numberOfOutputs, static_cast<int>(context->outputIndex().size()));
+    NewtonSolver* runner = smallNewton();
+    if (runner && !runner->runsSamples()) runner = nullptr;
     for (size_t i = 0; i < frames; ++i) {
         // The rest of the block in state-space form, once every capacitor has taken its first step.
         if (stateSpaceEnabled && form.ready()) {
@@ -138,6 +140,11 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
                 form.invalidate();
             }
             if (form.process(inputs, outputs, i, frames)) break;
+        }
+        // Or in the Newton solver's own loop, where it can run the samples from here on.
+        if (runner) {
+            i = runner->runSamples(inputs, outputs, outputIndex, outputCount, i, frames);
+            if (i == frames) break;
         }
         beginSample(inputs, i);
         solver.solve(state);
@@ -201,6 +208,8 @@ void Circuit::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& oth
     }
     NewtonSolver* newton = plain ? smallNewton() : nullptr;
     NewtonSolver* twinNewton = newton ? other->smallNewton() : nullptr;
+    // Circuits whose solvers run their own sample loops run one after the other, in them.
+    if (twinNewton && (newton->runsSamples() || twinNewton->runsSamples())) twinNewton = nullptr;
     if (twinNewton && newton->canSolveBeside(*twinNewton)) {
         // Sample by sample as process() runs them, each circuit's steps in turn, and the
         // two Newton solves interleaved.

@@ -79,6 +79,7 @@ void NewtonSolver::initMatrix() {
     m = context->fixedMarker() + 1 + n;
     fast = nullptr;
     fastTwin = nullptr;
+    fastSamples = nullptr;
     if (context->rhsSplits()) {
         switch (n) {
         case 1: pickSmall<1>(m); break;
@@ -96,7 +97,11 @@ void NewtonSolver::initMatrix() {
 void NewtonSolver::buildPorts() {
     triodePorts.clear();
     amplifierPorts.clear();
-    if (fast && portsAllowed && !triodePorts.build(*context, A.data(), n, m))
+    sampleTerms.clear();
+    if (!fast || !portsAllowed) return;
+    if (triodePorts.build(*context, A.data(), n, m))
+        sampleTerms.prepare(*context, context->soleNonlinear());
+    else
         amplifierPorts.build(*context, A.data(), n, m);
 }
 
@@ -126,6 +131,7 @@ void NewtonSolver::useSmall() {
     if constexpr (M <= N) {
         fast = &NewtonSolver::solveSmall<N, M>;
         fastTwin = &NewtonSolver::solveSmallTwin<N, M>;
+        fastSamples = &NewtonSolver::runSmallSamples<N, M>;
     }
 }
 
@@ -179,6 +185,26 @@ struct NewtonSolver::SmallRun {
           form(solver.triodePorts.usable()      ? onTriodePorts
                : solver.amplifierPorts.usable() ? onAmplifierPort
                                                 : allUnknowns) {
+        start();
+        // Sources and capacitor memory do not change within the sample.
+        s.context->computeConstantRhs(X, F0);
+        if (form != allUnknowns) s.context->writeFixedValues(F0);
+        if (form == onTriodePorts) s.triodePorts.beginSample<N, M>(F0, sLin, P);
+        if (form == onAmplifierPort) s.amplifierPorts.beginSample<N, M>(F0, s.A.data(), sLin, W);
+        widen();
+    }
+
+    // On the triode's ports, with the sample's terms from the capacitors' currents and
+    // the inputs in (V) instead of from the components' rhs.
+    SmallRun(NewtonSolver& solver, scalar* x, const scalar* in)
+        : s(solver), X(solver.x0.data()), xs(x), form(onTriodePorts) {
+        start();
+        s.sampleTerms.terms<N, M>(in, sLin, P, F0);
+        widen();
+    }
+
+    // The start of the iteration: the last solution, or the prediction from it.
+    void start() {
         KELM_UNROLL
         for (int i = 0; i < N; ++i) X[i] = xs[i];
         if (s.accelerate) {
@@ -203,11 +229,9 @@ struct NewtonSolver::SmallRun {
         }
         KELM_UNROLL
         for (int i = 0; i < N; ++i) D[i] = 0.0f;
-        // Sources and capacitor memory do not change within the sample.
-        s.context->computeConstantRhs(X, F0);
-        if (form != allUnknowns) s.context->writeFixedValues(F0);
-        if (form == onTriodePorts) s.triodePorts.beginSample<N, M>(F0, sLin, P);
-        if (form == onAmplifierPort) s.amplifierPorts.beginSample<N, M>(F0, s.A.data(), sLin, W);
+    }
+
+    void widen() {
         // The residual A x - f cancels terms of the order of the supply (a plate
         // conductance times some hundred volts) down to the currents that are left
         // unbalanced, and the correction then adds millivolts to hundred-volt
@@ -461,6 +485,33 @@ bool NewtonSolver::solveSmall(DenseVector& x) {
         run.step();
     }
     return run.finish();
+}
+
+template <int N, int M>
+size_t NewtonSolver::runSmallSamples(BufferList& inputs, BufferList& outputs, const int* outputIndex,
+                                     int outputCount, size_t from, size_t to) {
+    if (!sampleTerms.refresh<N, M>(*context, triodePorts)) return from;
+    scalar* x = context->solution().data();
+    const int K = sampleTerms.inputCount();
+    scalar in[PortSampleTerms::maxInputs] = {};
+    for (size_t i = from; i < to; ++i) {
+        for (int k = 0; k < K; ++k) in[k] = inputs[k] ? inputs[k][i] : 0.0f;
+        sampleTerms.advance(x);
+        SmallRun<N, M> run(*this, x, in);
+        while (!run.done) run.portStep();
+        run.finish();
+        for (int o = 0; o < outputCount; ++o) outputs[o][i] = x[outputIndex[o]];
+    }
+    // The circuit's inputs as the per-sample path leaves them.
+    if (K > 0) std::copy(in, in + K, context->inputs()->data());
+    return to;
+}
+
+size_t NewtonSolver::runSamples(BufferList& inputs, BufferList& outputs, const int* outputIndex, int outputCount,
+                                size_t from, size_t to) {
+    if (!runsSamples() || from >= to || context->matrixChanged() || inputs.size() < static_cast<size_t>(sampleTerms.inputCount()))
+        return from;
+    return (this->*fastSamples)(inputs, outputs, outputIndex, outputCount, from, to);
 }
 
 template <int N, int M>

@@ -4,7 +4,9 @@
 #include <Eigen/LU>
 
 #include "solvers/Solver.h"
+#include "engine/Types.h"
 #include "solvers/AmplifierPortForm.h"
+#include "solvers/PortSampleTerms.h"
 #include "solvers/TriodePortForm.h"
 
 namespace kelm {
@@ -45,10 +47,30 @@ public:
     // results, iteration counts and state as solve() on each. False, with nothing done,
     // when the two cannot run this way.
     bool solveTwin(DenseVector& x, NewtonSolver& twin, DenseVector& twinX);
+    // Whether runSamples can run this circuit's samples: its only nonlinear element is a
+    // triode on its port form, and its constant rhs comes from capacitors and voltage
+    // sources alone.
+    bool runsSamples() const {
+        return specialised() && sampleLoop && triodePorts.usable() && sampleTerms.applies() && fastSamples;
+    }
+    // Lets runSamples run where it can (the default), or leaves every sample to the
+    // per-sample path (tests compare the two).
+    void useSampleLoop(bool on) { sampleLoop = on; }
+    // Runs samples [from, to) of the circuit in one loop: the capacitors' update, the
+    // sample's terms from their currents and the inputs (volts), the solve on the
+    // triode's ports, and the outputs (the solution's entries at outputIndex) into
+    // outputs. The samples, the state and the counts are those of the per-sample path
+    // (the context's listeners, solve() and the outputs copied); only the generic rhs is
+    // not asked. Returns the first sample not run: `from` where these samples cannot run
+    // this way now (A changed, or a capacitor has yet to take its first step).
+    size_t runSamples(BufferList& inputs, BufferList& outputs, const int* outputIndex, int outputCount, size_t from,
+                      size_t to);
 
 private:
     typedef bool (NewtonSolver::*SmallSolve)(DenseVector& x);
     typedef void (*TwinSolve)(NewtonSolver& a, DenseVector& xa, NewtonSolver& b, DenseVector& xb);
+    typedef size_t (NewtonSolver::*SampleRun)(BufferList& inputs, BufferList& outputs, const int* outputIndex,
+                                              int outputCount, size_t from, size_t to);
     template <int N, int M>
     struct SmallRun;
     template <int N, int M>
@@ -60,6 +82,10 @@ private:
     // to the compiler, the rhs of sources and capacitors taken once per sample.
     template <int N, int M>
     bool solveSmall(DenseVector& x);
+    // runSamples with the sizes known.
+    template <int N, int M>
+    size_t runSmallSamples(BufferList& inputs, BufferList& outputs, const int* outputIndex, int outputCount,
+                           size_t from, size_t to);
     // The small solves (alone and side by side) for n = N unknowns of which m are solved.
     template <int N, int M>
     void useSmall();
@@ -98,10 +124,13 @@ private:
     }
     TriodePortForm triodePorts;
     AmplifierPortForm amplifierPorts;
+    PortSampleTerms sampleTerms;
     bool portsAllowed = true;
+    bool sampleLoop = true;
     void buildPorts();
     SmallSolve fast = nullptr;
     TwinSolve fastTwin = nullptr;
+    SampleRun fastSamples = nullptr;
     bool generalOnly = false;
 };
 

@@ -174,3 +174,49 @@ TEST(SolversSpecialisedPath, TriodePortFormWithGroundedCathodeAndDrivenGrid) {
     EXPECT_GT(d.swing, 10.0);
     EXPECT_LE(d.worst, 2 * 1e-5 * plateMax);
 }
+
+namespace {
+// The 12AX7 stage on the same input as renderTriodeStage, in blocks of the sizes in
+// `splits` taken in turn, with the solver's own sample loop or each sample through
+// solve(); `iterations` receives the solver's count.
+std::vector<float> renderInSplits(double amplitude, const std::vector<int>& splits, bool loop, long& iterations) {
+    auto d = makeDriver(readText(sourcePath("examples/triode-stage.xml")), 192000, 256);
+    NewtonSolver* newton = newtonOf(*d, "V1MNA");
+    EXPECT_NE(nullptr, newton);
+    if (!newton) return {};
+    newton->useSampleLoop(loop);
+    EXPECT_EQ(loop, newton->runsSamples());
+    std::vector<float> in(256), out;
+    size_t n = 0;
+    for (size_t s = 0; n < 38400; ++s) {
+        const int block = splits[s % splits.size()];
+        for (int i = 0; i < block; ++i)
+            in[i] = static_cast<float>(amplitude * (0.5 + std::sin(2 * 3.14159265358979 * 1000 * (n + i) / 192000.0)));
+        d->process({in.data()}, block);
+        out.insert(out.end(), d->getResults()[0], d->getResults()[0] + block);
+        n += block;
+    }
+    iterations = newton->iterationCount();
+    return out;
+}
+} // namespace
+
+TEST(SolversSpecialisedPath, TriodeSampleLoopGivesTheSamplesOfSolveInAnyBlockSplit) {
+    // The loop takes each sample's terms from the capacitors' currents and the input by
+    // functions read off the components' rhs once per block; solve() asks the components.
+    for (double amplitude : {0.1, 4.0}) {
+        long loopIterations = 0, splitIterations = 0, solveIterations = 0;
+        const std::vector<float> loop = renderInSplits(amplitude, {256}, true, loopIterations);
+        const std::vector<float> split = renderInSplits(amplitude, {1, 7, 256, 100, 2, 33}, true, splitIterations);
+        const std::vector<float> each = renderInSplits(amplitude, {256}, false, solveIterations);
+        ASSERT_EQ(each.size(), loop.size());
+        // Whatever the blocks, the same functions and so the same samples.
+        EXPECT_EQ(loop, std::vector<float>(split.begin(), split.begin() + loop.size()));
+        const Difference d = compare(loop, each);
+        std::printf("amplitude %.1f V: sample loop against solve() %.3g V of %.3f V, %ld against %ld iterations\n",
+                    amplitude, d.worst, d.swing, loopIterations, solveIterations);
+        EXPECT_GT(d.swing, amplitude * 10);
+        EXPECT_LE(d.worst, 1e-6 * d.swing);
+        EXPECT_NEAR(static_cast<double>(loopIterations), static_cast<double>(solveIterations), 1e-3 * solveIterations);
+    }
+}
