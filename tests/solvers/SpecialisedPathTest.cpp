@@ -1,11 +1,12 @@
 // The specialised per-sample paths of the circuits (small-order Newton with the
 // sources taken once per sample, restamping only a SourceAdmittance's stamp)
 // against the general path on the same input: the same samples within the
-// solver's tolerance.
+// solver's tolerance; and the Newton solver's own sample loop against solve().
 #include <algorithm>
 #include <cmath>
 
 #include "circuit/Circuit.h"
+#include "circuit/MNAContext.h"
 #include "plugin/core/KelmEffect.h"
 #include "solvers/NewtonSolver.h"
 #include "tests/TestUtil.h"
@@ -178,8 +179,10 @@ TEST(SolversSpecialisedPath, TriodePortFormWithGroundedCathodeAndDrivenGrid) {
 namespace {
 // The 12AX7 stage on the same input as renderTriodeStage, in blocks of the sizes in
 // `splits` taken in turn, with the solver's own sample loop or each sample through
-// solve(); `iterations` receives the solver's count.
-std::vector<float> renderInSplits(double amplitude, const std::vector<int>& splits, bool loop, long& iterations) {
+// solve(); `iterations` receives the solver's count. Halfway, the input source's DC
+// offset moves by `offset` volts (a property that leaves A as it is).
+std::vector<float> renderInSplits(double amplitude, const std::vector<int>& splits, bool loop, long& iterations,
+                                  float offset = 0) {
     auto d = makeDriver(readText(sourcePath("examples/triode-stage.xml")), 192000, 256);
     NewtonSolver* newton = newtonOf(*d, "V1MNA");
     EXPECT_NE(nullptr, newton);
@@ -188,7 +191,14 @@ std::vector<float> renderInSplits(double amplitude, const std::vector<int>& spli
     EXPECT_EQ(loop, newton->runsSamples());
     std::vector<float> in(256), out;
     size_t n = 0;
+    auto* circuit = dynamic_cast<Circuit*>(&d->getGraph("V1MNA"));
+    Component* source = nullptr;
+    for (Component* c : dynamic_cast<MNAContext&>(*circuit->getContext()).getComponents())
+        if (c->name() == "input") source = c;
+    EXPECT_NE(nullptr, source);
     for (size_t s = 0; n < 38400; ++s) {
+        if (offset != 0 && source && n >= 19200 && n - 19200 < static_cast<size_t>(splits[s % splits.size()]))
+            source->propertyChanged("DCOffset", offset);
         const int block = splits[s % splits.size()];
         for (int i = 0; i < block; ++i)
             in[i] = static_cast<float>(amplitude * (0.5 + std::sin(2 * 3.14159265358979 * 1000 * (n + i) / 192000.0)));
@@ -219,4 +229,18 @@ TEST(SolversSpecialisedPath, TriodeSampleLoopGivesTheSamplesOfSolveInAnyBlockSpl
         EXPECT_LE(d.worst, 1e-6 * d.swing);
         EXPECT_NEAR(static_cast<double>(loopIterations), static_cast<double>(solveIterations), 1e-3 * solveIterations);
     }
+}
+
+TEST(SolversSpecialisedPath, TriodeSampleLoopFollowsASourceChangedBetweenBlocks) {
+    // A DC offset of the input source leaves A alone; the loop reads the sources' part
+    // afresh each block, so it moves the grid as solve() does.
+    long a = 0, b = 0, c = 0;
+    const std::vector<float> loop = renderInSplits(1.0, {256, 100}, true, a, -0.5f);
+    const std::vector<float> each = renderInSplits(1.0, {256, 100}, false, b, -0.5f);
+    const std::vector<float> unchanged = renderInSplits(1.0, {256, 100}, true, c);
+    ASSERT_EQ(each.size(), loop.size());
+    const Difference d = compare(loop, each), moved = compare(loop, unchanged);
+    std::printf("offset moved: loop against solve() %.3g V; %.3g V from the stage without it\n", d.worst, moved.worst);
+    EXPECT_GT(moved.worst, 1.0);
+    EXPECT_LE(d.worst, 1e-6 * d.swing);
 }
