@@ -509,8 +509,9 @@ size_t NewtonSolver::runSmallSamples(BufferList& inputs, BufferList& outputs, co
 
 size_t NewtonSolver::runSamples(BufferList& inputs, BufferList& outputs, const int* outputIndex, int outputCount,
                                 size_t from, size_t to) {
-    if (!runsSamples() || from >= to || context->matrixChanged() || inputs.size() < static_cast<size_t>(sampleTerms.inputCount()))
-        return from;
+    const bool runs = runsSamples() && from < to && !context->matrixChanged() &&
+                      inputs.size() >= static_cast<size_t>(sampleTerms.inputCount());
+    if (!runs) return from;
     return (this->*fastSamples)(inputs, outputs, outputIndex, outputCount, from, to);
 }
 

@@ -1,6 +1,4 @@
 #pragma once
-#include <algorithm>
-
 #include "circuit/Capacitor.h"
 #include "engine/Types.h"
 #include "solvers/TriodePortForm.h"
@@ -33,25 +31,19 @@ public:
     bool refresh(MNAContext& context, const TriodePortForm& form) {
         if (!eligible || !ready(context)) return false;
         scalar F[N], base[N], column[N];
-        auto probe = [&](scalar* out) { rhsAt(context, out); };
-        // Everything at zero but the sources' own values.
+        // Everything at zero but the sources' own values, then each current and input at one.
         saveAndZero(context);
-        probe(base);
+        rhsAt(context, base);
         takeRows<N, M>(form, base, constant);
-        for (int c = 0; c < C; ++c) {
-            setCapacitorCurrent(c, 1.0f);
-            probe(F);
-            setCapacitorCurrent(c, 0.0f);
+        auto unit = [&](auto set, double* rows) {
+            set(1.0f);
+            rhsAt(context, F);
+            set(0.0f);
             for (int r = 0; r < N; ++r) column[r] = F[r] - base[r];
-            takeRows<N, M>(form, column, perCurrent[c]);
-        }
-        for (int k = 0; k < K; ++k) {
-            setInput(context, k, 1.0f);
-            probe(F);
-            setInput(context, k, 0.0f);
-            for (int r = 0; r < N; ++r) column[r] = F[r] - base[r];
-            takeRows<N, M>(form, column, perInput[k]);
-        }
+            takeRows<N, M>(form, column, rows);
+        };
+        for (int c = 0; c < C; ++c) unit([&](scalar v) { setCapacitorCurrent(c, v); }, perCurrent[c]);
+        for (int k = 0; k < K; ++k) unit([&](scalar v) { setInput(context, k, v); }, perInput[k]);
         restore(context, F);
         return true;
     }
