@@ -8,6 +8,7 @@
 
 #include "circuit/Circuit.h"
 #include "engine/Driver.h"
+#include "solvers/EngineTypes.h"
 #include "solvers/NewtonSolver.h"
 
 using namespace kelm;
@@ -21,6 +22,7 @@ std::string readExample(const char* name) {
 }
 
 std::shared_ptr<Driver> driverFor(const char* example, float rate, int block) {
+    registerEngineTypes();
     auto d = std::make_shared<Driver>();
     d->init(readExample(example));
     d->setSampleRate(rate);

@@ -7,7 +7,7 @@
 #include <random>
 
 #include "dsp/WaveConvolver.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "plugin/core/KelmEffect.h"
 
 using namespace kelm;

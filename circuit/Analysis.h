@@ -1,5 +1,5 @@
 #pragma once
-#include "solvers/Solver.h"
+#include "circuit/Solver.h"
 
 namespace kelm {
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "circuit/Analysis.h"
-#include "circuit/DenseTypes.h"
+#include "math/DenseTypes.h"
 #include "circuit/MNAContext.h"
 #include "circuit/StateSpaceForm.h"
 #include "engine/Graph.h"

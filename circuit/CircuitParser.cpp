@@ -5,10 +5,8 @@
 #include "circuit/Circuit.h"
 #include "circuit/Component.h"
 #include "circuit/MNAContext.h"
-#include "engine/ComponentFactory.h"
-#include "engine/PluginComponentFactory.h"
+#include "circuit/CircuitTypes.h"
 #include "engine/XmlUtil.h"
-#include "solvers/SolverFactory.h"
 
 namespace kelm {
 
@@ -18,7 +16,9 @@ SolverPtr readSolver(const pugi::xml_node& solverNode, const char* missing, cons
     pugi::xml_attribute typeAttr = solverNode.attribute("Type");
     if (!typeAttr) throw KELMException(missingType);
     std::string type = typeAttr.value();
-    SolverPtr solver = SolverFactory::create(type);
+    SolverMaker maker;
+    if (!solverTypes().find(type, maker)) throw KELMException("Unknown solver type: " + type);
+    SolverPtr solver = maker();
     pugi::xml_node props = solverNode.child("Properties");
     if (!props && type != "Linear") throw KELMException("InitilaCondition Solver's properties are not defined.");
     solver->setProperties(propertiesOf(props));
@@ -43,11 +43,9 @@ void CircuitParser::parse(GraphPtr& result, const pugi::xml_node& graphNode, con
     for (const pugi::xpath_node& xn : elements) {
         pugi::xml_node node = xn.node();
         std::string type = node.attribute("Type").value();
-        std::unique_ptr<Component> component;
-        if (factory && factory->hasType(type))
-            component.reset(factory->create(type));
-        else
-            component.reset(ComponentFactory::create(type));
+        ComponentMaker maker;
+        if (!componentTypes().find(type, maker)) throw KELMException("Unknown element type: " + type);
+        std::unique_ptr<Component> component(maker());
         pugi::xml_attribute nameAttr = node.attribute("Name");
         if (!hasText(nameAttr)) throw KELMException("Element name is not specified in graph " + name);
         std::string elementName = nameAttr.value();

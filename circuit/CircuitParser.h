@@ -10,18 +10,11 @@ class xml_node;
 
 namespace kelm {
 
-class PluginComponentFactory;
-
 // Turns one Graph node of Type "MNA" into a Circuit with its context,
 // components, output names and analysis.
 class CircuitParser {
 public:
-    explicit CircuitParser(const std::shared_ptr<PluginComponentFactory>& factory) : factory(factory) {}
-    virtual ~CircuitParser() {}
     void parse(GraphPtr& result, const pugi::xml_node& graphNode, const std::string& name);
-
-private:
-    std::shared_ptr<PluginComponentFactory> factory;
 };
 
 } // namespace kelm

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "circuit/Component.h"
-#include "circuit/DenseTypes.h"
+#include "math/DenseTypes.h"
 #include "engine/Context.h"
 
 namespace kelm {

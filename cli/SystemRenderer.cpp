@@ -5,6 +5,7 @@
 #include "engine/Driver.h"
 #include "engine/Graph.h"
 #include "engine/SystemInfo.h"
+#include "solvers/EngineTypes.h"
 
 namespace kelm {
 namespace cli {
@@ -16,7 +17,7 @@ class SystemRenderer : public Renderer {
 public:
     explicit SystemRenderer(const std::string& document) {
         driver = std::make_shared<Driver>();
-        SystemInfo::installPluginFactories(*driver);
+        registerEngineTypes();
         driver->init(document);
     }
     void setParameter(const std::string& name, float value) override {

@@ -40,21 +40,14 @@ set(KELM_WIN_STATIC_LINK -static -static-libgcc -static-libstdc++ -s)
 add_library(kelm_pugixml STATIC ${KELM_PUGIXML_SOURCE}/src/pugixml.cpp)
 target_include_directories(kelm_pugixml SYSTEM PUBLIC ${KELM_PUGIXML_SOURCE}/src)
 
-# The engine and the effect core: the Linux sources, with the module's resource
+# The engine's layers and the effect core: the Linux sources, with the module's resource
 # section in place of the embedded resource registry.
-file(GLOB KELM_ENGINE_SOURCES CONFIGURE_DEPENDS
-  ${CMAKE_SOURCE_DIR}/engine/*.cpp
-  ${CMAKE_SOURCE_DIR}/circuit/*.cpp
-  ${CMAKE_SOURCE_DIR}/solvers/*.cpp
-  ${CMAKE_SOURCE_DIR}/dsp/*.cpp
-  ${CMAKE_SOURCE_DIR}/plugin/core/*.cpp)
-list(REMOVE_ITEM KELM_ENGINE_SOURCES ${CMAKE_SOURCE_DIR}/dsp/ResourceRegistry.cpp)
-file(GLOB KELM_WIN32_PLATFORM_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/platform/win32/*.cpp)
-add_library(kelm_engine STATIC ${KELM_ENGINE_SOURCES} ${KELM_WIN32_PLATFORM_SOURCES})
-set_source_files_properties(dsp/RealFft.cpp PROPERTIES COMPILE_OPTIONS -fcx-limited-range)  # as on Linux
-target_include_directories(kelm_engine PUBLIC ${CMAKE_SOURCE_DIR})
-target_include_directories(kelm_engine SYSTEM PUBLIC ${KELM_WIN_INCLUDE} ${KELM_WIN_INCLUDE}/eigen3)
-target_link_libraries(kelm_engine PUBLIC kelm_pugixml)
+file(GLOB KELM_DSP_PLATFORM_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/platform/win32/*.cpp)
+set(KELM_EIGEN)
+set(KELM_BOOST)
+set(KELM_PUGIXML kelm_pugixml)
+include_directories(SYSTEM ${KELM_WIN_INCLUDE} ${KELM_WIN_INCLUDE}/eigen3)
+include(${CMAKE_SOURCE_DIR}/cmake/Layers.cmake)
 
 add_library(kelm_builtin STATIC ${KELM_BUILTIN_DATA_CPP})
 target_include_directories(kelm_builtin PUBLIC ${CMAKE_SOURCE_DIR})
@@ -82,7 +75,7 @@ file(GLOB KELM_VST2_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/vst2/*.
 add_library(kelm_vst2 MODULE ${KELM_VST2_SOURCES} ${KELM_WIN32_PLUGIN_SOURCES} ${KELM_RESOURCES_RC}
   ${CMAKE_SOURCE_DIR}/plugin/vst2/exports.def)
 set_target_properties(kelm_vst2 PROPERTIES OUTPUT_NAME "Kelm" PREFIX "" SUFFIX ".dll")
-target_link_libraries(kelm_vst2 PRIVATE kelm_engine kelm_builtin ${KELM_WIN32_PLUGIN_LIBRARIES})
+target_link_libraries(kelm_vst2 PRIVATE kelm_plugin_core kelm_builtin ${KELM_WIN32_PLUGIN_LIBRARIES})
 target_link_options(kelm_vst2 PRIVATE ${KELM_WIN_STATIC_LINK} -Wl,--no-undefined)
 add_dependencies(kelm_vst2 kelm_resources_rc)
 
@@ -96,6 +89,6 @@ target_link_options(kelm_win_host PRIVATE ${KELM_WIN_STATIC_LINK})
 add_library(kelm_win_probe MODULE ${CMAKE_SOURCE_DIR}/tests/windows/host/KelmProbe.cpp ${KELM_RESOURCES_RC}
   ${CMAKE_SOURCE_DIR}/tests/windows/host/probe.def)
 set_target_properties(kelm_win_probe PROPERTIES OUTPUT_NAME "KelmProbe" PREFIX "" SUFFIX ".dll")
-target_link_libraries(kelm_win_probe PRIVATE kelm_engine)
+target_link_libraries(kelm_win_probe PRIVATE kelm_plugin_core)
 target_link_options(kelm_win_probe PRIVATE ${KELM_WIN_STATIC_LINK} -Wl,--no-undefined)
 add_dependencies(kelm_win_probe kelm_resources_rc)

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <new>
 
-#include "circuit/DenseKernels.h"
+#include "math/DenseKernels.h"
 #include "engine/InvalidArgumentException.h"
 #include "engine/OperationNotSupportedException.h"
 #include "engine/Str.h"

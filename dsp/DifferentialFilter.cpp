@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "circuit/DenseKernels.h"
+#include "math/DenseKernels.h"
 #include "dsp/DifferentialFilterMeta.h"
 #include "engine/InvalidArgumentException.h"
 

@@ -5,7 +5,7 @@
 
 #include "dsp/BasicFilterMeta.h"
 #include "dsp/SingleOutputFilter.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "engine/InvalidArgumentException.h"
 #include "engine/OperationNotSupportedException.h"
 #include "engine/PropertiesHandler.h"

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "circuit/DenseKernels.h"
+#include "math/DenseKernels.h"
 #include "engine/InvalidArgumentException.h"
 
 namespace kelm {

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "circuit/DenseKernels.h"
+#include "math/DenseKernels.h"
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
 

@@ -13,7 +13,7 @@
 #include "dsp/IirDecimator.h"
 #include "dsp/IirDesignContext.h"
 #include "dsp/IirInterpolator.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "engine/Driver.h"
 #include "engine/Graph.h"
 #include "engine/InvalidArgumentException.h"

@@ -8,7 +8,7 @@
 
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
-#include "engine/TableIndex.h"
+#include "math/TableIndex.h"
 
 namespace kelm {
 

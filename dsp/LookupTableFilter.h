@@ -1,6 +1,6 @@
 #pragma once
 #include "dsp/SingleOutputFilter.h"
-#include "engine/TableIndex.h"
+#include "math/TableIndex.h"
 
 namespace kelm {
 

@@ -34,7 +34,7 @@ Driver::~Driver() {
 }
 
 void Driver::init(const std::string& document) {
-    NewParser parser(componentFactory, dspElementFactory);
+    NewParser parser;
     parser.parse(document);
     graphs = parser.graphs;
     inputGraphs = parser.inputGraphs;

@@ -12,8 +12,6 @@
 
 namespace kelm {
 
-class PluginComponentFactory;
-class PluginDSPElementFactory;
 
 // Top of the engine: parses a system description into graphs, orders them by
 // data flow, works out each graph's rate and runs them block by block.
@@ -34,8 +32,6 @@ public:
     virtual std::vector<ControlPtr>& getControls() { return *controls; }
     virtual void setMultipliersChanged() { multipliersChanged.store(true); }
 
-    void setComponentFactory(const std::shared_ptr<PluginComponentFactory>& f) { componentFactory = f; }
-    void setDSPElementFactory(const std::shared_ptr<PluginDSPElementFactory>& f) { dspElementFactory = f; }
     // Parses the XML text of a system description and builds every graph.
     void init(const std::string& document);
     void setSampleRate(scalar rate);
@@ -74,8 +70,6 @@ private:
     void collectResults(const BufferList& inputs);
     void applyControls();
 
-    std::shared_ptr<PluginComponentFactory> componentFactory;
-    std::shared_ptr<PluginDSPElementFactory> dspElementFactory;
     std::unordered_map<std::string, int> graphsByName;
     std::shared_ptr<std::vector<GraphPtr>> graphs;
     std::shared_ptr<IndexTable> inputGraphs;

@@ -7,23 +7,19 @@
 #include <boost/iostreams/stream.hpp>
 #include <pugixml.hpp>
 
-#include "circuit/CircuitParser.h"
-#include "engine/DSPGraphParser.h"
+#include "engine/GraphTypes.h"
 #include "engine/Str.h"
 #include "engine/XmlUtil.h"
 
 namespace kelm {
 
-NewParser::NewParser(const std::shared_ptr<PluginComponentFactory>& components,
-                     const std::shared_ptr<PluginDSPElementFactory>& dspElements)
+NewParser::NewParser()
     : graphs(std::make_shared<std::vector<GraphPtr>>()),
       inputGraphs(std::make_shared<IndexTable>()),
       inputNodes(std::make_shared<IndexTable>()),
       outputGraphs(std::make_shared<std::vector<int>>()),
       outputNodes(std::make_shared<std::vector<int>>()),
-      controls(std::make_shared<std::vector<ControlPtr>>()),
-      componentFactory(components),
-      dspElementFactory(dspElements) {}
+      controls(std::make_shared<std::vector<ControlPtr>>()) {}
 
 namespace {
 // Names of a graph's outputs, in order, as other graphs refer to them.
@@ -61,16 +57,10 @@ void NewParser::parse(const std::string& document) {
         if (!hasText(typeAttr)) throw KELMException("Graph type is not specified");
         std::string type = typeAttr.value();
         if (numbers.count(name)) throw KELMException("Duplicate graph name: " + name);
-        GraphPtr graph;
-        if (type == "MNA") {
-            CircuitParser parser(componentFactory);
-            parser.parse(graph, node, name);
-        } else if (type == "DSP") {
-            DSPGraphParser parser(dspElementFactory);
-            graph = parser.parse(node, name);
-        } else {
+        GraphReader reader;
+        if (!graphTypes().find(type, reader))
             throw KELMException("Graph type " + type + " is not a valid type. Graph: " + name);
-        }
+        GraphPtr graph = reader(node, name);
         graphs->push_back(graph);
         pugi::xml_attribute multAttr = node.attribute("Multiplier");
         if (multAttr) {

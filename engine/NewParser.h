@@ -13,17 +13,13 @@ class xml_node;
 
 namespace kelm {
 
-class PluginComponentFactory;
-class PluginDSPElementFactory;
-
 // Reads the system level of a system description: graphs, their wiring,
 // the system outputs and the controls.
 class NewParser {
 public:
     typedef std::vector<std::vector<int>> IndexTable;
 
-    NewParser(const std::shared_ptr<PluginComponentFactory>& componentFactory,
-              const std::shared_ptr<PluginDSPElementFactory>& dspElementFactory);
+    NewParser();
     // Parses the XML text; a malformed document raises KELMException with
     // the XML parser's description and byte offset.
     void parse(const std::string& document);
@@ -38,8 +34,6 @@ public:
 private:
     void readControls(const pugi::xml_node& controlsNode);
 
-    std::shared_ptr<PluginComponentFactory> componentFactory;
-    std::shared_ptr<PluginDSPElementFactory> dspElementFactory;
 };
 
 } // namespace kelm

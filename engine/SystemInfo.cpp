@@ -4,15 +4,8 @@
 
 #include "engine/Driver.h"
 #include "engine/Graph.h"
-#include "plugin/core/KelmComponentFactory.h"
-#include "plugin/core/KelmDSPElementFactory.h"
 
 namespace kelm {
-
-void SystemInfo::installPluginFactories(Driver& driver) {
-    driver.setComponentFactory(std::make_shared<KelmComponentFactory>());
-    driver.setDSPElementFactory(std::make_shared<KelmDSPElementFactory>());
-}
 
 void SystemInfo::describe(Driver& driver, std::ostream& out) {
     const auto& graphs = driver.getGraphs();

@@ -10,6 +10,7 @@
 #include "engine/Driver.h"
 #include "engine/KELMException.h"
 #include "engine/SystemInfo.h"
+#include "solvers/EngineTypes.h"
 
 using namespace kelm;
 
@@ -18,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int block = 64;
     try {
         Driver driver;
-        SystemInfo::installPluginFactories(driver);
+        registerEngineTypes();
         driver.init(document);
         driver.setSampleRate(48000.0f);
         driver.setMaxBlockSize(block);

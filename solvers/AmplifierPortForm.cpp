@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "circuit/MNAContext.h"
-#include "solvers/SolvedBlockInverse.h"
+#include "math/SolvedBlockInverse.h"
 
 namespace kelm {
 

@@ -1,9 +1,9 @@
 #pragma once
 #include <cmath>
 
-#include "circuit/LookupTableAmp.h"
+#include "circuit/devices/LookupTableAmp.h"
 #include "circuit/Resistor.h"
-#include "engine/SmallLoops.h"
+#include "math/SmallLoops.h"
 #include "engine/Types.h"
 
 namespace kelm {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "circuit/DenseKernels.h"
+#include "math/DenseKernels.h"
 #include "circuit/MNAContext.h"
 #include "engine/Str.h"
 

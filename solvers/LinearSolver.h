@@ -2,7 +2,7 @@
 #include <memory>
 #include <vector>
 
-#include "solvers/Solver.h"
+#include "circuit/Solver.h"
 
 namespace kelm {
 

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "circuit/DenseKernels.h"
+#include "math/DenseKernels.h"
 #include "circuit/MNAContext.h"
 #include "engine/Str.h"
-#include "engine/SmallLoops.h"
+#include "math/SmallLoops.h"
 #include "solvers/SolverProperties.h"
 
 namespace kelm {

@@ -3,7 +3,7 @@
 
 #include <Eigen/LU>
 
-#include "solvers/Solver.h"
+#include "circuit/Solver.h"
 #include "engine/Types.h"
 #include "solvers/AmplifierPortForm.h"
 #include "solvers/PortSampleTerms.h"

@@ -3,8 +3,8 @@
 
 #include <Eigen/LU>
 
-#include "circuit/PackedMatrix.h"
-#include "solvers/Solver.h"
+#include "math/PackedMatrix.h"
+#include "circuit/Solver.h"
 
 namespace kelm {
 

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "circuit/MNAContext.h"
-#include "solvers/SolvedBlockInverse.h"
+#include "math/SolvedBlockInverse.h"
 
 namespace kelm {
 

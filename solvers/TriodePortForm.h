@@ -2,8 +2,8 @@
 #include <cmath>
 
 #include "engine/Types.h"
-#include "engine/SmallLoops.h"
-#include "solvers/Triode.h"
+#include "math/SmallLoops.h"
+#include "circuit/devices/Triode.h"
 
 namespace kelm {
 

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "engine/Driver.h"
 #include "engine/KELMException.h"
 

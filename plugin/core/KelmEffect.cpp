@@ -6,17 +6,16 @@
 #include <cstring>
 #include <limits>
 
-#include "circuit/LookupTableAmp.h"
+#include "circuit/devices/LookupTableAmp.h"
 #include "dsp/FirstOrderIIR.h"
 #include "dsp/Filter.h"
 #include "dsp/LookupTableFilter.h"
 #include "engine/Context.h"
 #include "engine/Element.h"
-#include "engine/VolCtrlPropertiesHandler.h"
+#include "plugin/core/VolCtrlPropertiesHandler.h"
 #include "plugin/core/BuiltInData.h"
 #include "plugin/core/DenormalGuard.h"
-#include "plugin/core/KelmComponentFactory.h"
-#include "plugin/core/KelmDSPElementFactory.h"
+#include "solvers/EngineTypes.h"
 
 namespace kelm {
 
@@ -40,9 +39,8 @@ void setPole(FirstOrderIIR& f, scalar a1) {
 } // namespace
 
 KelmEffect::KelmEffect() {
+    registerEngineTypes();
     driver = std::make_shared<Driver>();
-    driver->setDSPElementFactory(std::make_shared<KelmDSPElementFactory>());
-    driver->setComponentFactory(std::make_shared<KelmComponentFactory>());
     {
         const std::string document = BuiltInData::document();
         driver->init(document);

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <functional>
 
-#include "solvers/NKTriodeAnodeCurrent.h"
-#include "solvers/PowerLawTriodeGridCurrent.h"
-#include "solvers/TubeTypes.h"
+#include "circuit/devices/NKTriodeAnodeCurrent.h"
+#include "circuit/devices/PowerLawTriodeGridCurrent.h"
+#include "circuit/devices/TubeTypes.h"
 
 namespace kelm {
 

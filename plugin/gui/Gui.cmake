@@ -8,7 +8,7 @@ file(GLOB KELM_GUI_SOURCES CONFIGURE_DEPENDS
 add_library(kelm_gui STATIC ${KELM_GUI_SOURCES})
 target_include_directories(kelm_gui PUBLIC ${CMAKE_SOURCE_DIR})
 target_include_directories(kelm_gui SYSTEM PRIVATE ${KELM_STB_INCLUDE})
-target_link_libraries(kelm_gui PUBLIC kelm_engine X11::X11 Threads::Threads)
+target_link_libraries(kelm_gui PUBLIC kelm_plugin_core X11::X11 Threads::Threads)
 set_target_properties(kelm_gui PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 
 target_link_libraries(kelm_vst2 PRIVATE kelm_gui)

@@ -4,12 +4,12 @@
 # The bundle has a folder of its own, so that LV2_PATH can name it alone.
 set(KELM_LV2_BUNDLE ${CMAKE_BINARY_DIR}/lv2/kelm.lv2)
 add_executable(kelm_lv2ttl ${CMAKE_SOURCE_DIR}/plugin/lv2/ttlgen/Main.cpp)
-target_link_libraries(kelm_lv2ttl PRIVATE kelm_engine kelm_builtin)
+target_link_libraries(kelm_lv2ttl PRIVATE kelm_plugin_core kelm_builtin)
 
 add_library(kelm_lv2 MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Plugin.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Main.cpp)
 set_target_properties(kelm_lv2 PROPERTIES OUTPUT_NAME "kelm" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
-target_link_libraries(kelm_lv2 PRIVATE kelm_engine kelm_builtin
+target_link_libraries(kelm_lv2 PRIVATE kelm_plugin_core kelm_builtin
   -Wl,--version-script=${CMAKE_SOURCE_DIR}/plugin/lv2/exports.map)
 if(NOT KELM_SANITIZE AND NOT KELM_TSAN)
   target_link_options(kelm_lv2 PRIVATE -Wl,--no-undefined -static-libstdc++)

@@ -131,8 +131,6 @@ TEST(CircuitParserMessages, EveryMessage) {
         {graph(r + "<Analysis Type=\"DC\"><Solver Type=\"NewtonRaphson\"/></Analysis>"),
          "InitilaCondition Solver's properties are not defined."},
         {graph(element("Transistor", "Q", "", {"a"}) + analysis("DC", "")), "Unknown element type: Transistor"},
-        {graph(element("SourceAdmittance", "S", "", {"a", "b"}) + analysis("DC", "")),
-         "Unknown element type: SourceAdmittance"},
         {graph(r + r + analysis("DC", "")), "Duplicate component name: R"},
         {graph(element("Resistor", "R", "Resistance=\"1\"", {"GND", "0"}) + analysis("DC", "")), "No MNA nodes."},
         {graph(r + "<Output><Node Name=\"zz\"/></Output>" + analysis("DC", "")),

@@ -6,7 +6,7 @@
 #include "dsp/Relaxation.h"
 #include "dsp/Switch.h"
 #include "dsp/SwitchMeta.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "engine/InvalidArgumentException.h"
 #include "tests/TestUtil.h"
 

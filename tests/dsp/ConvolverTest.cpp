@@ -2,7 +2,7 @@
 #include <random>
 
 #include "dsp/Convolver.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "tests/TestUtil.h"
 
 using namespace kelm;

@@ -7,7 +7,7 @@
 #include "dsp/PolyphaseUpsampler.h"
 #include "dsp/ResamplingDecimator.h"
 #include "dsp/ResamplingUpsampler.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "tests/TestUtil.h"
 
 using namespace kelm;

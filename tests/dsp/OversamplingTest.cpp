@@ -5,8 +5,8 @@
 
 #include "dsp/IirDecimator.h"
 #include "dsp/IirInterpolator.h"
-#include "engine/DSPContext.h"
-#include "engine/DSPGraph.h"
+#include "dsp/DSPContext.h"
+#include "dsp/DSPGraph.h"
 #include "tests/TestUtil.h"
 
 using namespace kelm;

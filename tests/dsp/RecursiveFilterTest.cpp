@@ -10,8 +10,8 @@
 #include "dsp/Iir.h"
 #include "dsp/LookupTableFilter.h"
 #include "dsp/ThirdOrderIIR.h"
-#include "engine/DSPContext.h"
-#include "engine/VolCtrlPropertiesHandler.h"
+#include "dsp/DSPContext.h"
+#include "plugin/core/VolCtrlPropertiesHandler.h"
 #include "tests/TestUtil.h"
 
 using namespace kelm;

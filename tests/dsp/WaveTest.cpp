@@ -11,7 +11,7 @@
 #include "dsp/FftResampler.h"
 #include "dsp/FileReader.h"
 #include "dsp/WaveConvolver.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "tests/TestUtil.h"
 
 using namespace kelm;

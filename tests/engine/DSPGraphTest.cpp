@@ -2,7 +2,7 @@
 #include <cmath>
 
 #include "dsp/Gain.h"
-#include "engine/DSPGraph.h"
+#include "dsp/DSPGraph.h"
 #include "tests/TestUtil.h"
 
 using namespace kelm;

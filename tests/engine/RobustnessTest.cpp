@@ -5,8 +5,6 @@
 #include <random>
 
 #include "plugin/core/BuiltInData.h"
-#include "plugin/core/KelmComponentFactory.h"
-#include "plugin/core/KelmDSPElementFactory.h"
 #include "tests/TestUtil.h"
 
 using namespace kelm;
@@ -42,8 +40,6 @@ std::string mutateBytes(std::string doc, std::mt19937& rng) {
 void exercise(const std::string& doc) {
     try {
         Driver d;
-        d.setComponentFactory(std::make_shared<KelmComponentFactory>());
-        d.setDSPElementFactory(std::make_shared<KelmDSPElementFactory>());
         d.init(doc);
         d.setSampleRate(48000);
         d.setMaxBlockSize(64);

@@ -7,7 +7,7 @@
 
 #include "circuit/Circuit.h"
 #include "dsp/Convolver.h"
-#include "engine/DSPContext.h"
+#include "dsp/DSPContext.h"
 #include "plugin/KelmVST2Effect.h"
 #include "plugin/core/KelmEffect.h"
 #include "solvers/NewtonSolver.h"

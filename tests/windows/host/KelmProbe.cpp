@@ -10,6 +10,7 @@
 #include "engine/Driver.h"
 #include "engine/KELMException.h"
 #include "engine/SystemInfo.h"
+#include "solvers/EngineTypes.h"
 
 namespace {
 void copyError(const std::string& text, char* error, int size) {
@@ -26,7 +27,7 @@ extern "C" int kelmProbeRender(const char* document, const float* in, float* out
                                char* error, int errorSize) {
     try {
         auto driver = std::make_shared<kelm::Driver>();
-        kelm::SystemInfo::installPluginFactories(*driver);
+        kelm::registerEngineTypes();
         driver->init(document);
         driver->setSampleRate(rate);
         driver->setMaxBlockSize(block);

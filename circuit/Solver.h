@@ -1,0 +1,30 @@
+#pragma once
+#include <memory>
+
+#include "math/DenseTypes.h"
+#include "engine/PropertyMap.h"
+
+namespace kelm {
+
+class MNAContext;
+
+// Advances the unknowns of a circuit's A x = rhs(x) by one sample.
+class Solver {
+public:
+    virtual void setProperties(const PropertyMapPtr& properties) = 0;
+    virtual void init(const std::shared_ptr<MNAContext>& context) = 0;
+    virtual void initMatrix() = 0;
+    // A changed only in the stamps of components with signal-dependent stamps
+    // (MNAContext::onlySignalStampsChanged). The default takes it as any change.
+    virtual void restamp() { initMatrix(); }
+    virtual ~Solver() {}
+    // x: last solution in, this sample's solution out. True when converged.
+    virtual bool solve(DenseVector& x) = 0;
+
+protected:
+    std::shared_ptr<MNAContext> context;
+};
+
+typedef std::shared_ptr<Solver> SolverPtr;
+
+} // namespace kelm

@@ -1,0 +1,24 @@
+#pragma once
+#include "circuit/devices/PentodeCurrent.h"
+
+namespace kelm {
+
+// Norman Koren's pentode screen current (Vsk/mu + Vgk)^1.5 / Kg2.
+class NKPentodeScreenCurrent : public PentodeCurrent {
+public:
+    NKPentodeScreenCurrent() : derivativeVector(std::make_shared<ScalarVector>(3, 0.0f)) {}
+    void init(const PropertyMap& properties) override;
+    [[noreturn]] void setProperty() override;
+    scalar current(scalar vgk, scalar vpk, scalar vsk) override;
+    const ScalarVectorPtr& derivatives(scalar vgk, scalar vpk, scalar vsk) override;
+    bool dependsOnVpk() const override { return false; }
+    scalar dIdVgk(scalar vgk, scalar vpk, scalar vsk) override;
+    scalar dIdVpk(scalar, scalar, scalar) override { return 0.0f; }
+    scalar dIdVsk(scalar vgk, scalar vpk, scalar vsk) override;
+
+private:
+    double Vct = 0, Kp = 0, Kvb = 0, mu = 0, Ex = 0, Kg1 = 0, Kg2 = 0;
+    ScalarVectorPtr derivativeVector;
+};
+
+} // namespace kelm

@@ -1,0 +1,105 @@
+#include "circuit/devices/Pentode.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "engine/InvalidArgumentException.h"
+#include "engine/Str.h"
+#include "circuit/devices/NKPentodeAnodeCurrent.h"
+#include "circuit/devices/NKPentodeScreenCurrent.h"
+#include "circuit/devices/PowerLawPentodeGridCurrent.h"
+#include "circuit/devices/TubeTypes.h"
+
+namespace kelm {
+
+enum { P = 0, S = 1, G = 2, K = 3 };
+
+void Pentode::init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& names,
+                   const std::shared_ptr<MNAContext>& ctx) {
+    initBase(name, names, ctx);
+    if (nodeCount() != 4)
+        throw InvalidArgumentException("Pentode must have four nodes: plate, screen, grid, cathode. Pentode name=" + name);
+    PropertyMap local = *properties;
+    std::string type;
+    if (local.readOptional("Type", type)) {
+        auto it = TubeTypes::pentodes().find(type);
+        if (it == TubeTypes::pentodes().end()) throw InvalidArgumentException("Invalid built-in pentode type: " + type);
+        for (auto& entry : it->second()) local.insert(entry);
+    }
+    grid.reset(new PowerLawPentodeGridCurrent());
+    grid->init(local);
+    anode.reset(new NKPentodeAnodeCurrent());
+    anode->init(local);
+    screen.reset(new NKPentodeScreenCurrent());
+    screen->init(local);
+    jacobian.resize(4, 4);
+}
+
+void Pentode::setNodes(const NodeIndices& n) {
+    Component::setNodes(n);
+    for (int i = 0; i < 4; ++i) valid[i] = (*n)[i] >= 0;
+}
+
+void Pentode::limit(scalar* x) {
+    const std::vector<int>& n = *nodes;
+    Vp = valid[P] ? x[n[P]] : 0.0f;
+    Vs = valid[S] ? x[n[S]] : 0.0f;
+    Vg = valid[G] ? x[n[G]] : 0.0f;
+    Vk = valid[K] ? x[n[K]] : 0.0f;
+    if (Vp < 0) Vp = 0;
+    if (Vs < 0) Vs = 0;
+    if (Vk < 0) Vk = 0;
+    Vp = std::max(Vp, std::max(Vg, Vk));
+    if (lastPlate > 0) Vp = std::min(std::max(Vp, lastPlate * 0.5f), lastPlate * 2.0f);
+    lastPlate = Vp;
+    if (valid[K]) x[n[K]] = Vk;
+    if (valid[P]) x[n[P]] = Vp;
+    if (valid[S]) x[n[S]] = Vs;
+}
+
+void Pentode::check(scalar value, const char* what) const {
+    if (!std::isfinite(value))
+        throw KELMException(str("Pentode: ", what, " is not a valid number: ", value, ", vg=", Vg, ", vp=", Vp,
+                                ", vk=", Vk, ", vs=", Vs));
+}
+
+scalar* Pentode::getRhs(scalar* x) {
+    limit(x);
+    const scalar vgk = Vg - Vk, vpk = Vp - Vk, vsk = Vs - Vk;
+    const scalar ip = anode->current(vgk, vpk, vsk);
+    const scalar is = screen->current(vgk, vpk, vsk);
+    const scalar ig = grid->current(vgk, vpk, vsk);
+    rhs[P] = -ip;
+    rhs[S] = -is;
+    rhs[G] = -ig;
+    rhs[K] = ip + is + ig;
+    check(rhs[P], "rhs[p]");
+    check(rhs[G], "rhs[g]");
+    check(rhs[S], "rhs[s]");
+    check(rhs[K], "rhs[k]");
+    return rhs;
+}
+
+scalar** Pentode::getJacobian(scalar* x) {
+    limit(x);
+    const scalar vgk = Vg - Vk, vpk = Vp - Vk, vsk = Vs - Vk;
+    const ScalarVector& a = *anode->derivatives(vgk, vpk, vsk);
+    const ScalarVector& s = *screen->derivatives(vgk, vpk, vsk);
+    const scalar g = grid->dIdVgk(vgk, vpk, vsk);
+    const scalar a0 = a[0], a1 = a[1], a2 = a[2], s0 = s[0], s2 = s[2];
+    check(g, "dIgdV");
+    check(a0, "dIpdVgk");
+    check(a1, "dIpdVpk");
+    check(a2, "dIpdVsk");
+    check(s0, "dIsdVgk");
+    check(s2, "dIsdVsk");
+    const scalar rows[4][4] = {{a1, a2, a0, -a0 - a1 - a2},
+                               {0, s2, s0, -s0 - s2},
+                               {0, 0, g, -g},
+                               {-a1, -s2, -a0 - g - s0, a0 + a1 + a2 + g + s0 + s2}};
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c) jacobian(r, c) = rows[r][c];
+    return jacobian.rows();
+}
+
+} // namespace kelm

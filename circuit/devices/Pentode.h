@@ -1,0 +1,35 @@
+#pragma once
+#include <memory>
+
+#include "circuit/Component.h"
+#include "circuit/Stamp.h"
+#include "circuit/devices/PentodeCurrent.h"
+
+namespace kelm {
+
+// Vacuum pentode between plate, screen, grid and cathode (in that node
+// order). Every number handed to the solver is checked: NaN or infinity throws.
+class Pentode : public Component {
+public:
+    Pentode() : jacobian(4, 4) {}
+    void init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& nodeNames,
+              const std::shared_ptr<MNAContext>& context) override;
+    void setNodes(const NodeIndices& nodes) override;
+    bool hasRhs() override { return true; }
+    bool isNonlinear() override { return true; }
+    scalar* getRhs(scalar* x) override;
+    scalar** getJacobian(scalar* x) override;
+
+private:
+    void limit(scalar* x);
+    void check(scalar value, const char* what) const;
+
+    std::unique_ptr<PentodeCurrent> grid, anode, screen;
+    scalar rhs[4] = {0, 0, 0, 0};
+    Stamp jacobian;
+    bool valid[4] = {false, false, false, false};
+    scalar Vp = 0, Vs = 0, Vg = 0, Vk = 0;
+    scalar lastPlate = 0;
+};
+
+} // namespace kelm

@@ -1,0 +1,225 @@
+#include <cmath>
+
+#include "engine/InvalidArgumentException.h"
+#include "engine/Str.h"
+#include "circuit/devices/TubeParameters.h"
+#include "math/TableIndex.h"
+#include "circuit/devices/NKTriodeAnodeCurrent.h"
+#include "circuit/devices/PowerLawTriodeGridCurrent.h"
+
+namespace kelm {
+
+// ---- Norman Koren plate current ----
+
+namespace {
+// The terms of the Koren equation at one operating point, in double.
+struct KorenTerms {
+    double Vp, Vg, s, e, log1e, E1, sgn;
+    KorenTerms(double vp, double vg, double Kp, double Kvb, double mu, double gridOffset) : Vp(vp), Vg(vg) {
+        s = std::sqrt(Vp * Vp + Kvb);
+        e = std::exp(Kp * (1 / mu + (Vg + gridOffset) / s));
+        log1e = std::log(1 + e);
+        E1 = (Vp / Kp) * log1e;
+        sgn = E1 < 0 ? -1.0 : 1.0;
+    }
+};
+} // namespace
+
+NKTriodeAnodeCurrent::NKTriodeAnodeCurrent() : derivativeVector(std::make_shared<ScalarVector>(2, 0.0f)) {}
+
+void NKTriodeAnodeCurrent::setProperty() {
+    throw KELMException("NKTriodeAnodeCurrent::setProperty is not yet implemented.");
+}
+
+void NKTriodeAnodeCurrent::init(const PropertyMap& p) {
+    auto required = [&](const char* key, auto& target) {
+        p.readRequired(key, target, KELMException(std::string("NKTriodeAnodeCurrent: ") + key + " is not defined."));
+    };
+    required("Vct", Vct);
+    required("Kp", Kp);
+    required("Kvb", Kvb);
+    required("mu", mu);
+    required("Ex", Ex);
+    required("Kg", Kg);
+    p.readOptional("DoNotInterpolate", direct);
+    if (p.readOptional("DeltaVpk", deltaVpk)) inverseDeltaVpk = 1.0f / deltaVpk;
+    if (p.readOptional("DeltaVgk", deltaVgk)) inverseDeltaVgk = 1.0f / deltaVgk;
+    inverseArea = 1.0f / (deltaVgk * deltaVpk);
+    required("VgkMax", VgkMax);
+    required("VgkMin", VgkMin);
+    required("VpMax", VpMax);
+    requireNonNegative("Vct", Vct);
+    requireNonNegative("Kp", Kp);
+    requireNonNegative("Kvb", Kvb);
+    requireNonNegative("mu", mu);
+    requireNonNegative("Ex", Ex);
+    requireNonNegative("Kg", Kg);
+    if (!direct) {
+        if (VgkMin >= VgkMax)
+            throw InvalidArgumentException(str("VgkMax must be greater than VgkMin. VgkMax=", VgkMax, "VgkMin=", VgkMin));
+        if (VpMax <= 0) throw InvalidArgumentException(str("Triode: VpMax must be greater than 0. VpMax=", VpMax));
+        buildTables();
+    }
+}
+
+scalar NKTriodeAnodeCurrent::directCurrent(scalar vgk, scalar vpk) {
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
+    return static_cast<scalar>(std::pow(t.E1, Ex) * (1 + t.sgn) / Kg);
+}
+
+void NKTriodeAnodeCurrent::buildTables() {
+    direct = true;
+    rows = static_cast<int>((VgkMax - VgkMin) * (1.0f / deltaVgk)) + 1;
+    cols = static_cast<int>((1.0f / deltaVpk) * VpMax) + 1;
+    if (rows < 2 || cols < 2)
+        throw InvalidArgumentException(str("Triode: the table grid needs at least two rows and two columns. Rows=", rows,
+                                           " Columns=", cols));
+    currentTable.assign(static_cast<size_t>(rows) * cols, 0.0f);
+    dVgkTable.assign(currentTable.size(), 0.0f);
+    dVpkTable.assign(currentTable.size(), 0.0f);
+    // The three tables hold current, dIdVgk and dIdVpk as their direct forms
+    // give them; the terms that the three share (and, with no contact
+    // potential, the terms of dIdVpk too) are computed once per grid point.
+    std::vector<double> plateTerm(cols);
+    for (int j = 0; j < cols; ++j) {
+        const double vp = std::min(j * deltaVpk, VpMax);
+        plateTerm[j] = std::pow(vp * vp + Kvb, -1.5);
+    }
+    for (int i = 0; i < rows; ++i) {
+        const float vgk = i * deltaVgk + VgkMin;
+        for (int j = 0; j < cols; ++j) {
+            const float vpk = j * deltaVpk;
+            const size_t k = static_cast<size_t>(i) * cols + j;
+            if (vpk <= 0 || VgkMin > vgk) continue;  // no current, no slope: the entries stay 0
+            const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
+            const float c = static_cast<scalar>(std::pow(t.E1, Ex) * (1 + t.sgn) / Kg);
+            currentTable[k] = c >= 1e-9f ? c : 0.0f;
+            const double p = std::pow(t.E1, Ex - 1);
+            dVgkTable[k] = static_cast<scalar>(p * (Ex / Kg) * (1 + t.sgn) * t.Vp * t.e / ((1 + t.e) * t.s));
+            if (Vct == 0) {
+                const double L = t.log1e / Kp;
+                dVpkTable[k] = static_cast<scalar>((L - plateTerm[j] * (t.e / (1 + t.e)) * t.Vg * t.Vp * t.Vp) * p *
+                                                   (Ex / Kg) * (1 + t.sgn));
+            } else {
+                dVpkTable[k] = dIdVpk(vgk, vpk);
+            }
+        }
+    }
+    direct = false;
+}
+
+scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, scalar vpk, bool clampPlate) const {
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    if (clampPlate) vpk = std::min(vpk, VpMax);
+    return interpolate(T, locate(std::min(vgk, VgkMax), vpk), vpk);
+}
+
+scalar NKTriodeAnodeCurrent::current(scalar vgk, scalar vpk) {
+    if (direct) return directCurrent(vgk, vpk);
+    return lookup(currentTable, vgk, vpk, false);
+}
+
+scalar NKTriodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk) {
+    if (!direct) return lookup(dVgkTable, vgk, vpk, true);
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
+    return static_cast<scalar>(std::pow(t.E1, Ex - 1) * (Ex / Kg) * (1 + t.sgn) * t.Vp * t.e / ((1 + t.e) * t.s));
+}
+
+scalar NKTriodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk) {
+    if (!direct) return lookup(dVpkTable, vgk, vpk, true);
+    if (vpk <= 0 || VgkMin > vgk) return 0.0f;
+    const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, 0.0);  // without Vct, as the model states
+    const double L = std::log(1 + t.e) / Kp;
+    return static_cast<scalar>((L - std::pow(t.Vp * t.Vp + Kvb, -1.5) * (t.e / (1 + t.e)) * t.Vg * t.Vp * t.Vp) *
+                               std::pow(t.E1, Ex - 1) * (Ex / Kg) * (1 + t.sgn));
+}
+
+const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk) {
+    ScalarVector& d = *derivativeVector;
+    if (direct) {
+        d[0] = dIdVgk(vgk, vpk);
+        d[1] = dIdVpk(vgk, vpk);
+        return derivativeVector;
+    }
+    // Both derivative tables share the cell: locate it once, interpolate twice.
+    if (vpk <= 0 || VgkMin > vgk) {
+        d[0] = d[1] = 0.0f;
+        return derivativeVector;
+    }
+    vpk = std::min(vpk, VpMax);
+    const Cell c = locate(std::min(vgk, VgkMax), vpk);
+    d[0] = interpolate(dVgkTable, c, vpk);
+    d[1] = interpolate(dVpkTable, c, vpk);
+    return derivativeVector;
+}
+
+void NKTriodeAnodeCurrent::evaluateDirect(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
+    current = directCurrent(vgk, vpk);
+    dVgk = dIdVgk(vgk, vpk);
+    dVpk = dIdVpk(vgk, vpk);
+}
+
+// ---- power-law grid current ----
+
+void PowerLawGridCurrent::setProperty() {
+    throw KELMException("PowerLawGridCurrent::setProperty is not yet implemented.");
+}
+
+void PowerLawTriodeGridCurrent::setProperty() {
+    throw KELMException("PowerLawTriodeGridCurrent::setProperty is not yet implemented.");
+}
+
+void PowerLawGridCurrent::init(const PropertyMap& p) {
+    p.readRequired("Vc", Vc, KELMException("PowerLawGridCurrent: Vc is not defined."));
+    p.readRequired("Igc", Igc, KELMException("PowerLawGridCurrent: Igc is not defined."));
+    p.readRequired("N", N, KELMException("PowerLawGridCurrent: A is not defined."));
+    p.readOptional("VgkMax", VgkMax);
+    p.readOptional("VgkMin", VgkMin);
+    if (p.readOptional("DeltaVgk", deltaVgk)) inverseDeltaVgk = 1.0f / deltaVgk;
+    p.readOptional("DoNotInterpolate", direct);
+    if (!direct) buildTables();
+}
+
+void PowerLawGridCurrent::buildTables() {
+    direct = true;
+    const int length = static_cast<int>(VgkMax / deltaVgk) + 2;
+    if (length < 2) throw InvalidArgumentException(str("PowerLawGridCurrent: VgkMax must be above 0. VgkMax=", VgkMax));
+    currentTable.assign(length, 0.0f);
+    derivativeTable.assign(length, 0.0f);
+    for (int i = 0; i < length; ++i) {
+        const float vgk = static_cast<float>(i * deltaVgk - Vc);
+        const float c = current(vgk);
+        currentTable[i] = c > 1e-9f ? c : 0.0f;
+        derivativeTable[i] = dIdV(vgk);
+    }
+    currentTable[0] = 0.0f;
+    currentTable[1] = 0.0f;
+    direct = false;
+}
+
+scalar PowerLawGridCurrent::current(scalar vgk) {
+    const float v = static_cast<float>(vgk + Vc);
+    if (v < 0) return 0.0f;
+    if (direct) return static_cast<scalar>(Igc * std::pow(std::min(v, VgkMax), N));
+    if (v >= VgkMax) return currentTable.back();
+    const int i = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
+    return currentTable[i] + (currentTable[i + 1] - currentTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
+}
+
+void PowerLawGridCurrent::evaluateOutside(scalar vgk, scalar& i, scalar& slope) {
+    i = current(vgk);
+    slope = dIdV(vgk);
+}
+
+scalar PowerLawGridCurrent::dIdV(scalar vgk) {
+    const float v = static_cast<float>(vgk + Vc);
+    if (v < 0) return 0.0f;
+    if (direct) return static_cast<scalar>((Igc * N) * std::pow(std::min(v, VgkMax), N - 1));
+    if (v >= VgkMax) return derivativeTable.back();
+    const int i = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(derivativeTable.size()) - 2);
+    return derivativeTable[i] + (derivativeTable[i + 1] - derivativeTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
+}
+
+} // namespace kelm

@@ -1,0 +1,208 @@
+// The tube models: Koren tables against the direct model, limits, built-in
+// types, the limiter, and a pentode stage with its NaN guard.
+#include <cmath>
+#include <limits>
+
+#include "circuit/Circuit.h"
+#include "circuit/MNAContext.h"
+#include "circuit/devices/NKTriodeAnodeCurrent.h"
+#include "circuit/devices/Pentode.h"
+#include "circuit/devices/PowerLawGridCurrent.h"
+#include "circuit/devices/Triode.h"
+#include "circuit/devices/TubeTypes.h"
+#include "tests/TestUtil.h"
+
+using namespace kelm;
+using namespace kelm::test;
+
+namespace {
+PropertyMap typeSet(const std::string& type) {
+    PropertyMap p;
+    for (auto& e : TubeTypes::triodes().at(type)()) p.insert(e);
+    return p;
+}
+
+// A Koren plate current computed here in double, from the formula alone.
+double koren(double vgk, double vpk) {
+    const double Kp = 600, Kvb = 300, mu = 100, Ex = 1.4, Kg = 1060;
+    double e = std::exp(Kp * (1 / mu + vgk / std::sqrt(vpk * vpk + Kvb)));
+    return 2 * std::pow(vpk / Kp * std::log(1 + e), Ex) / Kg;
+}
+
+std::shared_ptr<MNAContext> contextWith(Component* c, std::initializer_list<const char*> nodes,
+                                        const PropertyMap& props) {
+    std::unique_ptr<Component> owned(c);
+    auto ctx = std::make_shared<MNAContext>();
+    auto names = std::make_shared<std::vector<std::string>>();
+    for (auto n : nodes) names->push_back(n);
+    c->init("tube", std::make_shared<PropertyMap>(props), names, ctx);
+    ctx->addElement(owned.release());
+    ctx->init();
+    return ctx;
+}
+} // namespace
+
+TEST(SolversTubeModels, KorenTablesFollowTheFormula) {
+    NKTriodeAnodeCurrent table, direct;
+    PropertyMap p = typeSet("12AX7");
+    table.init(p);
+    p["DoNotInterpolate"] = "true";
+    direct.init(p);
+    EXPECT_EQ(1201, table.rowCount());
+    EXPECT_EQ(201, table.columnCount());
+    for (double vgk : {-3.0, -1.234, -0.5, 0.0, 0.7}) {
+        for (double vpk : {50.0, 101.3, 180.0, 299.9}) {
+            double ref = koren(vgk, vpk);
+            EXPECT_NEAR(ref, direct.current(vgk, vpk), 1e-6 * ref + 1e-12);
+            EXPECT_NEAR(ref, table.current(vgk, vpk), 1e-2 * ref + 1e-7) << vgk << " " << vpk;
+        }
+    }
+    // Below VgkMin, and at or below 0 V on the plate: nothing flows.
+    EXPECT_EQ(0.0f, table.current(-8.5f, 100));
+    EXPECT_EQ(0.0f, table.dIdVgk(-8.5f, 100));
+    EXPECT_EQ(0.0f, table.current(-1, 0));
+    // Above VgkMax the grid voltage is held at VgkMax.
+    EXPECT_EQ(table.current(4.0f, 100), table.current(5.0f, 100));
+    // Above VpMax the current keeps rising along the last cell; its derivatives are clamped.
+    EXPECT_GT(table.current(-1, 450), table.current(-1, 400));
+    EXPECT_EQ(table.dIdVpk(-1, 400), table.dIdVpk(-1, 450));
+}
+
+TEST(SolversTubeModels, BuiltInTypesAndTheMergeRule) {
+    EXPECT_EQ("1.113", TubeTypes::triodes().at("12AY7")().at("Ex"));
+    EXPECT_EQ(0u, TubeTypes::triodes().at("12AY7")().count("DeltaVpk"));
+    EXPECT_EQ("4500", TubeTypes::pentodes().at("GE6V6GT")().at("Kg2"));
+    EXPECT_EQ("Invalid built-in triode type: 12ax7",
+              messageOf([&] { contextWith(new Triode(), {"P", "G", "K"}, {{"Type", "12ax7"}}); }));
+    EXPECT_EQ("Invalid built-in triode type: KT66",
+              messageOf([&] { contextWith(new Triode(), {"P", "G", "K"}, {{"Type", "KT66"}}); }));
+    EXPECT_EQ("PowerLawGridCurrent: Vc is not defined.",
+              messageOf([&] { contextWith(new Triode(), {"P", "G", "K"}, {}); }));
+    // The element's own Ex wins over the built-in one.
+    auto* own = new Triode();
+    auto keepOwn = contextWith(own, {"P", "G", "K"}, {{"Type", "12AX7"}, {"Ex", "1.2"}, {"DoNotInterpolate", "true"}});
+    auto* builtIn = new Triode();
+    auto keepBuiltIn = contextWith(builtIn, {"P", "G", "K"}, {{"Type", "12AX7"}, {"DoNotInterpolate", "true"}});
+    EXPECT_NE(own->anodeCurrent().current(-1, 200), builtIn->anodeCurrent().current(-1, 200));
+    EXPECT_EQ("Triode: Kp must be greater than or equal to 0. Kp=-1",
+              messageOf([&] { contextWith(new Triode(), {"P", "G", "K"}, {{"Type", "12AX7"}, {"Kp", "-1"}}); }));
+}
+
+TEST(SolversTubeModels, PlateLimiterWritesBackIntoX) {
+    auto* t = new Triode();
+    auto ctx = contextWith(t, {"P", "G", "K"}, {{"Type", "12AX7"}});
+    float x[3] = {100, -1, 1};  // P, G, K
+    t->getRhs(x);  // first call: no limiting, the stored plate voltage is 0
+    EXPECT_FLOAT_EQ(100, x[0]);
+    x[0] = 500;
+    t->getRhs(x);
+    EXPECT_FLOAT_EQ(200, x[0]);  // at most twice the stored voltage
+    x[0] = 10;
+    t->getRhs(x);
+    EXPECT_FLOAT_EQ(100, x[0]);  // at least half of it (200 stored)
+    x[2] = -3;
+    t->getJacobian(x);
+    EXPECT_FLOAT_EQ(0, x[2]);  // a negative cathode is lifted to 0
+}
+
+// One evaluation per Newton iteration: the same rhs, stamp and limited x as getRhs then
+// getJacobian, along a path that engages the limiter.
+TEST(SolversTubeModels, TriodeEvaluatesRhsAndStampInOnePass) {
+    auto* fused = new Triode();
+    auto* split = new Triode();
+    auto fusedContext = contextWith(fused, {"P", "G", "K"}, {{"Type", "12AX7"}});
+    auto splitContext = contextWith(split, {"P", "G", "K"}, {{"Type", "12AX7"}});
+    const float path[][3] = {{150, -1.5f, 1.2f}, {90, 0.5f, 1.0f}, {400, -3, 1.5f}, {20, 2, -1}, {-5, 1, 0.5f}, {60, -0.2f, 0.8f}};
+    for (const auto& point : path) {
+        float a[3] = {point[0], point[1], point[2]}, b[3] = {point[0], point[1], point[2]};
+        scalar** stamp = nullptr;
+        const float* r = fused->evaluate(a, stamp);
+        const float* rs = split->getRhs(b);
+        const float rhs[3] = {rs[0], rs[1], rs[2]};
+        scalar** splitStamp = split->getJacobian(b);
+        ASSERT_NE(nullptr, stamp);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(rhs[i], r[i]) << point[0];
+            EXPECT_EQ(b[i], a[i]) << point[0];
+            for (int j = 0; j < 3; ++j) EXPECT_EQ(splitStamp[i][j], stamp[i][j]) << point[0];
+        }
+    }
+}
+
+TEST(SolversTubeModels, PentodeStageRunsAndANanIsCaught) {
+    auto d = makeDriver(readText(sourcePath("examples/pentode-stage.xml")), 96000, 480);
+    std::vector<float> in(480);
+    float lo = 1e9f, hi = -1e9f;
+    for (int block = 0; block < 40; ++block) {
+        for (int i = 0; i < 480; ++i) in[i] = 10.0f * std::sin(2 * M_PI * 1000 * (block * 480 + i) / 96000.0);
+        d->process({in.data()}, 480);
+        for (int i = 0; i < 480; ++i) {
+            float v = d->getResults()[0][i];
+            ASSERT_TRUE(std::isfinite(v));
+            lo = std::min(lo, v);
+            hi = std::max(hi, v);
+        }
+    }
+    EXPECT_GT(lo, 0.0f);
+    EXPECT_LT(hi, 700.0f);
+    EXPECT_GT(hi - lo, 20.0f);  // the stage amplifies
+    in.assign(480, std::numeric_limits<float>::quiet_NaN());
+    std::string message = messageOf([&] { d->process({in.data()}, 480); });
+    EXPECT_EQ(0u, message.find("Pentode: ")) << message;
+    EXPECT_NE(std::string::npos, message.find("is not a valid number")) << message;
+}
+
+TEST(SolversTubeModels, PentodeCurrentsAtTheEdges) {
+    auto* p = new Pentode();
+    auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "KT66"}});
+    float x[4] = {300, 0, -20, 0};  // screen at 0 V: E1 is 0, no plate current
+    float* rhs = p->getRhs(x);
+    EXPECT_EQ(0.0f, rhs[0]);
+    float y[4] = {-5, 250, -10, 0};  // a negative plate is lifted to 0, then held within half of the stored 300 V
+    p->getRhs(y);
+    EXPECT_EQ(150.0f, y[0]);
+    auto* fresh = new Pentode();
+    auto keep = contextWith(fresh, {"P", "S", "G", "K"}, {{"Type", "KT66"}});
+    float w[4] = {-5, 250, -10, 2};  // with nothing stored: the plate rises to the cathode's 2 V
+    fresh->getRhs(w);
+    EXPECT_EQ(2.0f, w[0]);
+    float z[4] = {std::nanf(""), 250, -10, 0};
+    std::string message = messageOf([&] { p->getRhs(z); });
+    EXPECT_EQ(0u, message.find("Pentode: rhs[p] is not a valid number: ")) << message;
+}
+
+TEST(SolversTubeModels, PentodeScreenAtOrBelowTheCathodeGivesNoPlateCurrent) {
+    // Cathode swept above and below the screen, grid from cut-off to positive, on a fresh tube
+    // each time so that the plate limiter holds nothing. No number may be NaN or infinite, the
+    // plate current vanishes once the screen is at or below the cathode, and it is there above.
+    int conducting = 0;
+    for (float vk : {0.0f, 1.0f, 5.0f, 40.0f}) {
+        for (float vs : {0.0f, 0.5f, 3.0f, 250.0f}) {
+            for (float vg : {-60.0f, -2.0f, 0.0f, 2.0f}) {
+                auto* p = new Pentode();
+                auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "KT66"}});
+                float x[4] = {300, vs, vg, vk};
+                float* rhs = nullptr;
+                ASSERT_NO_THROW(rhs = p->getRhs(x)) << vs << " " << vg << " " << vk;
+                const float plate = -rhs[0];
+                float** j = nullptr;
+                ASSERT_NO_THROW(j = p->getJacobian(x)) << vs << " " << vg << " " << vk;
+                for (int r = 0; r < 4; ++r)
+                    for (int c = 0; c < 4; ++c) ASSERT_TRUE(std::isfinite(j[r][c])) << r << c;
+                if (vs <= vk) {
+                    EXPECT_EQ(0.0f, plate) << vs << " " << vg << " " << vk;
+                    EXPECT_EQ(0.0f, j[0][0]);  // nor any slope along the plate
+                } else if (vg - vk > -2.0f && vs - vk > 100.0f) {
+                    EXPECT_GT(plate, 1e-3f) << vs << " " << vg << " " << vk;
+                    ++conducting;
+                }
+            }
+        }
+    }
+    EXPECT_GE(conducting, 3);
+    // Towards the boundary from above the current falls to nothing: no step at the screen voltage.
+    auto* p = new Pentode();
+    auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "KT66"}});
+    float x[4] = {300, 1e-3f, 0, 0};
+    EXPECT_LT(-p->getRhs(x)[0], 1e-6f);
+}
