@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "circuit/PortLayout.h"
 #include "engine/Element.h"
 #include "engine/PropertyMap.h"
 #include "engine/Types.h"
@@ -52,6 +53,40 @@ public:
     virtual bool hasSignalDependentStamps() { return false; }
     virtual bool isFixedVoltage() { return false; }
     virtual std::string getFixedVoltageNode() const { return fixedVoltageNode; }
+
+    // What the solve kernels read of a component, beside its stamps. A component that
+    // answers none of these and has an rhs or a Jacobian runs only under the general
+    // Newton iteration.
+
+    // A source whose rhs is an affine function of the circuit's inputs alone (it reads no
+    // solution and holds no memory): the kernels take the function apart by evaluating it.
+    virtual bool rhsAffineInInputs() { return false; }
+
+    // A linear component with memory: false where it has none. The description holds
+    // from the moment the sample rate is known until A next changes.
+    virtual bool describeMemory(MemoryModel&) { return false; }
+    // Its states (as MemoryModel numbers them, in amperes or volts), read and set in
+    // double, so that a solve kernel can run the updates itself and hand them back.
+    virtual void readMemory(double*) const {}
+    virtual void writeMemory(const double*) {}
+
+    // A nonlinear device: its ports (see PortLayout), or null where it has none.
+    virtual const PortLayout* portLayout() const { return nullptr; }
+    // At the port voltages v (V), which the device may limit in place against the point
+    // of its last evaluation, the port currents i (A), their Jacobian di (di/dv, S,
+    // ports by ports, row-major), the forced outputs f (V) and df (df/dv, outputs by
+    // ports, row-major).
+    virtual void evaluatePorts(double* /*v*/, double* /*i*/, double* /*di*/, double* /*f*/, double* /*df*/) {}
+    // Devices whose currents depend on their past (junction charge): at the start of a
+    // sample, the port voltages (V) of the last one's solution.
+    virtual bool hasPortMemory() const { return false; }
+    virtual void acceptPorts(const double* /*v*/) {}
+
+    // A component whose stamps follow the signal: the conductance that does (false where
+    // there is none such), and its value (S) for the sensed voltage (V) of the last
+    // solution; the component keeps the value and the stamp it gives.
+    virtual bool describeSignalConductance(SignalConductance&) { return false; }
+    virtual double updateSignalConductance(double /*sensed*/) { return 0; }
 
 protected:
     // The base body: stores name, context and node names.
