@@ -9,7 +9,7 @@
 #include "circuit/Circuit.h"
 #include "engine/Driver.h"
 #include "solvers/EngineTypes.h"
-#include "solvers/NewtonSolver.h"
+#include "solvers/NodalKernel.h"
 
 using namespace kelm;
 
@@ -51,7 +51,7 @@ static void BM_TriodeStage192k(benchmark::State& state) {
     const double amplitude = state.range(0) / 10.0;
     auto d = driverFor("triode-stage.xml", 192000, block);
     auto* c = dynamic_cast<Circuit*>(&d->getGraph("V1MNA"));
-    auto* newton = dynamic_cast<NewtonSolver*>(c->getAnalysis()->solver.get());
+    auto* newton = dynamic_cast<const NodalKernel*>(&c->kernel());
     std::vector<float> in(block);
     long n = 0;
     // A second of signal first, so that the operating point has settled.

@@ -36,6 +36,7 @@ void Capacitor::setCapacitance(scalar c) {
             str("propertyChanged: Capacitance cannot be negative. Capacitor name=", elementName, ", value=", c));
     capacitance = c;
     if (sampleRate > 0) admittance = static_cast<scalar>(admittanceFor(capacitance, sampleRate));
+    if (firstStep) startFrom(voltage);
 }
 
 void Capacitor::fetchRate() {
@@ -48,6 +49,7 @@ void Capacitor::sampleRateChanged(scalar rate) {
     if (!(rate > 0)) throw InvalidArgumentException(str("Capacitor: Invalid sampling rate: ", rate));
     sampleRate = rate;
     admittance = static_cast<scalar>(admittanceFor(capacitance, sampleRate));
+    if (firstStep) startFrom(voltage);
 }
 
 scalar** Capacitor::getG() {
@@ -77,13 +79,37 @@ void Capacitor::setNodes(const NodeIndices& n) {
 void Capacitor::nextSample() {
     if (context->getAnalysisType() == 0) return;
     if (!(sampleRate > 0)) fetchRate();
-    advance(context->solution().data());
+    const scalar* x = context->solution().data();
+    double v = 0;
+    if (nodeAValid) v = x[nodeA];
+    if (nodeBValid) v -= x[nodeB];
+    firstStep = false;
+    voltage = v;
+    setCurrent(updateGain() * v + updateFeedback() * current);
+}
+
+bool Capacitor::describeMemory(MemoryModel& model) {
+    if (context->getAnalysisType() == 0) return false;
+    if (!(sampleRate > 0)) fetchRate();
+    model.states = 1;
+    model.senses = 1;
+    model.sensePlus[0] = 0;
+    model.senseMinus[0] = 1;
+    model.inject[0][0] = -1.0;
+    model.inject[1][0] = 1.0;
+    model.feedback[0][0] = updateFeedback();
+    model.gain[0][0] = updateGain();
+    return true;
 }
 
 void Capacitor::analysisChanged(int oldType, int newType) {
     if (oldType == newType || oldType == 1) return;
     firstStep = true;
-    current = 0;
+    const scalar* x = context->solution().data();
+    double v = 0;
+    if (nodeAValid) v = x[nodeA];
+    if (nodeBValid) v -= x[nodeB];
+    startFrom(v);
 }
 
 void Capacitor::propertiesChanged(const PropertyMapPtr& properties) {

@@ -27,40 +27,30 @@ public:
     void nextSample() override;
     void analysisChanged(int oldType, int newType) override;
 
-    scalar getCurrent() const { return current; }
-    scalar getVoltage() const { return voltage; }
+    // The companion source's current (amperes) and the voltage it last followed from (volts).
+    double getCurrent() const { return current; }
+    double getVoltage() const { return voltage; }
     scalar getAdmittance() const { return admittance; }
-    // The companion model's update, next current = a v + b current (a in siemens),
-    // which holds from the second sample of a transient on.
-    double updateGain() const { return trapezoidal ? -2.0 * static_cast<double>(admittance) : -static_cast<double>(admittance); }
-    double updateFeedback() const { return trapezoidal ? -1.0 : 0.0; }
-    bool started() const { return !firstStep; }
-    // nextSample's update from the solution x, for a caller that has made sure the
-    // analysis is transient and the sample rate known.
-    void advance(const scalar* x) {
-        voltage = 0;
-        if (nodeAValid) voltage = x[nodeA];
-        if (nodeBValid) voltage = voltage - x[nodeB];
-        if (firstStep) {
-            current = -(admittance * voltage);
-            firstStep = false;
-        } else {
-            current = trapezoidal ? static_cast<scalar>(-2.0 * static_cast<double>(admittance) * voltage) - current
-                                  : static_cast<scalar>(-static_cast<double>(admittance) * voltage);
-        }
-        rhs[0] = -current;
-        rhs[1] = current;
-    }
-    // Sets the state as nextSample would have left it, for a solver that runs the
-    // update itself: the current (amperes) and the voltage it followed from (volts).
-    void setState(scalar newCurrent, scalar newVoltage) {
-        current = newCurrent;
-        voltage = newVoltage;
-        rhs[0] = -current;
-        rhs[1] = current;
-    }
+    bool describeMemory(MemoryModel& model) override;
+    void readMemory(double* state) const override { state[0] = current; }
+    void writeMemory(const double* state) override { setCurrent(state[0]); }
 
 private:
+    // The companion model's update from the voltage v (volts) of the last solution:
+    // next current = gain v + feedback current.
+    double updateGain() const { return trapezoidal ? -2.0 * static_cast<double>(admittance) : -static_cast<double>(admittance); }
+    double updateFeedback() const { return trapezoidal ? -1.0 : 0.0; }
+    void setCurrent(double c) {
+        current = c;
+        rhs[0] = static_cast<scalar>(-current);
+        rhs[1] = static_cast<scalar>(current);
+    }
+    // The history that makes the first trapezoidal step of a transient from the operating
+    // point (where no current flows) come out of the regular update: -G v.
+    void startFrom(double v) {
+        voltage = v;
+        setCurrent(-static_cast<double>(admittance) * v);
+    }
 
     void read(const PropertyMap& properties);
     void setCapacitance(scalar c);
@@ -71,11 +61,12 @@ private:
     scalar capacitance = 0;
     scalar sampleRate = -1.0f;
     scalar admittance = 0;
-    scalar current = 0;
-    scalar voltage = 0;
+    double current = 0;
+    double voltage = 0;
     bool nodeAValid = false;
     bool nodeBValid = false;
     int nodeA = 0, nodeB = 0;  // the rows of the two nodes in x, where valid
+    // True until the first step of a transient: until then the history follows the rate.
     bool firstStep = true;
     // "Trapezoidal": G = 2 C fs, next I = -2 G v - I; "BackwardEuler": G = C fs, next I = -G v.
     bool trapezoidal = true;

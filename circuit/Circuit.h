@@ -6,15 +6,13 @@
 #include "circuit/Analysis.h"
 #include "math/DenseTypes.h"
 #include "circuit/MNAContext.h"
-#include "circuit/StateSpaceForm.h"
 #include "engine/Graph.h"
 
 namespace kelm {
 
-class NewtonSolver;
 
 // A Graph that runs a network of components sample by sample: inputs into
-// voltage sources, components with memory advance, the solver produces x,
+// voltage sources, components with memory advance, a solve kernel produces x,
 // output node voltages (volts) are read out.
 class Circuit : public Graph {
 public:
@@ -27,24 +25,23 @@ public:
     void process(BufferList& inputs, size_t framesPerBuffer) override;
     void process(BufferList& inputs, BufferList& outputs, size_t framesPerBuffer) override;
     void init() override;
-    bool canRunBeside(const Graph& other) const override;
-    void processTwin(Graph& other, BufferList& inputs, BufferList& otherInputs, size_t framesPerBuffer) override;
+    std::string describeSolve() const override;
     void setOutputNames(const std::shared_ptr<std::vector<std::string>>& names);
     void setAnalysis(Analysis* a) { analysis.reset(a); }
     Analysis* getAnalysis() const { return analysis.get(); }
     void setContext(const std::shared_ptr<MNAContext>& c) { context = c; }
     const DenseVector& getState() const { return context->solution(); }
-    // A linear circuit runs as a state-space system (StateSpaceForm) where it can;
-    // off, every sample takes the generic path (for comparisons).
-    void setStateSpaceEnabled(bool enabled) { stateSpaceEnabled = enabled; }
-    bool runsAsStateSpace() const { return stateSpaceEnabled && form.applies(); }
+
+    // The kernel that runs the samples now, and why it was chosen.
+    const SampleKernel& kernel() const { return *active; }
+    const std::string& kernelReason() const { return active == fast.get() ? fastReason : generalReason; }
+    // Off, every sample takes the solver's own iteration (the general kernel), so that
+    // tests can compare the kernels; on (the default), the circuit's own choice.
+    void setKernelsAllowed(bool allowed);
 
 private:
-    // What process() does before the solve of sample i: the inputs, the components'
-    // step to the next sample, a changed matrix.
-    void beginSample(BufferList& inputs, size_t i);
-    // The solver when it is Newton's on a small system (and no state-space form runs).
-    NewtonSolver* smallNewton() const;
+    void chooseKernel();
+    void activate(SampleKernel* kernel);
     void doBypass(BufferList& inputs, BufferList& outputs, size_t frames);
     void freeResults();
 
@@ -54,8 +51,12 @@ private:
     ScalarVectorPtr inputValues;
     DenseVector x;
     bool initialized = false;
-    StateSpaceForm form;
-    bool stateSpaceEnabled = true;
+    // The kernel chosen for the circuit (null where none fits) and the general one, both
+    // made at the start so that switching between them allocates nothing.
+    std::unique_ptr<SampleKernel> fast, general;
+    SampleKernel* active = nullptr;
+    std::string fastReason, generalReason;
+    bool kernelsAllowed = true;
 };
 
 } // namespace kelm

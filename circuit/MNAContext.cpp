@@ -176,6 +176,21 @@ void MNAContext::init() {
     initialized = true;
 }
 
+int MNAContext::unknownRow(size_t c, int e) const {
+    const Slot& s = slots[c];
+    if (e < 0) return -1;
+    if (e < s.k) return s.nodes[e];
+    return e - s.k < s.m ? s.firstExtra + (e - s.k) : -1;
+}
+
+int MNAContext::rhsRow(size_t c, int e) const {
+    const int row = unknownRow(c, e);
+    if (row < 0) return -1;
+    // The rows of fixed nodes hold their values: only the component that fixes one writes it.
+    if (row >= solvedCount() && row != slots[c].fixedRow) return -1;
+    return row;
+}
+
 void MNAContext::setAnalysisType(int type) {
     if (initialized)
         for (MNAEventListener* l : listenerList) l->analysisChanged(analysisType, type);
@@ -229,10 +244,11 @@ void MNAContext::assembleMatrix() {
     restampSignalDependent();
 }
 
-void MNAContext::assembleMatrix(double* M) {
+void MNAContext::assembleMatrix(double* M, bool signalStamps) {
     const int T = static_cast<int>(A->rows());
     std::fill(M, M + static_cast<size_t>(T) * T, 0.0);
-    for (const Slot& s : slots) stamp(s, M);
+    for (const Slot& s : slots)
+        if (signalStamps || !s.component->hasSignalDependentStamps()) stamp(s, M);
     for (const Slot& s : slots)
         if (s.fixedRow >= 0) M[static_cast<size_t>(s.fixedRow) * T + s.fixedRow] = 1.0;
 }

@@ -30,8 +30,20 @@ public:
     void notifyNextSample();
     void assembleMatrix();
     // The same matrix with its stamps summed in double (column-major, size() by
-    // size()): a small conductance beside a large one keeps its digits.
-    void assembleMatrix(double* M);
+    // size()): a small conductance beside a large one keeps its digits. Without the
+    // signal stamps, the components whose stamps follow the signal are left out.
+    void assembleMatrix(double* M, bool signalStamps = true);
+
+    // Where entry e of component c's rhs goes (its nodes, then its extra unknowns): the row
+    // of x, or -1 where the entry reaches nothing (ground, or a node that another component
+    // fixes). The entry of a node that c fixes is that node's value.
+    int rhsRow(size_t c, int e) const;
+    // The row of x that entry e of component c stands for (nodes, then extra unknowns),
+    // -1 for ground.
+    int unknownRow(size_t c, int e) const;
+    // The number of solved unknowns (node voltages and extra currents); the fixed nodes
+    // follow them in x.
+    int solvedCount() const { return lastNode + extraCount + 1; }
     DenseMatrix& matrix() { return *A; }
     void computeRhs(DenseVector& x, DenseVector& rhs);
     DenseMatrix& computeJacobian(DenseVector& x);

@@ -1,6 +1,8 @@
 #pragma once
 #include <memory>
+#include <string>
 
+#include "circuit/SampleKernel.h"
 #include "math/DenseTypes.h"
 #include "engine/PropertyMap.h"
 
@@ -20,6 +22,14 @@ public:
     virtual ~Solver() {}
     // x: last solution in, this sample's solution out. True when converged.
     virtual bool solve(DenseVector& x) = 0;
+    // The kernel that runs this solver's circuit (inputs and outputs: the circuit's
+    // counts), chosen for the circuit as it stands, with the reason for the choice in
+    // `reason`; null where only this solver's own per-sample solve will do (the reason
+    // then says why).
+    virtual std::unique_ptr<SampleKernel> makeKernel(int /*inputs*/, int /*outputs*/, std::string& reason) {
+        reason = "this solver runs its own iteration";
+        return nullptr;
+    }
 
 protected:
     std::shared_ptr<MNAContext> context;

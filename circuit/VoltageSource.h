@@ -16,6 +16,7 @@ public:
     bool isFixedVoltage() override { return useFixedVoltage; }
     bool hasRhs() override { return true; }
     bool rhsReadsSolution() override { return false; }
+    bool rhsAffineInInputs() override { return true; }
     virtual void readProperties(const PropertyMap& properties) = 0;
 
 protected:

@@ -34,6 +34,9 @@ public:
     // Whether `other` is built alike (the same kind, the same elements in the same order), so
     // that running the two side by side through processTwin is worth it. Fixed once built.
     virtual bool canRunBeside(const Graph& other) const;
+    // How the graph computes its samples, for a description of the system ("" where there
+    // is nothing to say beyond its type).
+    virtual std::string describeSolve() const { return ""; }
     // Runs this graph and `other` over one block each, with the result of process(inputs, n)
     // followed by other.process(otherInputs, n), to the bit. The Driver pairs graphs that can
     // run beside each other, such as the two channels of a stereo system.

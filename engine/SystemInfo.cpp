@@ -37,6 +37,8 @@ void SystemInfo::describe(Driver& driver, std::ostream& out) {
         if (labels.empty()) out << " none";
         for (size_t k = 0; k < labels.size(); ++k) out << " " << k << ":" << labels[k];
         out << "\n";
+        const std::string solve = g.describeSolve();
+        if (!solve.empty()) out << "    " << solve << "\n";
     }
     out << "System outputs:";
     for (int o = 0; o < driver.getNumberOfOutputs(); ++o) {

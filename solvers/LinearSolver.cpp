@@ -1,5 +1,7 @@
 #include "solvers/LinearSolver.h"
 
+#include "solvers/KernelChooser.h"
+
 #include <utility>
 
 #include "math/DenseKernels.h"
@@ -94,6 +96,12 @@ bool LinearSolver::solve(DenseVector& x) {
     context->computePortAmplitudes(x.data(), u);
     combiner(responses.data(), u, static_cast<int>(responses.cols()), x.data(), n);
     return true;
+}
+
+std::unique_ptr<SampleKernel> LinearSolver::makeKernel(int inputs, int outputs, std::string& reason) {
+    KernelChooser::Request request;
+    request.iterates = false;
+    return KernelChooser::choose(*context, request, inputs, outputs, reason);
 }
 
 } // namespace kelm

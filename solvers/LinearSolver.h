@@ -19,6 +19,7 @@ public:
     void init(const std::shared_ptr<MNAContext>& context) override;
     void initMatrix() override;
     bool solve(DenseVector& x) override;
+    std::unique_ptr<SampleKernel> makeKernel(int inputs, int outputs, std::string& reason) override;
     // Number of factorisations done so far (for tests and benchmarks).
     long factorizations() const { return factorCount; }
     // x := responses times amplitudes (responses, amplitudes, ports, x, n).

@@ -13,6 +13,9 @@ void IdealAmplifier::init(const std::string& name, const PropertyMapPtr& propert
     fixedVoltageNode = (*nodeNames)[1];
     properties->readRequired("Gain", gain,
                              InvalidArgumentException("Gain is not defined. IdealAmplifier name=" + name));
+    layout = PortLayout();
+    layout.addPort(0, -1);
+    layout.addForced(1);
 }
 
 scalar* IdealAmplifier::getRhs(scalar* x) {

@@ -11,6 +11,14 @@ public:
     bool hasRhs() override { return true; }
     bool isFixedVoltage() override { return true; }
     scalar* getRhs(scalar* x) override;
+    // One port (the input) without current; the output a forced voltage of it.
+    const PortLayout* portLayout() const override { return &layout; }
+    void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override {
+        i[0] = 0;
+        di[0] = 0;
+        f[0] = static_cast<double>(gain) * v[0];
+        df[0] = gain;
+    }
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, scalar value) override;
     using Element::propertyChanged;
@@ -18,6 +26,7 @@ public:
 private:
     scalar gain = 0;
     scalar rhs[2] = {0, 0};
+    PortLayout layout;
 };
 
 } // namespace kelm

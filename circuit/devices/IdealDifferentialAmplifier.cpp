@@ -14,6 +14,9 @@ void IdealDifferentialAmplifier::init(const std::string& name, const PropertyMap
     fixedVoltageNode = (*nodeNames)[2];
     properties->readRequired("Gain", gain,
                              InvalidArgumentException("Gain is not defined. IdealDifferentialAmplifier name=" + name));
+    layout = PortLayout();
+    layout.addPort(0, 1);
+    layout.addForced(2);
 }
 
 scalar* IdealDifferentialAmplifier::getRhs(scalar* x) {

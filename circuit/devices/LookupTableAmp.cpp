@@ -1,5 +1,7 @@
 #include "circuit/devices/LookupTableAmp.h"
 
+#include <algorithm>
+
 #include "circuit/MNAContext.h"
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
@@ -26,6 +28,10 @@ void LookupTableAmp::init(const std::string& name, const PropertyMapPtr& propert
         if (isGround(n))
             throw InvalidArgumentException("LookupTableAmp cannot have a grounded node. LookupTableAmp name=" + name);
     fixedVoltageNode = (*nodeNames)[1];
+    layout = PortLayout();
+    layout.addPort(0, -1);
+    if (useFeedback) layout.addPort(2, -1);
+    layout.addForced(1);
     p.readRequired("VinMin", vinMin, KELMException("VinMin is not defined. LookupTableAmp name=" + name));
     p.readRequired("VinMax", vinMax, KELMException("VinMax is not defined. LookupTableAmp name=" + name));
     p.readRequired("DeltaV", deltaV, KELMException("DeltaV is not defined. LookupTableAmp name=" + name));
@@ -136,24 +142,55 @@ scalar** LookupTableAmp::getJacobian(scalar* x) {
     return jacobian.rows();
 }
 
-LookupTableAmp::Port LookupTableAmp::evaluatePort(scalar* x) {
-    // With tables of one length, the rhs and the slope share the grid cell.
+LookupTableAmp::Port LookupTableAmp::portAt(scalar v) {
     const int size = cells;
     if (size == 0) {
-        getRhs(x);
-        getJacobian(x);
-        return {rhs[0], jacobian(0, 0), rhs[1]};
+        // Tables of different lengths: each looked up on its own, as getRhs and getJacobian do.
+        const int last = static_cast<int>(vout->size()) - 1;
+        const int i = tableIndex(v * inverseDelta, -1, std::max(last, 0));
+        Port p{0.0f, 0.0f, 0.0f, 0.0f};
+        if (i >= last) {
+            p.current = useInputCurrent && !iin->empty() ? -iin->back() : 0.0f;
+            p.output = vout->empty() ? 0.0f : vout->back();
+        } else {
+            p.current = useInputCurrent ? -interpolate(*iin, v, i) : 0.0f;
+            p.output = interpolate(*vout, v, i);
+            if (i >= 1) p.outputSlope = ((*vout)[i + 1] - (*vout)[i]) * inverseDelta;
+        }
+        if (useInputCurrent) {
+            const int j = tableIndex(v * inverseDelta, -1, std::max(static_cast<int>(iinDerivative->size()) - 1, 0));
+            p.slope = interpolate(*iinDerivative, v, j);
+        }
+        return p;
     }
-    const scalar v = inputVoltage(x);
+    // With tables of one length, the rhs and the slope share the grid cell.
     const int i = tableIndex(v * inverseDelta, -1, size - 1);
     const scalar* I = iinData;
     const scalar* V = voutData;
     const scalar* dI = slopeData;
-    if (i >= size - 1) return {-I[size - 1], dI[size - 1], V[size - 1]};
-    if (i < 1) return {-I[0], dI[0], V[0]};
+    if (i >= size - 1) return {-I[size - 1], dI[size - 1], V[size - 1], 0.0f};
+    if (i < 1) return {-I[0], dI[0], V[0], 0.0f};
     // interpolate()'s arithmetic, the offset into the cell taken once.
     const scalar offset = v - i * deltaV;
-    return {-lerp(I, i, offset), lerp(dI, i, offset), lerp(V, i, offset)};
+    return {-lerp(I, i, offset), lerp(dI, i, offset), lerp(V, i, offset), (V[i + 1] - V[i]) * inverseDelta};
+}
+
+void LookupTableAmp::evaluatePorts(double* v, double* i, double* di, double* f, double* df) {
+    scalar in = static_cast<scalar>(v[0]) - vinMin;
+    if (useFeedback) in -= static_cast<scalar>(v[1]);
+    const Port p = portAt(in);
+    // The rhs entry is minus the current that the input draws.
+    i[0] = -static_cast<double>(p.current);
+    di[0] = p.slope;
+    f[0] = p.output;
+    df[0] = p.outputSlope;
+    if (useFeedback) {
+        i[1] = 0;
+        di[1] = -static_cast<double>(p.slope);
+        di[2] = 0;
+        di[3] = 0;
+        df[1] = -static_cast<double>(p.outputSlope);
+    }
 }
 
 scalar* LookupTableAmp::evaluate(scalar* x, scalar**& stamp) {

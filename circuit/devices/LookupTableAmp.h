@@ -21,10 +21,15 @@ public:
     void setNodes(const NodeIndices& n) override;
     // What evaluate() gives, as values: the input node's rhs entry (the input current with
     // its sign in the rhs, A), its slope on the Jacobian's diagonal (S) and the output (V).
+    // The output's slope by the input voltage (V/V) rides along.
     struct Port {
-        scalar current, slope, output;
+        scalar current, slope, output, outputSlope;
     };
-    Port evaluatePort(scalar* x);
+    Port evaluatePort(scalar* x) { return portAt(inputVoltage(x)); }
+    // The input port (and the feedback node's, which draws nothing), and the output as a
+    // forced voltage of them.
+    const PortLayout* portLayout() const override { return &layout; }
+    void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override;
     // The input and output nodes' indices in x, and whether a feedback node enters.
     int inputIndex() const { return inputRow; }
     int outputIndex() const { return (*getNodes())[1]; }
@@ -62,6 +67,9 @@ private:
     int cells = 0;
     int inputRow = 0, feedbackRow = 0;
     bool useInputCurrent = true;
+    PortLayout layout;
+    // evaluatePort at the input voltage v less VinMin.
+    Port portAt(scalar v);
 };
 
 } // namespace kelm

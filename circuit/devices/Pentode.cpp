@@ -33,6 +33,46 @@ void Pentode::init(const std::string& name, const PropertyMapPtr& properties, co
     screen.reset(new NKPentodeScreenCurrent());
     screen->init(local);
     jacobian.resize(4, 4);
+    layout = PortLayout();
+    layout.addPort(G, K);
+    layout.addPort(P, K);
+    layout.addPort(S, K);
+}
+
+void Pentode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
+    // The terminal form's limiter on the ports: plate at or above grid and cathode and
+    // within a factor of two of its last value, the screen not below the cathode.
+    const double vgk = v[0];
+    double vpk = std::max(v[1], std::max(vgk, 0.0));
+    if (lastVpk > 0) vpk = std::min(std::max(vpk, lastVpk * 0.5), lastVpk * 2.0);
+    lastVpk = vpk;
+    const double vsk = std::max(v[2], 0.0);
+    v[1] = vpk;
+    v[2] = vsk;
+    Vg = static_cast<scalar>(vgk);
+    Vp = static_cast<scalar>(vpk);
+    Vs = static_cast<scalar>(vsk);
+    Vk = 0;
+    const scalar g = static_cast<scalar>(vgk), p = static_cast<scalar>(vpk), s = static_cast<scalar>(vsk);
+    const scalar ip = anode->current(g, p, s), is = screen->current(g, p, s), ig = grid->current(g, p, s);
+    const ScalarVector& a = *anode->derivatives(g, p, s);
+    const ScalarVector& d = *screen->derivatives(g, p, s);
+    const scalar gg = grid->dIdVgk(g, p, s);
+    check(ip, "ip");
+    check(is, "is");
+    check(ig, "ig");
+    check(a[0], "dIpdVgk");
+    check(a[1], "dIpdVpk");
+    check(a[2], "dIpdVsk");
+    check(d[0], "dIsdVgk");
+    check(d[2], "dIsdVsk");
+    check(gg, "dIgdV");
+    i[0] = ig;
+    i[1] = ip;
+    i[2] = is;
+    const double rows[3][3] = {{gg, 0, 0}, {a[0], a[1], a[2]}, {d[0], 0, d[2]}};
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) di[r * 3 + c] = rows[r][c];
 }
 
 void Pentode::setNodes(const NodeIndices& n) {

@@ -19,6 +19,9 @@ public:
     bool isNonlinear() override { return true; }
     scalar* getRhs(scalar* x) override;
     scalar** getJacobian(scalar* x) override;
+    // Three ports against the cathode: grid, plate and screen, with their currents.
+    const PortLayout* portLayout() const override { return &layout; }
+    void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override;
 
 private:
     void limit(scalar* x);
@@ -30,6 +33,8 @@ private:
     bool valid[4] = {false, false, false, false};
     scalar Vp = 0, Vs = 0, Vg = 0, Vk = 0;
     scalar lastPlate = 0;
+    PortLayout layout;
+    double lastVpk = 0;  // the plate-to-cathode voltage of the last port evaluation (V)
 };
 
 } // namespace kelm

@@ -49,11 +49,27 @@ void SourceAdmittance::setNodes(const NodeIndices& n) {
 }
 
 void SourceAdmittance::nextSample() {
+    // A first node at ground follows 0 V.
+    if (follow(inputRow >= 0 ? context->solution().data()[inputRow] : 0.0f)) context->setStampsChanged();
+}
+
+bool SourceAdmittance::describeSignalConductance(SignalConductance& conductance) {
+    conductance.a = 0;
+    conductance.b = 1;
+    conductance.sense = 0;
+    return true;
+}
+
+double SourceAdmittance::updateSignalConductance(double sensed) {
+    follow(static_cast<scalar>(sensed));
+    return admittance;
+}
+
+bool SourceAdmittance::follow(scalar node) {
     if (!table || table->empty())
         throw KELMException("SourceAdmittance: no admittance table. SourceAdmittance name=" + elementName);
     const ScalarVector& t = *table;
-    // A first node at ground follows 0 V.
-    const scalar v = (inputRow >= 0 ? context->solution().data()[inputRow] : 0.0f) - vinMin;
+    const scalar v = node - vinMin;
     const int size = static_cast<int>(t.size());
     const int i = tableIndex(v * inverseDelta, -1, size);
     scalar g;
@@ -63,10 +79,10 @@ void SourceAdmittance::nextSample() {
         g = (v - i * deltaV) * (t[i + 1] - t[i]) * inverseDelta + t[i];
     else
         g = t[size - 1];
-    if (threshold * lastAdmittance > std::fabs(g - lastAdmittance)) return;
+    if (threshold * lastAdmittance > std::fabs(g - lastAdmittance)) return false;
     lastAdmittance = g;
     admittance = g;
-    context->setStampsChanged();
+    return true;
 }
 
 } // namespace kelm

@@ -18,8 +18,14 @@ public:
     void nextSample() override;
     bool hasSignalDependentStamps() override { return true; }
     void setNodes(const NodeIndices& n) override;
+    bool describeSignalConductance(SignalConductance& conductance) override;
+    double updateSignalConductance(double sensed) override;
 
 private:
+    // The admittance (S) that the table gives for the first node at v volts; true where
+    // it moved by at least the threshold and was taken.
+    bool follow(scalar v);
+
     scalar vinMin = 0, vinMax = 0, inverseDelta = 0, deltaV = 0;
     scalar lastAdmittance = 0;
     scalar threshold = 0.1f;

@@ -30,6 +30,28 @@ void Triode::init(const std::string& name, const PropertyMapPtr& properties, con
     anode.reset(new NKTriodeAnodeCurrent());
     anode->init(local);
     jacobian.resize(3, 3);
+    layout = PortLayout();
+    layout.addPort(1, 2);
+    layout.addPort(0, 2);
+}
+
+void Triode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
+    // The limiter of the terminal form on the ports: the plate at or above the grid and
+    // the cathode, and within a factor of two of its last value.
+    const double vgk = v[0];
+    double vpk = std::max(v[1], std::max(vgk, 0.0));
+    if (lastVpk > 0) vpk = std::min(std::max(vpk, lastVpk * 0.5), lastVpk * 2.0);
+    lastVpk = vpk;
+    v[1] = vpk;
+    scalar ip, ig, dIpdVgk, dIpdVpk, dIgdVgk;
+    anode->evaluate(static_cast<scalar>(vgk), static_cast<scalar>(vpk), ip, dIpdVgk, dIpdVpk);
+    grid->evaluate(static_cast<scalar>(vgk), ig, dIgdVgk);
+    i[0] = ig;
+    i[1] = ip;
+    di[0] = dIgdVgk;
+    di[1] = 0;
+    di[2] = dIpdVgk;
+    di[3] = dIpdVpk;
 }
 
 void Triode::setNodes(const NodeIndices& n) {
@@ -76,7 +98,7 @@ scalar** Triode::getJacobian(scalar* x) {
 }
 
 scalar* Triode::evaluate(scalar* x, scalar**& stamp) {
-    const Ports p = evaluatePorts(x);
+    const Ports p = evaluateAt(x);
     fillRhs(p.ip, p.ig);
     fillJacobian(p.dIpdVgk, p.dIpdVpk, p.dIgdVgk);
     stamp = jacobian.rows();

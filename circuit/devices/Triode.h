@@ -24,14 +24,16 @@ public:
     scalar* getRhs(scalar* x) override;
     scalar** getJacobian(scalar* x) override;
     scalar* evaluate(scalar* x, scalar**& stamp) override;
+    // Two ports: grid to cathode (the grid current) and plate to cathode (the plate current).
+    const PortLayout* portLayout() const override { return &layout; }
+    void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override;
 
-    // The device as two ports, at the terminal voltages in x (limited in place as
-    // evaluate() limits them): the port voltages (V), the plate and grid currents (A)
-    // and their slopes (S).
+    // The device at the terminal voltages in x (limited in place as evaluate() limits
+    // them): the port voltages (V), the plate and grid currents (A) and their slopes (S).
     struct Ports {
         scalar vgk, vpk, ip, ig, dIpdVgk, dIpdVpk, dIgdVgk;
     };
-    Ports evaluatePorts(scalar* x) {
+    Ports evaluateAt(scalar* x) {
         // The limiter leaves x where a second call would leave it too; the currents and
         // their derivatives come from one location in each table.
         Ports p;
@@ -79,6 +81,10 @@ private:
     bool plateValid = false, gridValid = false, cathodeValid = false;
     int plate = -1, grid_ = -1, cathode = -1;  // indices in x, -1 for ground
     scalar lastPlate = 0;
+    PortLayout layout;
+    // The plate-to-cathode voltage of the last port evaluation (V): a step may at most
+    // halve or double it.
+    double lastVpk = 0;
 };
 
 } // namespace kelm

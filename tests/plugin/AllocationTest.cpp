@@ -106,9 +106,7 @@ TEST(PluginAllocation, TriodeStageOnItsPortsAllocatesNothing) {
     auto d = makeDriver(readText(sourcePath("examples/triode-stage.xml")), 192000, 256);
     auto* circuit = dynamic_cast<Circuit*>(&d->getGraph("V1MNA"));
     ASSERT_NE(nullptr, circuit);
-    auto* newton = dynamic_cast<NewtonSolver*>(circuit->getAnalysis()->solver.get());
-    ASSERT_NE(nullptr, newton);
-    EXPECT_TRUE(newton->portForm());
+    EXPECT_STREQ("port form", circuit->kernel().name());
     std::vector<float> x(256);
     for (int i = 0; i < 256; ++i) x[i] = 4.0f * std::sin(0.03f * i) + (i > 100 ? 2.0f : 0.0f);
     const BufferList in = {x.data()};

@@ -146,7 +146,12 @@ TEST(SolversTubeModels, PentodeStageRunsAndANanIsCaught) {
     EXPECT_GT(lo, 0.0f);
     EXPECT_LT(hi, 700.0f);
     EXPECT_GT(hi - lo, 20.0f);  // the stage amplifies
+    // A NaN in: the kernel reads it as 0 V and the stage plays on; under the general
+    // iteration the pentode refuses it.
     in.assign(480, std::numeric_limits<float>::quiet_NaN());
+    d->process({in.data()}, 480);
+    for (int i = 0; i < 480; ++i) ASSERT_TRUE(std::isfinite(d->getResults()[0][i])) << i;
+    dynamic_cast<Circuit&>(d->getGraph("PowerStage")).setKernelsAllowed(false);
     std::string message = messageOf([&] { d->process({in.data()}, 480); });
     EXPECT_EQ(0u, message.find("Pentode: ")) << message;
     EXPECT_NE(std::string::npos, message.find("is not a valid number")) << message;

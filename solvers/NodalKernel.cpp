@@ -1,0 +1,871 @@
+#include "solvers/NodalKernel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "circuit/Component.h"
+#include "math/WideLU.h"
+
+namespace kelm {
+
+namespace {
+
+// The most unknowns for which the kernel inverts A: beyond, a control's move would stall
+// the audio thread for longer than a block.
+constexpr int maxUnknowns = 600;
+
+// y := M x for an r x c row-major M.
+inline void product(const double* M, int r, int c, const double* x, double* y) {
+    for (int i = 0; i < r; ++i) {
+        const double* row = M + static_cast<size_t>(i) * c;
+        double sum = 0;
+        for (int j = 0; j < c; ++j) sum += row[j] * x[j];
+        y[i] = sum;
+    }
+}
+
+} // namespace
+
+NodalKernel::NodalKernel(MNAContext& c, const IterationSettings& s) : context(c), settings(s) {}
+
+NodalKernel::~NodalKernel() = default;
+
+std::unique_ptr<NodalKernel> NodalKernel::make(MNAContext& context, const IterationSettings& settings, int inputs,
+                                               int outputs, std::string& reason) {
+    std::unique_ptr<NodalKernel> kernel(new NodalKernel(context, settings));
+    if (!kernel->classify(inputs, outputs, reason)) return nullptr;
+    kernel->allocate();
+    if (!kernel->refresh()) {
+        reason = "its matrix is singular";
+        return nullptr;
+    }
+    return kernel;
+}
+
+int NodalKernel::memoryTerms(size_t c, const MemoryModel& model, int j, Term* out) const {
+    int count = 0;
+    auto add = [&](int entry, double coefficient) {
+        const int index = context.unknownRow(c, entry);
+        if (index < 0 || coefficient == 0) return;
+        for (int t = 0; t < count; ++t)
+            if (out[t].index == index) {
+                out[t].coefficient += coefficient;
+                return;
+            }
+        out[count++] = {index, coefficient};
+    };
+    for (int q = 0; q < model.senses; ++q) {
+        add(model.sensePlus[q], model.gain[j][q]);
+        add(model.senseMinus[q], -model.gain[j][q]);
+    }
+    return count;
+}
+
+bool NodalKernel::classify(int inputs, int outputs, std::string& reason) {
+    if (context.getAnalysisType() != 1 || !context.isInitialized()) {
+        reason = "a DC analysis solves each sample on its own";
+        return false;
+    }
+    if (!context.rhsSplits()) {
+        reason = "two components fix the same node";
+        return false;
+    }
+    n = context.size();
+    if (n > maxUnknowns) {
+        reason = "it has " + std::to_string(n) + " unknowns, more than the kernels invert";
+        return false;
+    }
+    const int m = context.solvedCount();
+    const auto& components = context.getComponents();
+    std::vector<std::vector<Term>> portRows, stateRows, signalRows;
+    // Device outputs: the port currents' columns and the forced outputs' columns of the rhs.
+    std::vector<std::vector<std::pair<int, double>>> currentColumns, forcedColumns;
+    auto difference = [](int plus, int minus) {
+        std::vector<Term> row;
+        if (plus >= 0) row.push_back({plus, 1.0});
+        if (minus >= 0) row.push_back({minus, -1.0});
+        return row;
+    };
+    for (size_t i = 0; i < components.size(); ++i) {
+        Component* c = components[i];
+        const std::string named = c->name();
+        if (const PortLayout* layout = c->portLayout()) {
+            Device d{c, P, layout->ports, F, layout->forcedCount, 0, c->hasPortMemory()};
+            for (int p = 0; p < layout->ports; ++p) {
+                portRows.push_back(difference(context.unknownRow(i, layout->plus[p]), context.unknownRow(i, layout->minus[p])));
+                std::vector<std::pair<int, double>> column;
+                const int ra = context.rhsRow(i, layout->plus[p]), rb = context.rhsRow(i, layout->minus[p]);
+                if (ra >= 0) column.emplace_back(ra, -1.0);
+                if (rb >= 0) column.emplace_back(rb, 1.0);
+                currentColumns.push_back(column);
+            }
+            for (int f = 0; f < layout->forcedCount; ++f) {
+                const int row = context.rhsRow(i, layout->forced[f]);
+                if (row < m) {
+                    reason = "device " + named + " imposes a node that it does not fix";
+                    return false;
+                }
+                forcedColumns.push_back({{row, 1.0}});
+            }
+            P += layout->ports;
+            F += layout->forcedCount;
+            devices.push_back(d);
+            continue;
+        }
+        MemoryModel model;
+        if (c->describeMemory(model)) {
+            for (int j = 0; j < model.states; ++j)
+                for (int l = 0; l < model.states; ++l)
+                    if (l != j && model.feedback[j][l] != 0) {
+                        reason = named + "'s states feed one another";
+                        return false;
+                    }
+            memories.push_back({c, i, S, model.states});
+            for (int j = 0; j < model.states; ++j) {
+                Term row[2 * MemoryModel::maxSenses];
+                stateRows.emplace_back(row, row + memoryTerms(i, model, j, row));
+                feedback.push_back(model.feedback[j][j]);
+            }
+            S += model.states;
+            continue;
+        }
+        if (c->hasSignalDependentStamps()) {
+            SignalConductance sc;
+            if (!c->describeSignalConductance(sc) || c->hasRhs()) {
+                reason = named + "'s stamps follow the signal in a way the kernels do not know";
+                return false;
+            }
+            auto solved = [m](int row) { return row >= 0 && row < m ? row : -1; };
+            const int a = context.unknownRow(i, sc.a), b = context.unknownRow(i, sc.b);
+            signals.push_back({c, static_cast<int>(signalRows.size()), solved(a), solved(b), a, b, 0.0});
+            signalRows.push_back(difference(context.unknownRow(i, sc.sense), -1));
+            continue;
+        }
+        if (c->hasRhs() || c->isNonlinear()) {
+            if (c->rhsAffineInInputs() && !c->isNonlinear()) {
+                sources.push_back(i);
+                continue;
+            }
+            reason = named + (c->isNonlinear() ? " is nonlinear and has no ports" : " reads the solution in its rhs");
+            return false;
+        }
+    }
+    K = inputs;
+    if (K > 0 && (!context.inputs() || static_cast<int>(context.inputs()->size()) < K)) {
+        reason = "its inputs are not set up";
+        return false;
+    }
+    O = std::min<int>(outputs, static_cast<int>(context.outputIndex().size()));
+    Q = P + F;
+    G = static_cast<int>(signals.size());
+    Z = S + K + 1;
+    // Rows: the ports first (the iteration reads them as v), then what each state senses
+    // (row P + j for state j), then what the conductances sense, then the outputs.
+    auto append = [this](const std::vector<Term>& row) {
+        rows.push_back({static_cast<int>(terms.size()), static_cast<int>(row.size())});
+        terms.insert(terms.end(), row.begin(), row.end());
+    };
+    for (auto& row : portRows) append(row);
+    for (auto& row : stateRows) append(row);
+    for (Signal& sg : signals) sg.senseRow += P + S;
+    for (auto& row : signalRows) append(row);
+    for (int o = 0; o < O; ++o) {
+        outputRows.push_back(static_cast<int>(rows.size()));
+        append(difference(context.outputIndex()[o], -1));
+    }
+    R = static_cast<int>(rows.size());
+    // The devices' columns, currents first, then forced outputs; their derivative blocks.
+    colsY.assign(static_cast<size_t>(Q) * n, 0.0);
+    for (int q = 0; q < P; ++q)
+        for (auto& e : currentColumns[q]) colsY[static_cast<size_t>(q) * n + e.first] += e.second;
+    for (int f = 0; f < F; ++f)
+        for (auto& e : forcedColumns[f]) colsY[static_cast<size_t>(P + f) * n + e.first] += e.second;
+    int block = 0;
+    for (Device& d : devices) {
+        d.block = block;
+        block += d.ports * d.ports + d.outputs * d.ports;
+    }
+    jacobians.assign(block, 0.0);
+    return true;
+}
+
+void NodalKernel::allocate() {
+    A.assign(static_cast<size_t>(n) * n, 0.0);
+    pivots.assign(n, 0);
+    colsZ.assign(static_cast<size_t>(Z) * n, 0.0);
+    H0.assign(static_cast<size_t>(R) * n, 0.0);
+    VA.assign(static_cast<size_t>(G) * n, 0.0);
+    AinvU.assign(static_cast<size_t>(G) * n, 0.0);
+    Hz.assign(static_cast<size_t>(R) * Z, 0.0);
+    Hy.assign(static_cast<size_t>(R) * Q, 0.0);
+    Hg.assign(static_cast<size_t>(R) * G, 0.0);
+    Vz.assign(static_cast<size_t>(G) * Z, 0.0);
+    Vy.assign(static_cast<size_t>(G) * Q, 0.0);
+    W.assign(static_cast<size_t>(G) * G, 0.0);
+    s.assign(S, 0.0);
+    z.assign(Z, 0.0);
+    z[Z - 1] = 1.0;
+    base.assign(R, 0.0);
+    now.assign(R, 0.0);
+    previous.assign(R, 0.0);
+    w.assign(K, 0.0);
+    v.assign(P, 0.0);
+    vEval.assign(P, 0.0);
+    y.assign(Q, 0.0);
+    yLin.assign(Q, 0.0);
+    J.assign(static_cast<size_t>(P) * P, 0.0);
+    step.assign(P, 0.0);
+    stepPivots.assign(std::max(P, G), 0);
+    Kc.assign(static_cast<size_t>(P) * Q, 0.0);
+    M.assign(static_cast<size_t>(G) * G, 0.0);
+    cz.assign(G, 0.0);
+    cy.assign(G, 0.0);
+    gScratch.assign(static_cast<size_t>(G) * G, 0.0);
+    vm1.assign(P, 0.0);
+    vm2.assign(P, 0.0);
+    predicted.assign(P, 0.0);
+    scratch.assign(n, 0.0);
+    writtenX.assign(n, 0.0f);
+    writtenStates.assign(S, 0.0);
+}
+
+bool NodalKernel::refresh() {
+    built = false;
+    ++refreshes;
+    // The states' columns, updates and sensed rows: a capacitance or the sample rate may
+    // have changed them.
+    std::fill(colsZ.begin(), colsZ.begin() + static_cast<size_t>(S) * n, 0.0);
+    for (const Memory& mem : memories) {
+        MemoryModel model;
+        mem.component->describeMemory(model);
+        for (int j = 0; j < mem.states; ++j) {
+            feedback[mem.state + j] = model.feedback[j][j];
+            double* column = colsZ.data() + static_cast<size_t>(mem.state + j) * n;
+            for (int e = 0; e < MemoryModel::maxEntries; ++e) {
+                if (model.inject[e][j] == 0) continue;
+                const int row = context.rhsRow(mem.index, e);
+                if (row >= 0) column[row] += model.inject[e][j];
+            }
+            const Row& row = rows[P + mem.state + j];
+            Term updated[2 * MemoryModel::maxSenses];
+            const int count = memoryTerms(mem.index, model, j, updated);
+            // The same unknowns as when the rows were laid out: only the gains change.
+            for (int t = 0; t < row.count && t < count; ++t) terms[row.first + t] = updated[t];
+        }
+    }
+    // A as assembled column by column is A^T row by row: its LU solves A^T h = e_r for the
+    // rows of A^-1, and A x = b by the transposed solve.
+    context.assembleMatrix(A.data(), false);
+    if (!WideLU::factor(A.data(), n, pivots.data())) return false;
+    for (int r = 0; r < R; ++r) {
+        double* h = H0.data() + static_cast<size_t>(r) * n;
+        std::fill(h, h + n, 0.0);
+        for (int k = rows[r].first; k < rows[r].first + rows[r].count; ++k) h[terms[k].index] += terms[k].coefficient;
+        WideLU::solve(A.data(), n, pivots.data(), h);
+    }
+    for (int j = 0; j < G; ++j) {
+        const Signal& sg = signals[j];
+        double* h = VA.data() + static_cast<size_t>(j) * n;
+        std::fill(h, h + n, 0.0);
+        if (sg.colA >= 0) h[sg.colA] += 1.0;
+        if (sg.colB >= 0) h[sg.colB] -= 1.0;
+        WideLU::solve(A.data(), n, pivots.data(), h);
+        double* u = AinvU.data() + static_cast<size_t>(j) * n;
+        std::fill(u, u + n, 0.0);
+        if (sg.rowA >= 0) u[sg.rowA] += 1.0;
+        if (sg.rowB >= 0) u[sg.rowB] -= 1.0;
+        WideLU::solveTransposed(A.data(), n, pivots.data(), u);
+    }
+    // The products that do not depend on the sources.
+    auto dotColumn = [this](const double* row, const double* column) {
+        double sum = 0;
+        for (int k = 0; k < n; ++k) sum += row[k] * column[k];
+        return sum;
+    };
+    auto patternDot = [](const double* row, int a, int b) {
+        return (a >= 0 ? row[a] : 0.0) - (b >= 0 ? row[b] : 0.0);
+    };
+    for (int r = 0; r < R; ++r) {
+        const double* h = H0.data() + static_cast<size_t>(r) * n;
+        for (int j = 0; j < S; ++j) Hz[static_cast<size_t>(r) * Z + j] = dotColumn(h, colsZ.data() + static_cast<size_t>(j) * n);
+        for (int q = 0; q < Q; ++q) Hy[static_cast<size_t>(r) * Q + q] = dotColumn(h, colsY.data() + static_cast<size_t>(q) * n);
+        for (int j = 0; j < G; ++j) Hg[static_cast<size_t>(r) * G + j] = patternDot(h, signals[j].rowA, signals[j].rowB);
+    }
+    for (int i = 0; i < G; ++i) {
+        const double* h = VA.data() + static_cast<size_t>(i) * n;
+        for (int j = 0; j < S; ++j) Vz[static_cast<size_t>(i) * Z + j] = dotColumn(h, colsZ.data() + static_cast<size_t>(j) * n);
+        for (int q = 0; q < Q; ++q) Vy[static_cast<size_t>(i) * Q + q] = dotColumn(h, colsY.data() + static_cast<size_t>(q) * n);
+        for (int j = 0; j < G; ++j) W[static_cast<size_t>(i) * G + j] = patternDot(h, signals[j].rowA, signals[j].rowB);
+    }
+    built = true;
+    updateConductanceTerms();
+    return true;
+}
+
+void NodalKernel::updateConductanceTerms() {
+    // K, the port rows of Hy, less the conductances' part: Hg M Vy with
+    // M = D (I + W D)^-1, D the conductances on the diagonal.
+    for (int p = 0; p < P; ++p)
+        for (int q = 0; q < Q; ++q) Kc[static_cast<size_t>(p) * Q + q] = Hy[static_cast<size_t>(p) * Q + q];
+    if (G == 0) return;
+    if (G == 1) {
+        const double g = signals[0].value;
+        M[0] = g / (1.0 + W[0] * g);
+    } else {
+        // (I + W D) M = D, column by column.
+        for (int i = 0; i < G; ++i)
+            for (int j = 0; j < G; ++j)
+                gScratch[static_cast<size_t>(i) * G + j] = (i == j ? 1.0 : 0.0) + W[static_cast<size_t>(i) * G + j] * signals[j].value;
+        if (!WideLU::factor(gScratch.data(), G, stepPivots.data())) {
+            std::fill(M.begin(), M.end(), 0.0);
+        } else {
+            for (int j = 0; j < G; ++j) {
+                for (int i = 0; i < G; ++i) cz[i] = i == j ? signals[j].value : 0.0;
+                WideLU::solve(gScratch.data(), G, stepPivots.data(), cz.data());
+                for (int i = 0; i < G; ++i) M[static_cast<size_t>(i) * G + j] = cz[i];
+            }
+        }
+    }
+    for (int p = 0; p < P; ++p)
+        for (int i = 0; i < G; ++i) {
+            double hm = 0;
+            for (int j = 0; j < G; ++j) hm += Hg[static_cast<size_t>(p) * G + j] * M[static_cast<size_t>(j) * G + i];
+            if (hm == 0) continue;
+            for (int q = 0; q < Q; ++q) Kc[static_cast<size_t>(p) * Q + q] -= hm * Vy[static_cast<size_t>(i) * Q + q];
+        }
+}
+
+void NodalKernel::probeSources(const double* inputValues, double* rhs) {
+    std::fill(rhs, rhs + n, 0.0);
+    if (K > 0) {
+        ScalarVector& in = *context.inputs();
+        for (int k = 0; k < K; ++k) in[k] = static_cast<scalar>(inputValues[k]);
+    }
+    scalar* x = context.solution().data();
+    const auto& components = context.getComponents();
+    for (size_t i : sources) {
+        const scalar* r = components[i]->getRhs(x);
+        if (!r) continue;
+        const int entries = static_cast<int>(components[i]->getNodes()->size()) +
+                            components[i]->getNumberOfExtraVariables();
+        for (int e = 0; e < entries; ++e) {
+            const int row = context.rhsRow(i, e);
+            if (row >= 0) rhs[row] += r[e];
+        }
+    }
+}
+
+void NodalKernel::beginBlock() {
+    // The sources' part, per block: a DC offset or a battery's voltage may have changed.
+    double* constant = colsZ.data() + static_cast<size_t>(Z - 1) * n;
+    std::fill(w.begin(), w.end(), 0.0);
+    probeSources(w.data(), constant);
+    for (int k = 0; k < K; ++k) {
+        double* column = colsZ.data() + static_cast<size_t>(S + k) * n;
+        w[k] = 1.0;
+        probeSources(w.data(), column);
+        w[k] = 0.0;
+        for (int r = 0; r < n; ++r) column[r] -= constant[r];
+    }
+    for (int j = S; j < Z; ++j) {
+        const double* column = colsZ.data() + static_cast<size_t>(j) * n;
+        for (int r = 0; r < R; ++r) {
+            const double* h = H0.data() + static_cast<size_t>(r) * n;
+            double sum = 0;
+            for (int k = 0; k < n; ++k) sum += h[k] * column[k];
+            Hz[static_cast<size_t>(r) * Z + j] = sum;
+        }
+        for (int i = 0; i < G; ++i) {
+            const double* h = VA.data() + static_cast<size_t>(i) * n;
+            double sum = 0;
+            for (int k = 0; k < n; ++k) sum += h[k] * column[k];
+            Vz[static_cast<size_t>(i) * Z + j] = sum;
+        }
+    }
+    // Whether someone else moved the circuit on since this kernel's last block.
+    if (stateValid) {
+        const DenseVector& x = context.solution();
+        bool same = std::memcmp(x.data(), writtenX.data(), sizeof(scalar) * n) == 0;
+        double state[MemoryModel::maxStates];
+        for (const Memory& mem : memories) {
+            if (!same) break;
+            mem.component->readMemory(state);
+            for (int j = 0; j < mem.states; ++j) same = same && state[j] == writtenStates[mem.state + j];
+        }
+        stateValid = same;
+    }
+    if (!stateValid) loadState();
+}
+
+double NodalKernel::rowOf(const scalar* x, int r) const {
+    double sum = 0;
+    for (int k = rows[r].first; k < rows[r].first + rows[r].count; ++k)
+        sum += terms[k].coefficient * static_cast<double>(x[terms[k].index]);
+    return sum;
+}
+
+void NodalKernel::loadState() {
+    const scalar* x = context.solution().data();
+    for (int r = 0; r < R; ++r) previous[r] = rowOf(x, r);
+    for (const Memory& mem : memories) mem.component->readMemory(s.data() + mem.state);
+    std::copy(s.begin(), s.end(), z.begin());
+    for (int p = 0; p < P; ++p) vm1[p] = vm2[p] = predicted[p] = previous[p];
+    for (int q = 0; q < Q; ++q) yLin[q] = 0;
+    stateValid = true;
+}
+
+void NodalKernel::endBlock() {
+    for (const Memory& mem : memories) {
+        mem.component->writeMemory(s.data() + mem.state);
+        for (int j = 0; j < mem.states; ++j) writtenStates[mem.state + j] = s[mem.state + j];
+    }
+    // x of the last sample, as the general iteration would leave it.
+    std::fill(scratch.begin(), scratch.end(), 0.0);
+    for (int j = 0; j < Z; ++j) {
+        const double* column = colsZ.data() + static_cast<size_t>(j) * n;
+        if (z[j] != 0)
+            for (int r = 0; r < n; ++r) scratch[r] += column[r] * z[j];
+    }
+    for (int q = 0; q < Q; ++q) {
+        const double* column = colsY.data() + static_cast<size_t>(q) * n;
+        if (yLin[q] != 0)
+            for (int r = 0; r < n; ++r) scratch[r] += column[r] * yLin[q];
+    }
+    WideLU::solveTransposed(A.data(), n, pivots.data(), scratch.data());
+    if (G > 0) {
+        for (int i = 0; i < G; ++i) {
+            const Signal& sg = signals[i];
+            cz[i] = (sg.colA >= 0 ? scratch[sg.colA] : 0.0) - (sg.colB >= 0 ? scratch[sg.colB] : 0.0);
+        }
+        for (int j = 0; j < G; ++j) {
+            double c = 0;
+            for (int i = 0; i < G; ++i) c += M[static_cast<size_t>(j) * G + i] * cz[i];
+            const double* u = AinvU.data() + static_cast<size_t>(j) * n;
+            for (int r = 0; r < n; ++r) scratch[r] -= u[r] * c;
+        }
+    }
+    DenseVector& x = context.solution();
+    for (int r = 0; r < n; ++r) x[r] = writtenX[r] = static_cast<scalar>(scratch[r]);
+    if (K > 0) {
+        ScalarVector& in = *context.inputs();
+        for (int k = 0; k < K; ++k) in[k] = static_cast<scalar>(w[k]);
+    }
+}
+
+void NodalKernel::iterate(const double* base, const double* last, const double* Kp) {
+    const int Pn = P, Qn = Q;
+    double* __restrict vv = v.data();
+    double* __restrict ve = vEval.data();
+    double* __restrict yy = y.data();
+    double* __restrict yl = yLin.data();
+    double* __restrict jj = J.data();
+    double* __restrict dv = step.data();
+    const Device* deviceList = devices.data();
+    const int deviceCount = static_cast<int>(devices.size());
+    double* __restrict blocks = jacobians.data();
+    // The start: the last solution, or the prediction from the last two.
+    if (settings.accelerate) {
+        const double ecf = settings.errorCorrection;
+        const bool firstOrder = settings.extrapolationOrder == 1;
+        for (int p = 0; p < Pn; ++p) {
+            const double x = last[p];
+            const double start = firstOrder ? 2 * x - vm1[p] + ecf * (x - predicted[p])
+                                            : 2.5 * x - 2 * vm1[p] + 0.5 * vm2[p] + ecf * (x - predicted[p]);
+            vm2[p] = vm1[p];
+            predicted[p] = start;
+            vm1[p] = x;
+            vv[p] = start;
+        }
+    } else {
+        for (int p = 0; p < Pn; ++p) vv[p] = last[p];
+    }
+    const double rel = settings.relativeTolerance, abs = settings.absoluteTolerance;
+    const double relaxation = settings.relaxation;
+    const int most = settings.maxIterations;
+    int k = 0;
+    for (;;) {
+        ++k;
+        for (int p = 0; p < Pn; ++p) ve[p] = vv[p];
+        for (int e = 0; e < deviceCount; ++e) {
+            const Device& d = deviceList[e];
+            double* di = blocks + d.block;
+            d.component->evaluatePorts(ve + d.port, yy + d.port, di, yy + Pn + d.forced, di + d.ports * d.ports);
+        }
+        // J = I - K dy/dv and the residual v - base - K y, device by device.
+        for (int p = 0; p < Pn; ++p) {
+            const double* kp = Kp + static_cast<size_t>(p) * Qn;
+            double r = ve[p] - base[p];
+            for (int q = 0; q < Qn; ++q) r -= kp[q] * yy[q];
+            dv[p] = r;
+            double* jrow = jj + static_cast<size_t>(p) * Pn;
+            for (int q = 0; q < Pn; ++q) jrow[q] = 0.0;
+            jrow[p] = 1.0;
+            for (int e = 0; e < deviceCount; ++e) {
+                const Device& d = deviceList[e];
+                const double* di = blocks + d.block;
+                const double* df = di + d.ports * d.ports;
+                double* jd = jrow + d.port;
+                for (int a = 0; a < d.ports; ++a) {
+                    const double ka = kp[d.port + a];
+                    for (int b = 0; b < d.ports; ++b) jd[b] -= ka * di[a * d.ports + b];
+                }
+                for (int f = 0; f < d.outputs; ++f) {
+                    const double kf = kp[Pn + d.forced + f];
+                    for (int b = 0; b < d.ports; ++b) jd[b] -= kf * df[f * d.ports + b];
+                }
+            }
+        }
+        bool solved;
+        if (Pn == 1) {
+            solved = std::fabs(jj[0]) > 0 && std::isfinite(jj[0]);
+            if (solved) dv[0] /= jj[0];
+        } else if (Pn == 2) {
+            const double det = jj[0] * jj[3] - jj[1] * jj[2];
+            solved = std::fabs(det) > 0 && std::isfinite(det);
+            if (solved) {
+                // Two divisions side by side finish sooner than a reciprocal and its products.
+                const double d0 = (jj[3] * dv[0] - jj[1] * dv[1]) / det;
+                const double d1 = (jj[0] * dv[1] - jj[2] * dv[0]) / det;
+                dv[0] = d0;
+                dv[1] = d1;
+            }
+        } else {
+            solved = WideLU::factor(jj, Pn, stepPivots.data());
+            if (solved) WideLU::solve(jj, Pn, stepPivots.data(), dv);
+        }
+        bool finite = solved;
+        for (int p = 0; p < Pn && finite; ++p) finite = std::isfinite(dv[p]);
+        if (!finite) {
+            // No step from here: the evaluated point stands (never a NaN into the circuit).
+            for (int q = 0; q < Qn; ++q) yl[q] = yy[q];
+            for (int p = 0; p < Pn; ++p) vv[p] = ve[p];
+            break;
+        }
+        bool done = true;
+        for (int p = 0; p < Pn; ++p) {
+            if (std::fabs(dv[p]) > rel * std::fabs(ve[p] - dv[p]) + abs) done = false;
+            dv[p] *= relaxation;
+            vv[p] = ve[p] - dv[p];
+        }
+        // The devices' outputs carried linearly to the new point: with them, the rows of
+        // the circuit agree with the new port voltages.
+        for (int q = 0; q < Qn; ++q) yl[q] = yy[q];
+        for (int e = 0; e < deviceCount; ++e) {
+            const Device& d = deviceList[e];
+            const double* di = blocks + d.block;
+            const double* df = di + d.ports * d.ports;
+            const double* dvd = dv + d.port;
+            for (int a = 0; a < d.ports; ++a) {
+                double c = 0;
+                for (int b = 0; b < d.ports; ++b) c += di[a * d.ports + b] * dvd[b];
+                yl[d.port + a] -= c;
+            }
+            for (int f = 0; f < d.outputs; ++f) {
+                double c = 0;
+                for (int b = 0; b < d.ports; ++b) c += df[f * d.ports + b] * dvd[b];
+                yl[Pn + d.forced + f] -= c;
+            }
+        }
+        if (done || k >= most) break;
+    }
+    ++solves;
+    iterations += k;
+    capped += k >= most;
+}
+
+template <int PS, int QS>
+void NodalKernel::iterateOne(const double* base, const double* last, const double* Kp) {
+    // iterate() for a circuit of one device with PS ports and QS outputs: the same
+    // arithmetic, with the loops over devices gone and the sizes known.
+    constexpr int FS = QS - PS;
+    Component* device = devices[0].component;
+    double kk[PS][QS], vv[PS], ve[PS], yy[QS], di[PS * PS], df[FS > 0 ? FS * PS : 1], dv[PS];
+    for (int p = 0; p < PS; ++p)
+        for (int q = 0; q < QS; ++q) kk[p][q] = Kp[p * QS + q];
+    if (settings.accelerate) {
+        const double ecf = settings.errorCorrection;
+        const bool firstOrder = settings.extrapolationOrder == 1;
+        for (int p = 0; p < PS; ++p) {
+            const double x = last[p];
+            const double start = firstOrder ? 2 * x - vm1[p] + ecf * (x - predicted[p])
+                                            : 2.5 * x - 2 * vm1[p] + 0.5 * vm2[p] + ecf * (x - predicted[p]);
+            vm2[p] = vm1[p];
+            predicted[p] = start;
+            vm1[p] = x;
+            vv[p] = start;
+        }
+    } else {
+        for (int p = 0; p < PS; ++p) vv[p] = last[p];
+    }
+    const double rel = settings.relativeTolerance, abs = settings.absoluteTolerance;
+    const double relaxation = settings.relaxation;
+    const int most = settings.maxIterations;
+    double* __restrict yl = yLin.data();
+    int k = 0;
+    for (;;) {
+        ++k;
+        for (int p = 0; p < PS; ++p) ve[p] = vv[p];
+        device->evaluatePorts(ve, yy, di, yy + PS, df);
+        double j[PS][PS], r[PS];
+        for (int p = 0; p < PS; ++p) {
+            double residual = ve[p] - base[p];
+            for (int q = 0; q < QS; ++q) residual -= kk[p][q] * yy[q];
+            r[p] = residual;
+            for (int b = 0; b < PS; ++b) {
+                double e = p == b ? 1.0 : 0.0;
+                for (int a = 0; a < PS; ++a) e -= kk[p][a] * di[a * PS + b];
+                for (int f = 0; f < FS; ++f) e -= kk[p][PS + f] * df[f * PS + b];
+                j[p][b] = e;
+            }
+        }
+        bool solved = true;
+        if constexpr (PS == 1) {
+            solved = std::fabs(j[0][0]) > 0 && std::isfinite(j[0][0]);
+            dv[0] = r[0] / j[0][0];
+        } else if constexpr (PS == 2) {
+            const double det = j[0][0] * j[1][1] - j[0][1] * j[1][0];
+            solved = std::fabs(det) > 0 && std::isfinite(det);
+            dv[0] = (j[1][1] * r[0] - j[0][1] * r[1]) / det;
+            dv[1] = (j[0][0] * r[1] - j[1][0] * r[0]) / det;
+        } else {
+            // The transposed cofactors over the determinant.
+            const double c00 = j[1][1] * j[2][2] - j[1][2] * j[2][1], c01 = j[1][2] * j[2][0] - j[1][0] * j[2][2],
+                         c02 = j[1][0] * j[2][1] - j[1][1] * j[2][0];
+            const double det = j[0][0] * c00 + j[0][1] * c01 + j[0][2] * c02;
+            solved = std::fabs(det) > 0 && std::isfinite(det);
+            const double c10 = j[0][2] * j[2][1] - j[0][1] * j[2][2], c11 = j[0][0] * j[2][2] - j[0][2] * j[2][0],
+                         c12 = j[0][1] * j[2][0] - j[0][0] * j[2][1];
+            const double c20 = j[0][1] * j[1][2] - j[0][2] * j[1][1], c21 = j[0][2] * j[1][0] - j[0][0] * j[1][2],
+                         c22 = j[0][0] * j[1][1] - j[0][1] * j[1][0];
+            dv[0] = (c00 * r[0] + c10 * r[1] + c20 * r[2]) / det;
+            dv[1] = (c01 * r[0] + c11 * r[1] + c21 * r[2]) / det;
+            dv[2] = (c02 * r[0] + c12 * r[1] + c22 * r[2]) / det;
+        }
+        bool finite = solved;
+        for (int p = 0; p < PS; ++p) finite = finite && std::isfinite(dv[p]);
+        if (!finite) {
+            for (int q = 0; q < QS; ++q) yl[q] = yy[q];
+            for (int p = 0; p < PS; ++p) vv[p] = ve[p];
+            break;
+        }
+        bool done = true;
+        for (int p = 0; p < PS; ++p) {
+            if (std::fabs(dv[p]) > rel * std::fabs(ve[p] - dv[p]) + abs) done = false;
+            dv[p] *= relaxation;
+            vv[p] = ve[p] - dv[p];
+        }
+        for (int a = 0; a < PS; ++a) {
+            double c = yy[a];
+            for (int b = 0; b < PS; ++b) c -= di[a * PS + b] * dv[b];
+            yl[a] = c;
+        }
+        for (int f = 0; f < FS; ++f) {
+            double c = yy[PS + f];
+            for (int b = 0; b < PS; ++b) c -= df[f * PS + b] * dv[b];
+            yl[PS + f] = c;
+        }
+        if (done || k >= most) break;
+    }
+    for (int p = 0; p < PS; ++p) v[p] = vv[p];
+    ++solves;
+    iterations += k;
+    capped += k >= most;
+}
+
+template <int RS, int ZS>
+void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t frames) {
+    constexpr bool sized = RS > 0;
+    const int Rn = sized ? RS : R, Zn = sized ? ZS : Z;
+    const int Sn = S, Kn = K, Pn = P, Qn = Q, Gn = G, On = O;
+    // The products' coefficients, and the rows of the last sample and of this one: in
+    // arrays of the function's own where their sizes are known, so that they stay in
+    // registers or at fixed places.
+    double hzLocal[sized ? RS * ZS : 1];
+    double lastLocal[sized ? RS : 1], nowLocal[sized ? RS : 1], zLocal[sized ? ZS : 1];
+    const double* __restrict hz = Hz.data();
+    double* __restrict last = previous.data();
+    double* __restrict cur = now.data();
+    double* __restrict zz = z.data();
+    if constexpr (sized) {
+        std::copy(Hz.begin(), Hz.begin() + RS * ZS, hzLocal);
+        std::copy(previous.begin(), previous.begin() + RS, lastLocal);
+        std::copy(z.begin(), z.begin() + ZS, zLocal);
+        hz = hzLocal;
+        last = lastLocal;
+        cur = nowLocal;
+        zz = zLocal;
+    }
+    const double* __restrict fb = feedback.data();
+    const double* __restrict hy = Hy.data();
+    double* __restrict bs = base.data();
+    const double* __restrict yl = yLin.data();
+    const scalar* in[8] = {};
+    for (int k = 0; k < Kn && k < 8; ++k) in[k] = inputs[k];
+    for (size_t i = 0; i < frames; ++i) {
+        // The reactive elements' states from the last sample's solution, then this sample's
+        // inputs: z.
+        for (int j = 0; j < Sn; ++j) zz[j] = fb[j] * zz[j] + last[Pn + j];
+        for (int k = 0; k < Kn; ++k) {
+            // Never a NaN or an infinity into the circuit: such an input counts as 0 V.
+            const double value = k < 8 ? (in[k] ? in[k][i] : 0.0) : (inputs[k] ? inputs[k][i] : 0.0);
+            zz[Sn + k] = std::isfinite(value) ? value : 0.0;
+        }
+        for (const Device& d : devices)
+            if (d.memory) d.component->acceptPorts(last + d.port);
+        if (Gn > 0) {
+            bool changed = false;
+            for (Signal& sg : signals) {
+                const double g = sg.component->updateSignalConductance(last[sg.senseRow]);
+                changed = changed || g != sg.value;
+                sg.value = g;
+            }
+            if (changed) updateConductanceTerms();
+        }
+        // The inputs' and the constant's part first: the states' part ends the chain that
+        // runs from sample to sample.
+        for (int r = 0; r < Rn; ++r) {
+            const double* h = hz + static_cast<size_t>(r) * Zn;
+            double sum = h[Zn - 1];
+            for (int j = Sn; j < Zn - 1; ++j) sum += h[j] * zz[j];
+            for (int j = 0; j < Sn; ++j) sum += h[j] * zz[j];
+            bs[r] = sum;
+        }
+        if (Gn > 0) {
+            product(Vz.data(), Gn, Zn, zz, cz.data());
+            for (int r = 0; r < Rn; ++r) {
+                double c = 0;
+                for (int a = 0; a < Gn; ++a)
+                    for (int b = 0; b < Gn; ++b)
+                        c += Hg[static_cast<size_t>(r) * Gn + a] * M[static_cast<size_t>(a) * Gn + b] * cz[b];
+                bs[r] -= c;
+            }
+        }
+        if (Pn > 0) (this->*portStep)(bs, last, Kc.data());
+        // Every row from the inputs, the states and the devices' outputs.
+        for (int r = 0; r < Rn; ++r) {
+            const double* h = hy + static_cast<size_t>(r) * Qn;
+            double sum = bs[r];
+            for (int q = 0; q < Qn; ++q) sum += h[q] * yl[q];
+            cur[r] = sum;
+        }
+        if (Gn > 0 && Qn > 0) {
+            product(Vy.data(), Gn, Qn, yl, cy.data());
+            for (int r = 0; r < Rn; ++r) {
+                double c = 0;
+                for (int a = 0; a < Gn; ++a)
+                    for (int b = 0; b < Gn; ++b)
+                        c += Hg[static_cast<size_t>(r) * Gn + a] * M[static_cast<size_t>(a) * Gn + b] * cy[b];
+                cur[r] -= c;
+            }
+        }
+        // The ports where the iteration left them (the rows agree with them to rounding).
+        for (int p = 0; p < Pn; ++p) cur[p] = v[p];
+        for (int o = 0; o < On; ++o) outputs[o][i] = static_cast<scalar>(cur[outputRows[o]]);
+        if constexpr (sized) {
+            for (int r = 0; r < RS; ++r) last[r] = cur[r];
+        } else {
+            std::swap(last, cur);
+        }
+    }
+    // Hand the state back to the members, which the block's end and the next block read.
+    std::copy(last, last + Rn, previous.data());
+    std::copy(zz, zz + Zn, z.data());
+    for (int j = 0; j < Sn; ++j) s[j] = zz[j];
+    for (int k = 0; k < Kn; ++k) w[k] = zz[Sn + k];
+}
+
+template <int SS, int KS, int OS>
+void NodalKernel::runLinear(BufferList& inputs, BufferList& outputs, size_t frames) {
+    // runSamples for a linear circuit without conductances that follow the signal: the rows
+    // are the states' senses, then the outputs. The same arithmetic in the same order, with
+    // every size known and the state in registers.
+    constexpr int RS = SS + OS, ZS = SS + KS + 1;
+    double h[RS][ZS], fb[SS > 0 ? SS : 1], s[SS > 0 ? SS : 1], last[RS], w[KS > 0 ? KS : 1];
+    for (int r = 0; r < RS; ++r)
+        for (int j = 0; j < ZS; ++j) h[r][j] = Hz[static_cast<size_t>(r) * ZS + j];
+    for (int j = 0; j < SS; ++j) {
+        fb[j] = feedback[j];
+        s[j] = z[j];
+    }
+    for (int r = 0; r < RS; ++r) last[r] = previous[r];
+    for (int k = 0; k < KS; ++k) w[k] = this->w[k];
+    const scalar* in[KS > 0 ? KS : 1];
+    scalar* out[OS > 0 ? OS : 1];
+    for (int k = 0; k < KS; ++k) in[k] = inputs[k];
+    for (int o = 0; o < OS; ++o) out[o] = outputs[o];
+    for (size_t i = 0; i < frames; ++i) {
+        for (int j = 0; j < SS; ++j) s[j] = fb[j] * s[j] + last[j];
+        for (int k = 0; k < KS; ++k) {
+            const double value = in[k] ? in[k][i] : 0.0;
+            w[k] = std::isfinite(value) ? value : 0.0;
+        }
+        double cur[RS];
+        for (int r = 0; r < RS; ++r) {
+            double sum = h[r][ZS - 1];
+            for (int k = 0; k < KS; ++k) sum += h[r][SS + k] * w[k];
+            for (int j = 0; j < SS; ++j) sum += h[r][j] * s[j];
+            cur[r] = sum;
+        }
+        for (int o = 0; o < OS; ++o) out[o][i] = static_cast<scalar>(cur[SS + o]);
+        for (int r = 0; r < RS; ++r) last[r] = cur[r];
+    }
+    for (int r = 0; r < RS; ++r) previous[r] = last[r];
+    for (int j = 0; j < SS; ++j) z[j] = this->s[j] = s[j];
+    for (int k = 0; k < KS; ++k) z[SS + k] = this->w[k] = w[k];
+}
+
+namespace {
+// The sample loops with the sizes known, for circuits of up to 8 rows and 6 entries of z.
+typedef void (NodalKernel::*SampleLoop)(BufferList&, BufferList&, size_t);
+} // namespace
+
+struct NodalKernel::Loops {
+    template <int RS, int ZS>
+    static SampleLoop pick(int r, int z) {
+        if (r == RS && z == ZS) return &NodalKernel::runSamples<RS, ZS>;
+        if constexpr (ZS < 6) return pick<RS, ZS + 1>(r, z);
+        else if constexpr (RS < 8) return pick<RS + 1, 2>(r, z);
+        else return &NodalKernel::runSamples<0, 0>;
+    }
+    // A linear circuit of up to 6 states, 2 inputs and 2 outputs.
+    template <int SS, int KS, int OS>
+    static SampleLoop linear(int s, int k, int o) {
+        if (s == SS && k == KS && o == OS) return &NodalKernel::runLinear<SS, KS, OS>;
+        if constexpr (OS < 2) return linear<SS, KS, OS + 1>(s, k, o);
+        else if constexpr (KS < 2) return linear<SS, KS + 1, 0>(s, k, o);
+        else if constexpr (SS < 6) return linear<SS + 1, 0, 0>(s, k, o);
+        else return nullptr;
+    }
+};
+
+bool NodalKernel::run(BufferList& inputs, BufferList& outputs, size_t frames) {
+    if (!built && !refresh()) return false;
+    if (frames == 0) return true;
+    beginBlock();
+    if (!loop) {
+        loop = P == 0 && G == 0 ? Loops::linear<0, 0, 0>(S, K, O) : nullptr;
+        if (!loop) loop = Loops::pick<1, 2>(R, Z);
+        portStep = &NodalKernel::iterate;
+        // One device of up to three ports: its iteration with the sizes known.
+        if (devices.size() == 1 && P <= 3 && Q <= P + 1) {
+            static const PortStep oneDevice[3][2] = {{&NodalKernel::iterateOne<1, 1>, &NodalKernel::iterateOne<1, 2>},
+                                                     {&NodalKernel::iterateOne<2, 2>, &NodalKernel::iterateOne<2, 3>},
+                                                     {&NodalKernel::iterateOne<3, 3>, &NodalKernel::iterateOne<3, 4>}};
+            portStep = oneDevice[P - 1][Q - P];
+        }
+    }
+    (this->*loop)(inputs, outputs, frames);
+    endBlock();
+    return true;
+}
+
+std::string NodalKernel::describe() const {
+    std::string text = std::to_string(n) + " unknowns, " + std::to_string(S) + " states, " + std::to_string(K) +
+                       " inputs";
+    if (P > 0) text += ", " + std::to_string(devices.size()) + " devices on " + std::to_string(P) + " ports";
+    if (G > 0) text += ", " + std::to_string(G) + " signal-dependent conductances";
+    return text;
+}
+
+} // namespace kelm
