@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <cstdio>
 
 #include "circuit/Component.h"
+#include "math/SmallLoops.h"
 #include "math/WideLU.h"
 
 namespace kelm {
@@ -14,6 +16,80 @@ namespace {
 // The most unknowns for which the kernel inverts A: beyond, a control's move would stall
 // the audio thread for longer than a block.
 constexpr int maxUnknowns = 600;
+
+// Solves the n by n row-major system J x = b in place (b becomes x) by Gaussian elimination
+// with partial pivoting; J is overwritten. False for a singular or non-finite J.
+bool solveSmall(double* __restrict J, int n, double* __restrict b) {
+    for (int c = 0; c < n; ++c) {
+        int p = c;
+        double best = std::fabs(J[c * n + c]);
+        for (int r = c + 1; r < n; ++r) {
+            const double a = std::fabs(J[r * n + c]);
+            if (a > best) {
+                best = a;
+                p = r;
+            }
+        }
+        if (!(best > 0) || !(best < HUGE_VAL)) return false;
+        if (p != c) {
+            for (int k = c; k < n; ++k) std::swap(J[c * n + k], J[p * n + k]);
+            std::swap(b[c], b[p]);
+        }
+        const double inverse = 1.0 / J[c * n + c];
+        for (int r = c + 1; r < n; ++r) {
+            const double l = J[r * n + c] * inverse;
+            if (l == 0) continue;
+            for (int k = c + 1; k < n; ++k) J[r * n + k] -= l * J[c * n + k];
+            b[r] -= l * b[c];
+        }
+    }
+    for (int r = n - 1; r >= 0; --r) {
+        double sum = b[r];
+        for (int k = r + 1; k < n; ++k) sum -= J[r * n + k] * b[k];
+        b[r] = sum / J[r * n + r];
+    }
+    return true;
+}
+
+// solveSmall with the order known and the loops unrolled.
+template <int N>
+bool solveFixed(double* __restrict J, double* __restrict b) {
+    KELM_UNROLL
+    for (int c = 0; c < N; ++c) {
+        int p = c;
+        double best = std::fabs(J[c * N + c]);
+        KELM_UNROLL
+        for (int r = c + 1; r < N; ++r) {
+            const double a = std::fabs(J[r * N + c]);
+            if (a > best) {
+                best = a;
+                p = r;
+            }
+        }
+        if (!(best > 0) || !(best < HUGE_VAL)) return false;
+        if (p != c) {
+            KELM_UNROLL
+            for (int k = c; k < N; ++k) std::swap(J[c * N + k], J[p * N + k]);
+            std::swap(b[c], b[p]);
+        }
+        const double inverse = 1.0 / J[c * N + c];
+        KELM_UNROLL
+        for (int r = c + 1; r < N; ++r) {
+            const double l = J[r * N + c] * inverse;
+            KELM_UNROLL
+            for (int k = c + 1; k < N; ++k) J[r * N + k] -= l * J[c * N + k];
+            b[r] -= l * b[c];
+        }
+    }
+    KELM_UNROLL
+    for (int r = N - 1; r >= 0; --r) {
+        double sum = b[r];
+        KELM_UNROLL
+        for (int k = r + 1; k < N; ++k) sum -= J[r * N + k] * b[k];
+        b[r] = sum / J[r * N + r];
+    }
+    return true;
+}
 
 // y := M x for an r x c row-major M.
 inline void product(const double* M, int r, int c, const double* x, double* y) {
@@ -453,6 +529,57 @@ void NodalKernel::endBlock() {
     }
 }
 
+template <int PS>
+inline bool NodalKernel::takeStepSized(const double* ve, double* dv, double* vv, double& lastStep) const {
+    double size = 0;
+    const double rel = settings.relativeTolerance, abs = settings.absoluteTolerance, share = settings.relaxation;
+    KELM_UNROLL
+    for (int p = 0; p < PS; ++p) {
+        size = std::max(size, std::fabs(dv[p]) / (rel * std::fabs(ve[p] - dv[p]) + abs));
+        dv[p] *= share;
+        vv[p] = ve[p] - dv[p];
+    }
+    const double rate = lastStep > 0 ? size / lastStep : 1.0;
+    lastStep = size;
+    return !(size > 1.0) || (rate < 0.5 && !(size * rate > 0.5));
+}
+
+bool NodalKernel::takeStep(const double* ve, double* dv, double* vv, int ports, double& lastStep) const {
+    // The step measured in tolerances: at most 1 when every port moved by no more than its
+    // tolerance. Newton's steps shrink at least as fast as their ratio from one to the next
+    // once they converge, so a step whose successor is sure to be within tolerance ends the
+    // iteration one evaluation early.
+    double size = 0;
+    for (int p = 0; p < ports; ++p) {
+        const double tolerance = settings.relativeTolerance * std::fabs(ve[p] - dv[p]) + settings.absoluteTolerance;
+        size = std::max(size, std::fabs(dv[p]) / tolerance);
+        dv[p] *= settings.relaxation;
+        vv[p] = ve[p] - dv[p];
+    }
+    const double rate = lastStep > 0 ? size / lastStep : 1.0;
+    lastStep = size;
+    return !(size > 1.0) || (rate < 0.5 && !(size * rate > 0.5));
+}
+
+void NodalKernel::predictPorts(const double* last, double* start, int ports) {
+    // The last solution, or the prediction from the last two.
+    if (!settings.accelerate) {
+        for (int p = 0; p < ports; ++p) start[p] = last[p];
+        return;
+    }
+    const double ecf = settings.errorCorrection;
+    const bool firstOrder = settings.extrapolationOrder == 1;
+    for (int p = 0; p < ports; ++p) {
+        const double x = last[p];
+        const double s = firstOrder ? 2 * x - vm1[p] + ecf * (x - predicted[p])
+                                    : 2.5 * x - 2 * vm1[p] + 0.5 * vm2[p] + ecf * (x - predicted[p]);
+        vm2[p] = vm1[p];
+        predicted[p] = s;
+        vm1[p] = x;
+        start[p] = s;
+    }
+}
+
 void NodalKernel::iterate(const double* base, const double* last, const double* Kp) {
     const int Pn = P, Qn = Q;
     double* __restrict vv = v.data();
@@ -464,26 +591,10 @@ void NodalKernel::iterate(const double* base, const double* last, const double* 
     const Device* deviceList = devices.data();
     const int deviceCount = static_cast<int>(devices.size());
     double* __restrict blocks = jacobians.data();
-    // The start: the last solution, or the prediction from the last two.
-    if (settings.accelerate) {
-        const double ecf = settings.errorCorrection;
-        const bool firstOrder = settings.extrapolationOrder == 1;
-        for (int p = 0; p < Pn; ++p) {
-            const double x = last[p];
-            const double start = firstOrder ? 2 * x - vm1[p] + ecf * (x - predicted[p])
-                                            : 2.5 * x - 2 * vm1[p] + 0.5 * vm2[p] + ecf * (x - predicted[p]);
-            vm2[p] = vm1[p];
-            predicted[p] = start;
-            vm1[p] = x;
-            vv[p] = start;
-        }
-    } else {
-        for (int p = 0; p < Pn; ++p) vv[p] = last[p];
-    }
-    const double rel = settings.relativeTolerance, abs = settings.absoluteTolerance;
-    const double relaxation = settings.relaxation;
+    predictPorts(last, vv, Pn);
     const int most = settings.maxIterations;
     int k = 0;
+    double lastStep = 0;
     for (;;) {
         ++k;
         for (int p = 0; p < Pn; ++p) ve[p] = vv[p];
@@ -531,8 +642,7 @@ void NodalKernel::iterate(const double* base, const double* last, const double* 
                 dv[1] = d1;
             }
         } else {
-            solved = WideLU::factor(jj, Pn, stepPivots.data());
-            if (solved) WideLU::solve(jj, Pn, stepPivots.data(), dv);
+            solved = solveSmall(jj, Pn, dv);
         }
         bool finite = solved;
         for (int p = 0; p < Pn && finite; ++p) finite = std::isfinite(dv[p]);
@@ -542,12 +652,7 @@ void NodalKernel::iterate(const double* base, const double* last, const double* 
             for (int p = 0; p < Pn; ++p) vv[p] = ve[p];
             break;
         }
-        bool done = true;
-        for (int p = 0; p < Pn; ++p) {
-            if (std::fabs(dv[p]) > rel * std::fabs(ve[p] - dv[p]) + abs) done = false;
-            dv[p] *= relaxation;
-            vv[p] = ve[p] - dv[p];
-        }
+        const bool done = takeStep(ve, dv, vv, Pn, lastStep);
         // The devices' outputs carried linearly to the new point: with them, the rows of
         // the circuit agree with the new port voltages.
         for (int q = 0; q < Qn; ++q) yl[q] = yy[q];
@@ -567,6 +672,7 @@ void NodalKernel::iterate(const double* base, const double* last, const double* 
                 yl[Pn + d.forced + f] -= c;
             }
         }
+        if (k >= most - 3 && solves % 50 == 0) std::printf("k %d v %g %g %g %g dv %g %g %g %g y %g %g %g %g\n", k, vv[0], vv[1], vv[2], vv[3], dv[0], dv[1], dv[2], dv[3], yy[0],yy[1],yy[2],yy[3]);
         if (done || k >= most) break;
     }
     ++solves;
@@ -575,98 +681,94 @@ void NodalKernel::iterate(const double* base, const double* last, const double* 
 }
 
 template <int PS, int QS>
-void NodalKernel::iterateOne(const double* base, const double* last, const double* Kp) {
-    // iterate() for a circuit of one device with PS ports and QS outputs: the same
-    // arithmetic, with the loops over devices gone and the sizes known.
+void NodalKernel::iterateSized(const double* base, const double* last, const double* Kp) {
+    // iterate() with the numbers of ports and outputs known: the devices' derivatives
+    // gathered into one dense QS x PS matrix, so that J = I - K dy/dv and the residual are
+    // plain products the compiler unrolls.
     constexpr int FS = QS - PS;
-    Component* device = devices[0].component;
-    double kk[PS][QS], vv[PS], ve[PS], yy[QS], di[PS * PS], df[FS > 0 ? FS * PS : 1], dv[PS];
+    double kk[PS][QS], vv[PS], ve[PS], yy[QS], jy[QS][PS] = {}, dv[PS];
+    KELM_UNROLL
     for (int p = 0; p < PS; ++p)
+        KELM_UNROLL
         for (int q = 0; q < QS; ++q) kk[p][q] = Kp[p * QS + q];
-    if (settings.accelerate) {
-        const double ecf = settings.errorCorrection;
-        const bool firstOrder = settings.extrapolationOrder == 1;
-        for (int p = 0; p < PS; ++p) {
-            const double x = last[p];
-            const double start = firstOrder ? 2 * x - vm1[p] + ecf * (x - predicted[p])
-                                            : 2.5 * x - 2 * vm1[p] + 0.5 * vm2[p] + ecf * (x - predicted[p]);
-            vm2[p] = vm1[p];
-            predicted[p] = start;
-            vm1[p] = x;
-            vv[p] = start;
-        }
-    } else {
-        for (int p = 0; p < PS; ++p) vv[p] = last[p];
-    }
-    const double rel = settings.relativeTolerance, abs = settings.absoluteTolerance;
-    const double relaxation = settings.relaxation;
-    const int most = settings.maxIterations;
+    double b[PS];
+    KELM_UNROLL
+    for (int p = 0; p < PS; ++p) b[p] = base[p];
+    predictPorts(last, vv, PS);
+    const Device* deviceList = devices.data();
+    const int deviceCount = static_cast<int>(devices.size());
     double* __restrict yl = yLin.data();
+    const int most = settings.maxIterations;
     int k = 0;
+    double lastStep = 0;
     for (;;) {
         ++k;
+        KELM_UNROLL
         for (int p = 0; p < PS; ++p) ve[p] = vv[p];
-        device->evaluatePorts(ve, yy, di, yy + PS, df);
-        double j[PS][PS], r[PS];
+        for (int e = 0; e < deviceCount; ++e) {
+            const Device& d = deviceList[e];
+            double block[maxDevicePorts * maxDevicePorts + maxForcedOutputs * maxDevicePorts];
+            d.component->evaluatePorts(ve + d.port, yy + d.port, block, yy + PS + d.forced, block + d.ports * d.ports);
+            for (int a = 0; a < d.ports; ++a)
+                for (int c = 0; c < d.ports; ++c) jy[d.port + a][d.port + c] = block[a * d.ports + c];
+            for (int f = 0; f < d.outputs; ++f)
+                for (int c = 0; c < d.ports; ++c) jy[PS + d.forced + f][d.port + c] = block[d.ports * d.ports + f * d.ports + c];
+        }
+        double j[PS * PS], r[PS];
+        KELM_UNROLL
         for (int p = 0; p < PS; ++p) {
-            double residual = ve[p] - base[p];
+            double residual = ve[p] - b[p];
+            KELM_UNROLL
             for (int q = 0; q < QS; ++q) residual -= kk[p][q] * yy[q];
             r[p] = residual;
-            for (int b = 0; b < PS; ++b) {
-                double e = p == b ? 1.0 : 0.0;
-                for (int a = 0; a < PS; ++a) e -= kk[p][a] * di[a * PS + b];
-                for (int f = 0; f < FS; ++f) e -= kk[p][PS + f] * df[f * PS + b];
-                j[p][b] = e;
+            KELM_UNROLL
+            for (int c = 0; c < PS; ++c) {
+                double e = p == c ? 1.0 : 0.0;
+                KELM_UNROLL
+                for (int q = 0; q < QS; ++q) e -= kk[p][q] * jy[q][c];
+                j[p * PS + c] = e;
             }
         }
-        bool solved = true;
+        bool solved;
         if constexpr (PS == 1) {
-            solved = std::fabs(j[0][0]) > 0 && std::isfinite(j[0][0]);
-            dv[0] = r[0] / j[0][0];
+            solved = std::fabs(j[0]) > 0 && std::isfinite(j[0]);
+            dv[0] = r[0] / j[0];
         } else if constexpr (PS == 2) {
-            const double det = j[0][0] * j[1][1] - j[0][1] * j[1][0];
+            const double det = j[0] * j[3] - j[1] * j[2];
             solved = std::fabs(det) > 0 && std::isfinite(det);
-            dv[0] = (j[1][1] * r[0] - j[0][1] * r[1]) / det;
-            dv[1] = (j[0][0] * r[1] - j[1][0] * r[0]) / det;
+            // Two divisions side by side finish sooner than a reciprocal and its products.
+            dv[0] = (j[3] * r[0] - j[1] * r[1]) / det;
+            dv[1] = (j[0] * r[1] - j[2] * r[0]) / det;
         } else {
-            // The transposed cofactors over the determinant.
-            const double c00 = j[1][1] * j[2][2] - j[1][2] * j[2][1], c01 = j[1][2] * j[2][0] - j[1][0] * j[2][2],
-                         c02 = j[1][0] * j[2][1] - j[1][1] * j[2][0];
-            const double det = j[0][0] * c00 + j[0][1] * c01 + j[0][2] * c02;
-            solved = std::fabs(det) > 0 && std::isfinite(det);
-            const double c10 = j[0][2] * j[2][1] - j[0][1] * j[2][2], c11 = j[0][0] * j[2][2] - j[0][2] * j[2][0],
-                         c12 = j[0][1] * j[2][0] - j[0][0] * j[2][1];
-            const double c20 = j[0][1] * j[1][2] - j[0][2] * j[1][1], c21 = j[0][2] * j[1][0] - j[0][0] * j[1][2],
-                         c22 = j[0][0] * j[1][1] - j[0][1] * j[1][0];
-            dv[0] = (c00 * r[0] + c10 * r[1] + c20 * r[2]) / det;
-            dv[1] = (c01 * r[0] + c11 * r[1] + c21 * r[2]) / det;
-            dv[2] = (c02 * r[0] + c12 * r[1] + c22 * r[2]) / det;
+            solved = solveFixed<PS>(j, r);
+            KELM_UNROLL
+            for (int p = 0; p < PS; ++p) dv[p] = r[p];
         }
         bool finite = solved;
+        KELM_UNROLL
         for (int p = 0; p < PS; ++p) finite = finite && std::isfinite(dv[p]);
         if (!finite) {
+            // No step from here: the evaluated point stands (never a NaN into the circuit).
+            KELM_UNROLL
             for (int q = 0; q < QS; ++q) yl[q] = yy[q];
+            KELM_UNROLL
             for (int p = 0; p < PS; ++p) vv[p] = ve[p];
             break;
         }
-        bool done = true;
-        for (int p = 0; p < PS; ++p) {
-            if (std::fabs(dv[p]) > rel * std::fabs(ve[p] - dv[p]) + abs) done = false;
-            dv[p] *= relaxation;
-            vv[p] = ve[p] - dv[p];
-        }
-        for (int a = 0; a < PS; ++a) {
-            double c = yy[a];
-            for (int b = 0; b < PS; ++b) c -= di[a * PS + b] * dv[b];
-            yl[a] = c;
-        }
-        for (int f = 0; f < FS; ++f) {
-            double c = yy[PS + f];
-            for (int b = 0; b < PS; ++b) c -= df[f * PS + b] * dv[b];
-            yl[PS + f] = c;
+        const bool done = takeStepSized<PS>(ve, dv, vv, lastStep);
+        // The devices' outputs carried linearly to the new point: with them, the rows of
+        // the circuit agree with the new port voltages.
+        KELM_UNROLL
+        for (int q = 0; q < QS; ++q) {
+            double c = yy[q];
+            KELM_UNROLL
+            for (int p = 0; p < PS; ++p) c -= jy[q][p] * dv[p];
+            yl[q] = c;
         }
         if (done || k >= most) break;
     }
+    (void)FS;
+    KELM_UNROLL
     for (int p = 0; p < PS; ++p) v[p] = vv[p];
     ++solves;
     iterations += k;
@@ -816,7 +918,7 @@ void NodalKernel::runLinear(BufferList& inputs, BufferList& outputs, size_t fram
 }
 
 namespace {
-// The sample loops with the sizes known, for circuits of up to 8 rows and 6 entries of z.
+// The sample loops with the sizes known, for circuits of up to 12 rows and 8 entries of z.
 typedef void (NodalKernel::*SampleLoop)(BufferList&, BufferList&, size_t);
 } // namespace
 
@@ -824,9 +926,16 @@ struct NodalKernel::Loops {
     template <int RS, int ZS>
     static SampleLoop pick(int r, int z) {
         if (r == RS && z == ZS) return &NodalKernel::runSamples<RS, ZS>;
-        if constexpr (ZS < 6) return pick<RS, ZS + 1>(r, z);
-        else if constexpr (RS < 8) return pick<RS + 1, 2>(r, z);
+        if constexpr (ZS < 8) return pick<RS, ZS + 1>(r, z);
+        else if constexpr (RS < 12) return pick<RS + 1, 2>(r, z);
         else return &NodalKernel::runSamples<0, 0>;
+    }
+    template <int PS, int QS>
+    static PortStep port(int p, int q) {
+        if (p == PS && q == QS) return &NodalKernel::iterateSized<PS, QS>;
+        if constexpr (QS < PS + 2) return port<PS, QS + 1>(p, q);
+        else if constexpr (PS < 8) return port<PS + 1, PS + 1>(p, q);
+        else return &NodalKernel::iterate;
     }
     // A linear circuit of up to 6 states, 2 inputs and 2 outputs.
     template <int SS, int KS, int OS>
@@ -847,13 +956,8 @@ bool NodalKernel::run(BufferList& inputs, BufferList& outputs, size_t frames) {
         loop = P == 0 && G == 0 ? Loops::linear<0, 0, 0>(S, K, O) : nullptr;
         if (!loop) loop = Loops::pick<1, 2>(R, Z);
         portStep = &NodalKernel::iterate;
-        // One device of up to three ports: its iteration with the sizes known.
-        if (devices.size() == 1 && P <= 3 && Q <= P + 1) {
-            static const PortStep oneDevice[3][2] = {{&NodalKernel::iterateOne<1, 1>, &NodalKernel::iterateOne<1, 2>},
-                                                     {&NodalKernel::iterateOne<2, 2>, &NodalKernel::iterateOne<2, 3>},
-                                                     {&NodalKernel::iterateOne<3, 3>, &NodalKernel::iterateOne<3, 4>}};
-            portStep = oneDevice[P - 1][Q - P];
-        }
+        // Up to eight ports and two forced outputs: the iteration with the sizes known.
+        if (P <= 8 && Q <= P + 2) portStep = Loops::port<1, 1>(P, Q);
     }
     (this->*loop)(inputs, outputs, frames);
     endBlock();

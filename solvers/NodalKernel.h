@@ -86,8 +86,17 @@ private:
     // The port iteration of one sample from the port rows' part before the devices' (base),
     // the previous sample's rows (last) and the present K.
     void iterate(const double* base, const double* last, const double* K);
+    // The convergence test on the step dv from the point ve, and the step itself into vv
+    // (dv is left as the step taken). True when the iteration has converged. lastStep carries
+    // the size of the step before, in tolerances (0 before the first).
+    bool takeStep(const double* ve, double* dv, double* vv, int ports, double& lastStep) const;
+    template <int PS>
+    bool takeStepSized(const double* ve, double* dv, double* vv, double& lastStep) const;
     template <int PS, int QS>
-    void iterateOne(const double* base, const double* last, const double* K);
+    void iterateSized(const double* base, const double* last, const double* K);
+    // The start of the port iteration from the last sample's ports (and, with Accelerate,
+    // the ones before).
+    void predictPorts(const double* last, double* start, int ports);
     typedef void (NodalKernel::*PortStep)(const double*, const double*, const double*);
     PortStep portStep = nullptr;
     // The terms of the row that state j of a memory component senses, with the gains of its

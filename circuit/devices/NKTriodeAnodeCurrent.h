@@ -38,6 +38,30 @@ public:
         current = interpolate(currentTable, c, vpk);
         dVgk = interpolate(dVgkTable, c, clamped);
         dVpk = interpolate(dVpkTable, c, clamped);
+        // Above VgkMax the current goes on along its slope there.
+        if (vgk > VgkMax) current += dVgk * (vgk - VgkMax);
+    }
+
+    // evaluate() with the derivatives of the current itself: from the tables, the slopes of
+    // the bilinear surface in the cell (exact for it, so that Newton's method converges
+    // on it as fast as the model allows), rather than the derivative tables.
+    void evaluateExact(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
+        if (direct) {
+            evaluateDirect(vgk, vpk, current, dVgk, dVpk);
+            return;
+        }
+        if (vpk <= 0 || VgkMin > vgk) {
+            current = dVgk = dVpk = 0.0f;
+            return;
+        }
+        const Cell c = locate(std::min(vgk, VgkMax), vpk);
+        const float* r0 = currentTable.data() + c.at;
+        const float* r1 = r0 + cols;
+        const float wp0 = c.p0 + deltaVpk - vpk, wp1 = vpk - c.p0;
+        current = bilinear(r0, r1, c.wg0, c.wg1, wp0, wp1);
+        dVpk = (c.wg0 * (r0[1] - r0[0]) + c.wg1 * (r1[1] - r1[0])) * inverseArea;
+        dVgk = ((r1[0] - r0[0]) * wp0 + (r1[1] - r0[1]) * wp1) * inverseArea;
+        if (vgk > VgkMax) current += dVgk * (vgk - VgkMax);
     }
 
     bool isDirect() const { return direct; }

@@ -40,10 +40,10 @@ void Pentode::init(const std::string& name, const PropertyMapPtr& properties, co
 }
 
 void Pentode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
-    // The terminal form's limiter on the ports: plate at or above grid and cathode and
-    // within a factor of two of its last value, the screen not below the cathode.
+    // The plate and the screen not below the cathode, the plate within a factor of two of
+    // its last value (as the triode's ports).
     const double vgk = v[0];
-    double vpk = std::max(v[1], std::max(vgk, 0.0));
+    double vpk = std::max(v[1], 0.0);
     if (lastVpk > 0) vpk = std::min(std::max(vpk, lastVpk * 0.5), lastVpk * 2.0);
     lastVpk = vpk;
     const double vsk = std::max(v[2], 0.0);

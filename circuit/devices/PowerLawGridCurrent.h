@@ -15,6 +15,24 @@ public:
     [[noreturn]] virtual void setProperty();
     virtual scalar current(scalar vgk);
     virtual scalar dIdV(scalar vgk);
+    // Vc (V): the grid starts to draw current at a grid-to-cathode voltage of -Vc.
+    double knee() const { return -Vc; }
+    // evaluate() with the slope of the table's own interpolation (the cell's secant).
+    void evaluateExact(scalar vgk, scalar& current, scalar& slope) {
+        const float v = static_cast<float>(vgk + Vc);
+        if (v < 0) {
+            current = slope = 0.0f;
+            return;
+        }
+        if (direct || v >= VgkMax) {
+            evaluateOutside(vgk, current, slope);
+            return;
+        }
+        const int k = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
+        const float offset = v - k * deltaVgk;
+        slope = (currentTable[k + 1] - currentTable[k]) * inverseDeltaVgk;
+        current = currentTable[k] + slope * offset;
+    }
     // current() and dIdV() from one location in the tables.
     void evaluate(scalar vgk, scalar& current, scalar& slope) {
         const float v = static_cast<float>(vgk + Vc);

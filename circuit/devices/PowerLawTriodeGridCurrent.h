@@ -21,6 +21,8 @@ public:
     scalar dIdVpk(scalar, scalar) override { return 0.0f; }
     // current() and dIdVgk() from one location in the tables.
     void evaluate(scalar vgk, scalar& current, scalar& slope) { grid.evaluate(vgk, current, slope); }
+    void evaluateExact(scalar vgk, scalar& current, scalar& slope) { grid.evaluateExact(vgk, current, slope); }
+    double knee() const { return grid.knee(); }
 
 private:
     PowerLawGridCurrent grid;

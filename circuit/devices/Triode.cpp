@@ -36,16 +36,25 @@ void Triode::init(const std::string& name, const PropertyMapPtr& properties, con
 }
 
 void Triode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
-    // The limiter of the terminal form on the ports: the plate at or above the grid and
-    // the cathode, and within a factor of two of its last value.
-    const double vgk = v[0];
-    double vpk = std::max(v[1], std::max(vgk, 0.0));
+    // The plate not below the cathode and within a factor of two of its last value. (The
+    // terminal form also holds the plate at or above the grid; on the ports that rule would
+    // refuse the solutions of an overdriven stage whose plate falls below its grid.)
+    // Above its knee the grid conducts like a junction, by a power law: a step from little
+    // current into much overshoots, and Newton's method then comes back from the steep side
+    // only slowly. Beyond the knee the grid rises at most by half its height above the knee
+    // and 0.1 V per step.
+    double vgk = v[0];
+    const double knee = grid->knee();
+    if (vgk > lastVgk && vgk > knee) vgk = std::min(vgk, knee + 1.5 * std::max(lastVgk - knee, 0.0) + 0.1);
+    lastVgk = vgk;
+    v[0] = vgk;
+    double vpk = std::max(v[1], 0.0);
     if (lastVpk > 0) vpk = std::min(std::max(vpk, lastVpk * 0.5), lastVpk * 2.0);
     lastVpk = vpk;
     v[1] = vpk;
     scalar ip, ig, dIpdVgk, dIpdVpk, dIgdVgk;
-    anode->evaluate(static_cast<scalar>(vgk), static_cast<scalar>(vpk), ip, dIpdVgk, dIpdVpk);
-    grid->evaluate(static_cast<scalar>(vgk), ig, dIgdVgk);
+    anode->evaluateExact(static_cast<scalar>(vgk), static_cast<scalar>(vpk), ip, dIpdVgk, dIpdVpk);
+    grid->evaluateExact(static_cast<scalar>(vgk), ig, dIgdVgk);
     i[0] = ig;
     i[1] = ip;
     di[0] = dIgdVgk;

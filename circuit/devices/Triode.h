@@ -85,6 +85,7 @@ private:
     // The plate-to-cathode voltage of the last port evaluation (V): a step may at most
     // halve or double it.
     double lastVpk = 0;
+    double lastVgk = 0;  // the grid-to-cathode voltage of the last port evaluation (V)
 };
 
 } // namespace kelm

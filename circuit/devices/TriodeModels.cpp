@@ -116,8 +116,11 @@ scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, sca
 }
 
 scalar NKTriodeAnodeCurrent::current(scalar vgk, scalar vpk) {
-    if (direct) return directCurrent(vgk, vpk);
-    return lookup(currentTable, vgk, vpk, false);
+    const scalar at = direct ? directCurrent(vgk, vpk) : lookup(currentTable, vgk, vpk, false);
+    // Above VgkMax the current goes on along its slope there, so that it and its
+    // derivatives (held at VgkMax) agree.
+    if (vgk > VgkMax) return at + dIdVgk(vgk, vpk) * (vgk - VgkMax);
+    return at;
 }
 
 scalar NKTriodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk) {
@@ -156,7 +159,7 @@ const ScalarVectorPtr& NKTriodeAnodeCurrent::derivatives(scalar vgk, scalar vpk)
 }
 
 void NKTriodeAnodeCurrent::evaluateDirect(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
-    current = directCurrent(vgk, vpk);
+    current = NKTriodeAnodeCurrent::current(vgk, vpk);
     dVgk = dIdVgk(vgk, vpk);
     dVpk = dIdVpk(vgk, vpk);
 }
@@ -202,8 +205,9 @@ void PowerLawGridCurrent::buildTables() {
 scalar PowerLawGridCurrent::current(scalar vgk) {
     const float v = static_cast<float>(vgk + Vc);
     if (v < 0) return 0.0f;
-    if (direct) return static_cast<scalar>(Igc * std::pow(std::min(v, VgkMax), N));
-    if (v >= VgkMax) return currentTable.back();
+    // Above VgkMax the current goes on along its slope there, which dIdV holds.
+    if (v >= VgkMax) return static_cast<scalar>(Igc * (std::pow(VgkMax, N) + N * std::pow(VgkMax, N - 1) * (v - VgkMax)));
+    if (direct) return static_cast<scalar>(Igc * std::pow(v, N));
     const int i = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
     return currentTable[i] + (currentTable[i + 1] - currentTable[i]) * (v - i * deltaVgk) * inverseDeltaVgk;
 }

@@ -61,8 +61,14 @@ TEST(SolversTubeModels, KorenTablesFollowTheFormula) {
     EXPECT_EQ(0.0f, table.current(-8.5f, 100));
     EXPECT_EQ(0.0f, table.dIdVgk(-8.5f, 100));
     EXPECT_EQ(0.0f, table.current(-1, 0));
-    // Above VgkMax the grid voltage is held at VgkMax.
-    EXPECT_EQ(table.current(4.0f, 100), table.current(5.0f, 100));
+    // Above VgkMax the current goes on along its slope there (which the derivatives hold),
+    // so that Newton's method finds no flat ground to wander on.
+    for (NKTriodeAnodeCurrent* model : {&table, &direct}) {
+        const double slope = model->dIdVgk(4.0f, 100);
+        EXPECT_GT(slope, 0);
+        EXPECT_NEAR(model->current(4.0f, 100) + slope, model->current(5.0f, 100), 1e-6);
+        EXPECT_EQ(slope, model->dIdVgk(5.0f, 100));
+    }
     // Above VpMax the current keeps rising along the last cell; its derivatives are clamped.
     EXPECT_GT(table.current(-1, 450), table.current(-1, 400));
     EXPECT_EQ(table.dIdVpk(-1, 400), table.dIdVpk(-1, 450));
