@@ -13,6 +13,8 @@ namespace {
 
 const int kMaxDepth = 32;           // nesting of subcircuit instances
 const size_t kMaxDevices = 20000;   // devices after expansion
+const size_t kMaxInstances = 20000; // subcircuit instances expanded
+const int kMaxEvaluating = 100;     // parameters whose values wait on one another
 
 std::string lower(std::string s) {
     for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -72,15 +74,20 @@ bool Flattener::lookup(const std::string& name, Scope& scope, double& result) {
         if (!e.known) {
             if (e.busy)
                 throw NetlistError(NetlistError::Expression, name, "parameter " + name + " depends on itself");
+            if (evaluating >= kMaxEvaluating)
+                throw NetlistError(NetlistError::TooLarge, name, "parameters depend on one another more than 100 deep");
             e.busy = true;
+            ++evaluating;
             try {
                 e.value = value(e.expression, *s, e.place);
             } catch (NetlistError& error) {
                 e.busy = false;
+                --evaluating;
                 error.at(e.place.file, e.place.line);
                 throw;
             }
             e.busy = false;
+            --evaluating;
             e.known = true;
         }
         result = e.value;
@@ -118,6 +125,8 @@ double Flattener::topLevelValue(const std::string& text) {
 
 Flattener::Result Flattener::flatten() {
     result = Result();
+    instances = 0;
+    evaluating = 0;
     topScope.reset(new Scope());
     topScope->def = netlist.top.get();
     for (const auto& p : netlist.top->parameters) topScope->parameters[p.name] = {p.expression, p.place};
@@ -351,6 +360,8 @@ void Flattener::element(const Netlist::Card& card, Scope& scope, int depth) {
         if (def->pins.size() != pins.size())
             syntax(name, name + " has " + std::to_string(pins.size()) + " nodes; subcircuit " + def->name + " has " +
                              std::to_string(def->pins.size()));
+        if (++instances > kMaxInstances)
+            throw NetlistError(NetlistError::TooLarge, name, "more than 20000 subcircuit instances");
         if (depth + 1 > kMaxDepth)
             throw NetlistError(NetlistError::TooLarge, name, "subcircuits nested more than 32 deep at " + d.name);
         Scope inner;

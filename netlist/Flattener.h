@@ -65,6 +65,8 @@ private:
     const Netlist& netlist;
     Result result;
     std::unique_ptr<Scope> topScope;
+    size_t instances = 0;    // subcircuit instances expanded so far
+    int evaluating = 0;      // parameters being evaluated, one inside another
 };
 
 } // namespace kelm
