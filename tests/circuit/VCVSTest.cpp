@@ -14,6 +14,10 @@ namespace {
 const char* kNewton =
     "<Solver Type=\"NewtonRaphson\"><Properties RelativeTollerance=\"1.0e-6\" AbsoluteTollerance=\"1.0e-6\" "
     "MaxIterations=\"20\"/></Solver>";
+// Newton's iteration on the whole matrix (a fixed-point step first keeps the solve kernels out).
+const char* kGeneralNewton =
+    "<Solver Type=\"NewtonRaphson\"><Properties RelativeTollerance=\"1.0e-6\" AbsoluteTollerance=\"1.0e-6\" "
+    "MaxIterations=\"20\" FixedPointSteps=\"1\"/></Solver>";
 
 // A non-inverting stage: the source's output through 9k back to in-, 1k from in- to ground;
 // the input at in+. Closed-loop gain A / (1 + A / 10).
@@ -46,17 +50,23 @@ TEST(CircuitVCVS, ClosedLoopGainAtLowAndOpAmpGainsUnderLinearAndNewton) {
     const std::string linear = "<Solver Type=\"Linear\"/>";
     for (const char* gain : {"3", "100", "1e6"}) {
         const double a = std::atof(gain), closed = a / (1 + a / 10);
-        for (const std::string& solver : {linear, std::string(kNewton)}) {
+        for (const std::string& solver : {linear, std::string(kNewton), std::string(kGeneralNewton)}) {
             auto d = makeDriver(stage(gain, solver), 48000, 4);
             auto y = run(*d, x);
             for (size_t i = 0; i < x.size(); ++i)
                 EXPECT_NEAR(closed * x[i], y[i], 1e-5 * closed + 1e-6) << gain << " " << solver << " " << i;
-            if (solver != linear) {
-                // The loop is in the matrix: one Newton step lands on the solution.
-                auto* c = dynamic_cast<Circuit*>(&d->getGraph("C"));
+            auto* c = dynamic_cast<Circuit*>(&d->getGraph("C"));
+            if (solver == kGeneralNewton) {
+                // The loop is in the matrix: after the fixed-point step, Newton's first step lands
+                // on the solution (a second one takes up the rounding in single precision at
+                // op-amp gains). The old amplifier's loop, through the rhs, diverged here.
                 auto* newton = dynamic_cast<NewtonSolver*>(c->getAnalysis()->solver.get());
                 ASSERT_NE(nullptr, newton);
-                EXPECT_LE(newton->lastIterations(), 2) << gain;
+                EXPECT_GT(newton->lastIterations(), 0) << gain;
+                EXPECT_LE(newton->lastIterations(), 3) << gain;
+            } else {
+                // The source keeps the circuit linear: a state-space system whatever the solver.
+                EXPECT_STREQ("state-space", c->kernel().name()) << gain << " " << solver;
             }
         }
     }

@@ -154,12 +154,22 @@ TEST(NetlistNgspice, HighGainESourceStageConvergesAndAgrees) {
                            "AbsoluteTollerance=\"1.0e-6\" MaxIterations=\"20\"/></Solver>";
     for (size_t at; (at = newton.find(linear)) != std::string::npos;) newton.replace(at, linear.size(), nr);
     EXPECT_LT(shareOfSwing(render(newton, r), r, "gainstage under Newton"), 0.01);
+    // And under Newton's iteration on the whole matrix in single precision (a fixed-point step
+    // first keeps the solve kernels out): the gain of 1e5 sits in the matrix and each sample
+    // takes a step or two.
+    const std::string general = "MaxIterations=\"20\" FixedPointSteps=\"1\"";
+    for (size_t at; (at = newton.find("MaxIterations=\"20\"/>")) != std::string::npos;)
+        newton.replace(at, 19, general + "/>");
+    EXPECT_LT(shareOfSwing(render(newton, r), r, "gainstage under the general Newton iteration"), 0.01);
     auto d = driverFor(newton, r, 64);
     std::vector<float> x(64, 0.05f);
     d->process({x.data()}, 64);
-    auto* solver = dynamic_cast<NewtonSolver*>(dynamic_cast<Circuit&>(d->getGraph("Circuit")).getAnalysis()->solver.get());
+    auto& circuit = dynamic_cast<Circuit&>(d->getGraph("Circuit"));
+    EXPECT_STREQ("general", circuit.kernel().name());
+    auto* solver = dynamic_cast<NewtonSolver*>(circuit.getAnalysis()->solver.get());
     ASSERT_NE(nullptr, solver);
-    EXPECT_LE(solver->lastIterations(), 2);
+    EXPECT_GT(solver->lastIterations(), 0);
+    EXPECT_LE(solver->lastIterations(), 3);
 }
 
 // These need the semiconductor and inductor elements (Diode, BJT, JFET, Inductor), which
