@@ -7,6 +7,7 @@
 #include "circuit/CircuitParser.h"
 #include "circuit/Potentiometer.h"
 #include "circuit/Resistor.h"
+#include "circuit/VCVS.h"
 #include "circuit/VoltageInputSource.h"
 #include "circuit/devices/IdealAmplifier.h"
 #include "circuit/devices/IdealDifferentialAmplifier.h"
@@ -43,6 +44,7 @@ void registerCircuitTypes() {
     types.add("VoltageInputSource", make<VoltageInputSource>);
     types.add("Battery", make<Battery>);
     types.add("Potentiometer", make<Potentiometer>);
+    types.add("VCVS", make<VCVS>);
     types.add("IdealAmplifier", make<IdealAmplifier>);
     types.add("IdealDifferentialAmplifier", make<IdealDifferentialAmplifier>);
     types.add("OpAmp", make<OpAmp>);

@@ -33,7 +33,7 @@ Options parseCommandLine(int argc, char** argv) {
         return o;
     }
     if (o.command != "render" && o.command != "info" && o.command != "tables" && o.command != "signal" &&
-        o.command != "plot")
+        o.command != "plot" && o.command != "import")
         throw UsageError("unknown command '" + o.command + "'");
     int first = 2;
     if (o.command == "plot") {
@@ -41,6 +41,11 @@ Options parseCommandLine(int argc, char** argv) {
         o.plot.kind = argv[2];
         if (!Plot::isKind(o.plot.kind))
             throw UsageError("unknown plot kind '" + o.plot.kind + "' (kinds: " + Plot::kKinds + ")");
+        first = 3;
+    }
+    if (o.command == "import") {
+        if (argc < 3 || argv[2][0] == '-') throw UsageError("import needs a netlist: kelm import CIRCUIT.cir");
+        o.netlist = argv[2];
         first = 3;
     }
     auto size = [](const std::string& t, const char* what) {
@@ -77,6 +82,10 @@ Options parseCommandLine(int argc, char** argv) {
             float r = parseFloat(t, "--rate");
             if (!(r >= 8000 && r <= 768000)) throw UsageError("bad sample rate '" + t + "'");
             o.rate = static_cast<int>(r);
+        } else if (a == "--input" && o.command == "import") {
+            o.inputs.push_back(value());
+        } else if (a == "--output" && o.command == "import") {
+            o.outputs.push_back(value());
         } else if (a == "--set") {
             std::string t = value();
             size_t eq = t.find('=');

@@ -26,6 +26,9 @@ struct Options {
     std::vector<std::pair<std::string, float>> sets;
     std::string format;
     bool progress = false;  // render: a progress line from the start, on a terminal or not
+    std::string netlist;               // import: the netlist read
+    std::vector<std::string> inputs;   // import: --input, voltage sources of the netlist
+    std::vector<std::string> outputs;  // import: --output, nodes of the netlist
     Plot::Request plot;
 };
 

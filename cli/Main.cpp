@@ -22,6 +22,8 @@
 #include "cli/Renderer.h"
 #include "cli/TestSignal.h"
 #include "engine/KELMException.h"
+#include "netlist/NetlistImporter.h"
+#include "netlist/SystemDescription.h"
 
 using namespace kelm;
 
@@ -34,6 +36,7 @@ const char* kVersion = "1.0.80";  // the plug-ins' vendor version 1080
 
 const char* kUsage =
     "usage:\n"
+    "  kelm import CIRCUIT.cir [--out SYSTEM.xml] [--input NAME]... [--output NODE]... [--rate HZ]\n"
     "  kelm render [--system FILE.xml] --in IN.wav --out OUT.wav [--set NAME=VALUE]... [--block N]\n"
     "              [--format float|pcm16|pcm24|flac|flac16] [--progress]\n"
     "  kelm plot response|curve|spectrum [--system FILE.xml] --out CHART.png [--set NAME=VALUE]...\n"
@@ -45,6 +48,9 @@ const char* kUsage =
     "  kelm --version\n"
     "\n"
     "Without --system the built-in preamp is used; its parameters take values from 0 to 1.\n"
+    "--system also takes a SPICE netlist (.cir .net .sp .spice, or any file that is not XML): it is\n"
+    "imported for the rate it runs at, as kelm import does (see the README for its conventions).\n"
+    "import writes the netlist's system description to --out, else to the standard output.\n"
     "The output format follows --format, else the name (.flac: 24-bit FLAC), else 32-bit float WAV.\n"
     "render shows its progress on a terminal once it has taken two seconds; --progress shows it from the start.\n"
     "plot response: small-signal gain and phase from stepped sines of amplitude A (default 0.01);\n"
@@ -59,14 +65,36 @@ std::string readFile(const std::string& path) {
     return s.str();
 }
 
-std::unique_ptr<cli::Renderer> makeRenderer(const Options& o) {
+// The system of --system at the given rate (a netlist is imported for it), or the built-in preamp.
+std::unique_ptr<cli::Renderer> makeRenderer(const Options& o, double rate) {
     if (o.system.empty()) return cli::makeBuiltInRenderer();
-    return cli::makeSystemRenderer(readFile(o.system));
+    return cli::makeSystemRenderer(systemDescription(readFile(o.system), o.system, rate));
+}
+
+int import(const Options& o) {
+    std::string text;
+    if (!NetlistImporter::readFromDisk(o.netlist, text)) throw std::runtime_error("cannot read netlist " + o.netlist);
+    NetlistImporter::Options options;
+    options.inputs = o.inputs;
+    options.outputs = o.outputs;
+    options.rate = o.rate;
+    const NetlistImporter::Result r = NetlistImporter(options).import(text, o.netlist);
+    for (const std::string& m : r.messages) std::fprintf(stderr, "%s\n", m.c_str());
+    if (o.out.empty()) {
+        std::fputs(r.document.c_str(), stdout);
+        return 0;
+    }
+    std::ofstream f(o.out, std::ios::binary);
+    f << r.document;
+    f.close();
+    if (!f) throw std::runtime_error("cannot write " + o.out);
+    std::fprintf(stderr, "wrote %s\n", o.out.c_str());
+    return 0;
 }
 
 int render(const Options& o) {
     cli::AudioReader reader(o.in);
-    auto renderer = makeRenderer(o);
+    auto renderer = makeRenderer(o, reader.sampleRate());
     for (auto& s : o.sets) renderer->setParameter(s.first, s.second);
     renderer->prepare(static_cast<float>(reader.sampleRate()), o.block);
 
@@ -132,7 +160,7 @@ int render(const Options& o) {
 // Describes the system with the given control values in force: one block of silence
 // delivers them, so that the rates shown are those a render would run at.
 int info(const Options& o) {
-    auto r = makeRenderer(o);
+    auto r = makeRenderer(o, o.rate);
     for (auto& s : o.sets) r->setParameter(s.first, s.second);
     r->prepare(static_cast<float>(o.rate), o.block);
     std::vector<float> silence(o.block, 0.0f);
@@ -159,8 +187,12 @@ int main(int argc, char** argv) {
             return 0;
         }
         if (o.command == "info") return info(o);
+        if (o.command == "import") return import(o);
         if (o.command == "plot") {
-            const int status = cli::Plot::run(o.plot, [&] { return makeRenderer(o); });
+            // A netlist is imported for the rate the chart measures at (a file's own for --in).
+            double rate = o.plot.rate;
+            if (!o.plot.in.empty()) rate = cli::AudioReader(o.plot.in).sampleRate();
+            const int status = cli::Plot::run(o.plot, [&] { return makeRenderer(o, rate); });
             cli::Chart::releaseFontCaches();
             return status;
         }

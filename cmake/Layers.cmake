@@ -1,6 +1,7 @@
 # The engine's layers, one static library per folder. Each links only the layers below
-# it (math, engine, dsp, circuit with its devices, solvers, then the plug-ins' shared
-# effect core), so a source that calls into a layer above fails to link.
+# it (math, engine, dsp, circuit with its devices, netlist beside them on the engine alone,
+# solvers, then the plug-ins' shared effect core), so a source that calls into a layer
+# above fails to link.
 #
 # KELM_DSP_PLATFORM_SOURCES replaces dsp/ResourceRegistry.cpp where a platform reads its
 # resources otherwise (Windows: from the module's resource section).
@@ -30,6 +31,8 @@ kelm_layer(kelm_dsp DIRS dsp DEPS kelm_engine EXCLUDE ${kelm_dsp_exclude} EXTRA 
 set_source_files_properties(${CMAKE_SOURCE_DIR}/dsp/RealFft.cpp PROPERTIES COMPILE_OPTIONS
   $<$<CXX_COMPILER_ID:GNU>:-fcx-limited-range>)
 kelm_layer(kelm_circuit DIRS circuit circuit/devices DEPS kelm_engine)
+# SPICE netlists read into system descriptions (text only: it builds no circuit).
+kelm_layer(kelm_netlist DIRS netlist DEPS kelm_engine)
 kelm_layer(kelm_solvers DIRS solvers DEPS kelm_circuit kelm_dsp)
 kelm_layer(kelm_plugin_core DIRS plugin/core DEPS kelm_solvers)
 target_include_directories(kelm_plugin_core PUBLIC ${CMAKE_BINARY_DIR}/generated)

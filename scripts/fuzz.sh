@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(system wave cli)
+[ ${#targets[@]} -gt 0 ] || targets=(system wave cli netlist)
 dir=build-fuzz
 flags="-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined"
 mkdir -p "$dir"
@@ -36,6 +36,7 @@ seed() {
          printf 'signal\0--out\0s.wav\0--seconds\0 2.5\0--rate\0 44100' > "$corpus/signal"
          printf 'info\0--system\0x.xml' > "$corpus/info"
          printf 'tables\0--out\0dir' > "$corpus/tables" ;;
+    netlist) cp tests/data/netlist/*.cir "$corpus"/ ;;
   esac
   [ -d "tests/fuzz/$t" ] && cp tests/fuzz/"$t"/* "$corpus"/ 2>/dev/null || true
 }
