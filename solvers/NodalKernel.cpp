@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <cstdio>
 
 #include "circuit/Component.h"
 #include "math/SmallLoops.h"
@@ -17,50 +16,21 @@ namespace {
 // the audio thread for longer than a block.
 constexpr int maxUnknowns = 600;
 
-// Solves the n by n row-major system J x = b in place (b becomes x) by Gaussian elimination
-// with partial pivoting; J is overwritten. False for a singular or non-finite J.
-bool solveSmall(double* __restrict J, int n, double* __restrict b) {
+// Solves J x = b in place (b becomes x) for the n by n column-major J by Gaussian
+// elimination with partial pivoting; J is overwritten. Every inner loop runs down a column,
+// so that it needs no sums in a fixed order and the compiler may vectorise it. False for a
+// singular or non-finite J. NS above 0: the order known to the compiler.
+template <int NS>
+bool solveColumns(double* __restrict J, int order, double* __restrict b) {
+    const int n = NS > 0 ? NS : order;
+    KELM_UNROLL
     for (int c = 0; c < n; ++c) {
+        double* column = J + c * n;
         int p = c;
-        double best = std::fabs(J[c * n + c]);
-        for (int r = c + 1; r < n; ++r) {
-            const double a = std::fabs(J[r * n + c]);
-            if (a > best) {
-                best = a;
-                p = r;
-            }
-        }
-        if (!(best > 0) || !(best < HUGE_VAL)) return false;
-        if (p != c) {
-            for (int k = c; k < n; ++k) std::swap(J[c * n + k], J[p * n + k]);
-            std::swap(b[c], b[p]);
-        }
-        const double inverse = 1.0 / J[c * n + c];
-        for (int r = c + 1; r < n; ++r) {
-            const double l = J[r * n + c] * inverse;
-            if (l == 0) continue;
-            for (int k = c + 1; k < n; ++k) J[r * n + k] -= l * J[c * n + k];
-            b[r] -= l * b[c];
-        }
-    }
-    for (int r = n - 1; r >= 0; --r) {
-        double sum = b[r];
-        for (int k = r + 1; k < n; ++k) sum -= J[r * n + k] * b[k];
-        b[r] = sum / J[r * n + r];
-    }
-    return true;
-}
-
-// solveSmall with the order known and the loops unrolled.
-template <int N>
-bool solveFixed(double* __restrict J, double* __restrict b) {
-    KELM_UNROLL
-    for (int c = 0; c < N; ++c) {
-        int p = c;
-        double best = std::fabs(J[c * N + c]);
+        double best = std::fabs(column[c]);
         KELM_UNROLL
-        for (int r = c + 1; r < N; ++r) {
-            const double a = std::fabs(J[r * N + c]);
+        for (int r = c + 1; r < n; ++r) {
+            const double a = std::fabs(column[r]);
             if (a > best) {
                 best = a;
                 p = r;
@@ -69,24 +39,30 @@ bool solveFixed(double* __restrict J, double* __restrict b) {
         if (!(best > 0) || !(best < HUGE_VAL)) return false;
         if (p != c) {
             KELM_UNROLL
-            for (int k = c; k < N; ++k) std::swap(J[c * N + k], J[p * N + k]);
+            for (int k = c; k < n; ++k) std::swap(J[k * n + c], J[k * n + p]);
             std::swap(b[c], b[p]);
         }
-        const double inverse = 1.0 / J[c * N + c];
+        const double inverse = 1.0 / column[c];
         KELM_UNROLL
-        for (int r = c + 1; r < N; ++r) {
-            const double l = J[r * N + c] * inverse;
+        for (int r = c + 1; r < n; ++r) column[r] *= inverse;
+        const double bc = b[c];
+        KELM_UNROLL
+        for (int r = c + 1; r < n; ++r) b[r] -= column[r] * bc;
+        KELM_UNROLL
+        for (int k = c + 1; k < n; ++k) {
+            double* target = J + k * n;
+            const double u = target[c];
             KELM_UNROLL
-            for (int k = c + 1; k < N; ++k) J[r * N + k] -= l * J[c * N + k];
-            b[r] -= l * b[c];
+            for (int r = c + 1; r < n; ++r) target[r] -= column[r] * u;
         }
     }
     KELM_UNROLL
-    for (int r = N - 1; r >= 0; --r) {
-        double sum = b[r];
+    for (int c = n - 1; c >= 0; --c) {
+        const double* column = J + c * n;
+        const double x = b[c] / column[c];
+        b[c] = x;
         KELM_UNROLL
-        for (int k = r + 1; k < N; ++k) sum -= J[r * N + k] * b[k];
-        b[r] = sum / J[r * N + r];
+        for (int r = 0; r < c; ++r) b[r] -= column[r] * x;
     }
     return true;
 }
@@ -260,6 +236,11 @@ bool NodalKernel::classify(int inputs, int outputs, std::string& reason) {
     int block = 0;
     for (Device& d : devices) {
         d.block = block;
+        // Where each of the device's derivatives goes: output q (its currents, then its forced
+        // outputs) by port c.
+        for (int a = 0; a < d.ports + d.outputs; ++a)
+            for (int b = 0; b < d.ports; ++b)
+                slopes.push_back({a < d.ports ? d.port + a : P + d.forced + (a - d.ports), d.port + b, block + a * d.ports + b});
         block += d.ports * d.ports + d.outputs * d.ports;
     }
     jacobians.assign(block, 0.0);
@@ -364,9 +345,9 @@ bool NodalKernel::refresh() {
     };
     for (int r = 0; r < R; ++r) {
         const double* h = H0.data() + static_cast<size_t>(r) * n;
-        for (int j = 0; j < S; ++j) Hz[static_cast<size_t>(r) * Z + j] = dotColumn(h, colsZ.data() + static_cast<size_t>(j) * n);
-        for (int q = 0; q < Q; ++q) Hy[static_cast<size_t>(r) * Q + q] = dotColumn(h, colsY.data() + static_cast<size_t>(q) * n);
-        for (int j = 0; j < G; ++j) Hg[static_cast<size_t>(r) * G + j] = patternDot(h, signals[j].rowA, signals[j].rowB);
+        for (int j = 0; j < S; ++j) Hz[static_cast<size_t>(j) * R + r] = dotColumn(h, colsZ.data() + static_cast<size_t>(j) * n);
+        for (int q = 0; q < Q; ++q) Hy[static_cast<size_t>(q) * R + r] = dotColumn(h, colsY.data() + static_cast<size_t>(q) * n);
+        for (int j = 0; j < G; ++j) Hg[static_cast<size_t>(j) * R + r] = patternDot(h, signals[j].rowA, signals[j].rowB);
     }
     for (int i = 0; i < G; ++i) {
         const double* h = VA.data() + static_cast<size_t>(i) * n;
@@ -381,9 +362,9 @@ bool NodalKernel::refresh() {
 
 void NodalKernel::updateConductanceTerms() {
     // K, the port rows of Hy, less the conductances' part: Hg M Vy with
-    // M = D (I + W D)^-1, D the conductances on the diagonal.
-    for (int p = 0; p < P; ++p)
-        for (int q = 0; q < Q; ++q) Kc[static_cast<size_t>(p) * Q + q] = Hy[static_cast<size_t>(p) * Q + q];
+    // M = D (I + W D)^-1, D the conductances on the diagonal. (Column by column.)
+    for (int q = 0; q < Q; ++q)
+        for (int p = 0; p < P; ++p) Kc[static_cast<size_t>(q) * P + p] = Hy[static_cast<size_t>(q) * R + p];
     if (G == 0) return;
     if (G == 1) {
         const double g = signals[0].value;
@@ -406,9 +387,9 @@ void NodalKernel::updateConductanceTerms() {
     for (int p = 0; p < P; ++p)
         for (int i = 0; i < G; ++i) {
             double hm = 0;
-            for (int j = 0; j < G; ++j) hm += Hg[static_cast<size_t>(p) * G + j] * M[static_cast<size_t>(j) * G + i];
+            for (int j = 0; j < G; ++j) hm += Hg[static_cast<size_t>(j) * R + p] * M[static_cast<size_t>(j) * G + i];
             if (hm == 0) continue;
-            for (int q = 0; q < Q; ++q) Kc[static_cast<size_t>(p) * Q + q] -= hm * Vy[static_cast<size_t>(i) * Q + q];
+            for (int q = 0; q < Q; ++q) Kc[static_cast<size_t>(q) * P + p] -= hm * Vy[static_cast<size_t>(i) * Q + q];
         }
 }
 
@@ -450,7 +431,7 @@ void NodalKernel::beginBlock() {
             const double* h = H0.data() + static_cast<size_t>(r) * n;
             double sum = 0;
             for (int k = 0; k < n; ++k) sum += h[k] * column[k];
-            Hz[static_cast<size_t>(r) * Z + j] = sum;
+            Hz[static_cast<size_t>(j) * R + r] = sum;
         }
         for (int i = 0; i < G; ++i) {
             const double* h = VA.data() + static_cast<size_t>(i) * n;
@@ -581,195 +562,111 @@ void NodalKernel::predictPorts(const double* last, double* start, int ports) {
 }
 
 void NodalKernel::iterate(const double* base, const double* last, const double* Kp) {
-    const int Pn = P, Qn = Q;
+    iterateSized<0, 0>(base, last, Kp);
+}
+
+template <int PS, int QS>
+void NodalKernel::iterateSized(const double* base, const double* last, const double* Kp) {
+    // Newton's iteration on the stacked port voltages v: the devices give their outputs y
+    // (port currents, forced voltages) and dy/dv; the circuit says v = base + K y. Each step
+    // solves (I - K dy/dv) dv = v - base - K y. K and J are kept by columns, so that every
+    // product is a sum of columns (vectorisable, no reductions in a fixed order). With PS and
+    // QS above 0 the sizes are known to the compiler.
+    constexpr bool sized = PS > 0;
+    const int Pn = sized ? PS : P, Qn = sized ? QS : Q;
+    double kLocal[sized ? PS * QS : 1], vLocal[sized ? PS : 1], eLocal[sized ? PS : 1], yLocal[sized ? QS : 1];
+    double jLocal[sized ? PS * PS : 1], rLocal[sized ? PS : 1];
+    const double* __restrict kk = Kp;
     double* __restrict vv = v.data();
     double* __restrict ve = vEval.data();
     double* __restrict yy = y.data();
-    double* __restrict yl = yLin.data();
     double* __restrict jj = J.data();
-    double* __restrict dv = step.data();
+    double* __restrict r = step.data();
+    if constexpr (sized) {
+        std::copy(Kp, Kp + PS * QS, kLocal);
+        kk = kLocal;
+        vv = vLocal;
+        ve = eLocal;
+        yy = yLocal;
+        jj = jLocal;
+        r = rLocal;
+    }
+    double* __restrict yl = yLin.data();
+    double* __restrict blocks = jacobians.data();
     const Device* deviceList = devices.data();
     const int deviceCount = static_cast<int>(devices.size());
-    double* __restrict blocks = jacobians.data();
+    const Slope* slopeList = slopes.data();
+    const Slope* slopeEnd = slopeList + slopes.size();
     predictPorts(last, vv, Pn);
     const int most = settings.maxIterations;
     int k = 0;
     double lastStep = 0;
     for (;;) {
         ++k;
+        KELM_UNROLL
         for (int p = 0; p < Pn; ++p) ve[p] = vv[p];
         for (int e = 0; e < deviceCount; ++e) {
             const Device& d = deviceList[e];
             double* di = blocks + d.block;
             d.component->evaluatePorts(ve + d.port, yy + d.port, di, yy + Pn + d.forced, di + d.ports * d.ports);
         }
-        // J = I - K dy/dv and the residual v - base - K y, device by device.
-        for (int p = 0; p < Pn; ++p) {
-            const double* kp = Kp + static_cast<size_t>(p) * Qn;
-            double r = ve[p] - base[p];
-            for (int q = 0; q < Qn; ++q) r -= kp[q] * yy[q];
-            dv[p] = r;
-            double* jrow = jj + static_cast<size_t>(p) * Pn;
-            for (int q = 0; q < Pn; ++q) jrow[q] = 0.0;
-            jrow[p] = 1.0;
-            for (int e = 0; e < deviceCount; ++e) {
-                const Device& d = deviceList[e];
-                const double* di = blocks + d.block;
-                const double* df = di + d.ports * d.ports;
-                double* jd = jrow + d.port;
-                for (int a = 0; a < d.ports; ++a) {
-                    const double ka = kp[d.port + a];
-                    for (int b = 0; b < d.ports; ++b) jd[b] -= ka * di[a * d.ports + b];
-                }
-                for (int f = 0; f < d.outputs; ++f) {
-                    const double kf = kp[Pn + d.forced + f];
-                    for (int b = 0; b < d.ports; ++b) jd[b] -= kf * df[f * d.ports + b];
-                }
-            }
+        // The residual v - base - K y, and J = I - K dy/dv from the devices' blocks.
+        KELM_UNROLL
+        for (int p = 0; p < Pn; ++p) r[p] = ve[p] - base[p];
+        KELM_UNROLL
+        for (int q = 0; q < Qn; ++q) {
+            const double* kq = kk + q * Pn;
+            const double yq = yy[q];
+            KELM_UNROLL
+            for (int p = 0; p < Pn; ++p) r[p] -= kq[p] * yq;
+        }
+        KELM_UNROLL
+        for (int c = 0; c < Pn * Pn; ++c) jj[c] = 0.0;
+        KELM_UNROLL
+        for (int c = 0; c < Pn; ++c) jj[c * Pn + c] = 1.0;
+        for (const Slope* s = slopeList; s != slopeEnd; ++s) {
+            double* column = jj + s->port * Pn;
+            const double* kq = kk + s->output * Pn;
+            const double slope = blocks[s->at];
+            KELM_UNROLL
+            for (int p = 0; p < Pn; ++p) column[p] -= kq[p] * slope;
         }
         bool solved;
         if (Pn == 1) {
             solved = std::fabs(jj[0]) > 0 && std::isfinite(jj[0]);
-            if (solved) dv[0] /= jj[0];
+            r[0] /= jj[0];
         } else if (Pn == 2) {
-            const double det = jj[0] * jj[3] - jj[1] * jj[2];
+            // By columns: J = [j0 j2; j1 j3]. Two divisions side by side finish sooner than a
+            // reciprocal and its products.
+            const double det = jj[0] * jj[3] - jj[2] * jj[1];
             solved = std::fabs(det) > 0 && std::isfinite(det);
-            if (solved) {
-                // Two divisions side by side finish sooner than a reciprocal and its products.
-                const double d0 = (jj[3] * dv[0] - jj[1] * dv[1]) / det;
-                const double d1 = (jj[0] * dv[1] - jj[2] * dv[0]) / det;
-                dv[0] = d0;
-                dv[1] = d1;
-            }
+            const double d0 = (jj[3] * r[0] - jj[2] * r[1]) / det;
+            const double d1 = (jj[0] * r[1] - jj[1] * r[0]) / det;
+            r[0] = d0;
+            r[1] = d1;
         } else {
-            solved = solveSmall(jj, Pn, dv);
+            solved = solveColumns<PS>(jj, Pn, r);
         }
         bool finite = solved;
-        for (int p = 0; p < Pn && finite; ++p) finite = std::isfinite(dv[p]);
+        KELM_UNROLL
+        for (int p = 0; p < Pn; ++p) finite = finite && std::isfinite(r[p]);
         if (!finite) {
             // No step from here: the evaluated point stands (never a NaN into the circuit).
+            KELM_UNROLL
             for (int q = 0; q < Qn; ++q) yl[q] = yy[q];
+            KELM_UNROLL
             for (int p = 0; p < Pn; ++p) vv[p] = ve[p];
             break;
         }
-        const bool done = takeStep(ve, dv, vv, Pn, lastStep);
+        const bool done = sized ? takeStepSized<PS>(ve, r, vv, lastStep) : takeStep(ve, r, vv, Pn, lastStep);
         // The devices' outputs carried linearly to the new point: with them, the rows of
         // the circuit agree with the new port voltages.
+        KELM_UNROLL
         for (int q = 0; q < Qn; ++q) yl[q] = yy[q];
-        for (int e = 0; e < deviceCount; ++e) {
-            const Device& d = deviceList[e];
-            const double* di = blocks + d.block;
-            const double* df = di + d.ports * d.ports;
-            const double* dvd = dv + d.port;
-            for (int a = 0; a < d.ports; ++a) {
-                double c = 0;
-                for (int b = 0; b < d.ports; ++b) c += di[a * d.ports + b] * dvd[b];
-                yl[d.port + a] -= c;
-            }
-            for (int f = 0; f < d.outputs; ++f) {
-                double c = 0;
-                for (int b = 0; b < d.ports; ++b) c += df[f * d.ports + b] * dvd[b];
-                yl[Pn + d.forced + f] -= c;
-            }
-        }
-        if (k >= most - 3 && solves % 50 == 0) std::printf("k %d v %g %g %g %g dv %g %g %g %g y %g %g %g %g\n", k, vv[0], vv[1], vv[2], vv[3], dv[0], dv[1], dv[2], dv[3], yy[0],yy[1],yy[2],yy[3]);
+        for (const Slope* s = slopeList; s != slopeEnd; ++s) yl[s->output] -= blocks[s->at] * r[s->port];
         if (done || k >= most) break;
     }
-    ++solves;
-    iterations += k;
-    capped += k >= most;
-}
-
-template <int PS, int QS>
-void NodalKernel::iterateSized(const double* base, const double* last, const double* Kp) {
-    // iterate() with the numbers of ports and outputs known: the devices' derivatives
-    // gathered into one dense QS x PS matrix, so that J = I - K dy/dv and the residual are
-    // plain products the compiler unrolls.
-    constexpr int FS = QS - PS;
-    double kk[PS][QS], vv[PS], ve[PS], yy[QS], jy[QS][PS] = {}, dv[PS];
-    KELM_UNROLL
-    for (int p = 0; p < PS; ++p)
-        KELM_UNROLL
-        for (int q = 0; q < QS; ++q) kk[p][q] = Kp[p * QS + q];
-    double b[PS];
-    KELM_UNROLL
-    for (int p = 0; p < PS; ++p) b[p] = base[p];
-    predictPorts(last, vv, PS);
-    const Device* deviceList = devices.data();
-    const int deviceCount = static_cast<int>(devices.size());
-    double* __restrict yl = yLin.data();
-    const int most = settings.maxIterations;
-    int k = 0;
-    double lastStep = 0;
-    for (;;) {
-        ++k;
-        KELM_UNROLL
-        for (int p = 0; p < PS; ++p) ve[p] = vv[p];
-        for (int e = 0; e < deviceCount; ++e) {
-            const Device& d = deviceList[e];
-            double block[maxDevicePorts * maxDevicePorts + maxForcedOutputs * maxDevicePorts];
-            d.component->evaluatePorts(ve + d.port, yy + d.port, block, yy + PS + d.forced, block + d.ports * d.ports);
-            for (int a = 0; a < d.ports; ++a)
-                for (int c = 0; c < d.ports; ++c) jy[d.port + a][d.port + c] = block[a * d.ports + c];
-            for (int f = 0; f < d.outputs; ++f)
-                for (int c = 0; c < d.ports; ++c) jy[PS + d.forced + f][d.port + c] = block[d.ports * d.ports + f * d.ports + c];
-        }
-        double j[PS * PS], r[PS];
-        KELM_UNROLL
-        for (int p = 0; p < PS; ++p) {
-            double residual = ve[p] - b[p];
-            KELM_UNROLL
-            for (int q = 0; q < QS; ++q) residual -= kk[p][q] * yy[q];
-            r[p] = residual;
-            KELM_UNROLL
-            for (int c = 0; c < PS; ++c) {
-                double e = p == c ? 1.0 : 0.0;
-                KELM_UNROLL
-                for (int q = 0; q < QS; ++q) e -= kk[p][q] * jy[q][c];
-                j[p * PS + c] = e;
-            }
-        }
-        bool solved;
-        if constexpr (PS == 1) {
-            solved = std::fabs(j[0]) > 0 && std::isfinite(j[0]);
-            dv[0] = r[0] / j[0];
-        } else if constexpr (PS == 2) {
-            const double det = j[0] * j[3] - j[1] * j[2];
-            solved = std::fabs(det) > 0 && std::isfinite(det);
-            // Two divisions side by side finish sooner than a reciprocal and its products.
-            dv[0] = (j[3] * r[0] - j[1] * r[1]) / det;
-            dv[1] = (j[0] * r[1] - j[2] * r[0]) / det;
-        } else {
-            solved = solveFixed<PS>(j, r);
-            KELM_UNROLL
-            for (int p = 0; p < PS; ++p) dv[p] = r[p];
-        }
-        bool finite = solved;
-        KELM_UNROLL
-        for (int p = 0; p < PS; ++p) finite = finite && std::isfinite(dv[p]);
-        if (!finite) {
-            // No step from here: the evaluated point stands (never a NaN into the circuit).
-            KELM_UNROLL
-            for (int q = 0; q < QS; ++q) yl[q] = yy[q];
-            KELM_UNROLL
-            for (int p = 0; p < PS; ++p) vv[p] = ve[p];
-            break;
-        }
-        const bool done = takeStepSized<PS>(ve, dv, vv, lastStep);
-        // The devices' outputs carried linearly to the new point: with them, the rows of
-        // the circuit agree with the new port voltages.
-        KELM_UNROLL
-        for (int q = 0; q < QS; ++q) {
-            double c = yy[q];
-            KELM_UNROLL
-            for (int p = 0; p < PS; ++p) c -= jy[q][p] * dv[p];
-            yl[q] = c;
-        }
-        if (done || k >= most) break;
-    }
-    (void)FS;
-    KELM_UNROLL
-    for (int p = 0; p < PS; ++p) v[p] = vv[p];
+    if constexpr (sized) std::copy(vv, vv + PS, v.data());
     ++solves;
     iterations += k;
     capped += k >= most;
@@ -777,18 +674,21 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
 
 template <int RS, int ZS>
 void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t frames) {
+    // Per sample: the states, the inputs, the rows' part from them (base), the port
+    // iteration, the rows with the devices' outputs. Coefficients by columns, so that each
+    // product is a sum of columns over all rows (vectorisable); with RS and ZS above 0 the
+    // numbers of rows and of z's entries are known to the compiler, and the coefficients
+    // and the rows live in the function's own arrays.
     constexpr bool sized = RS > 0;
     const int Rn = sized ? RS : R, Zn = sized ? ZS : Z;
     const int Sn = S, Kn = K, Pn = P, Qn = Q, Gn = G, On = O;
-    // The products' coefficients, and the rows of the last sample and of this one: in
-    // arrays of the function's own where their sizes are known, so that they stay in
-    // registers or at fixed places.
     double hzLocal[sized ? RS * ZS : 1];
-    double lastLocal[sized ? RS : 1], nowLocal[sized ? RS : 1], zLocal[sized ? ZS : 1];
+    double lastLocal[sized ? RS : 1], nowLocal[sized ? RS : 1], zLocal[sized ? ZS : 1], baseLocal[sized ? RS : 1];
     const double* __restrict hz = Hz.data();
     double* __restrict last = previous.data();
     double* __restrict cur = now.data();
     double* __restrict zz = z.data();
+    double* __restrict bs = base.data();
     if constexpr (sized) {
         std::copy(Hz.begin(), Hz.begin() + RS * ZS, hzLocal);
         std::copy(previous.begin(), previous.begin() + RS, lastLocal);
@@ -797,20 +697,20 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
         last = lastLocal;
         cur = nowLocal;
         zz = zLocal;
+        bs = baseLocal;
     }
     const double* __restrict fb = feedback.data();
     const double* __restrict hy = Hy.data();
-    double* __restrict bs = base.data();
+    const double* __restrict hg = Hg.data();
     const double* __restrict yl = yLin.data();
-    const scalar* in[8] = {};
-    for (int k = 0; k < Kn && k < 8; ++k) in[k] = inputs[k];
+    double corrections[8];
     for (size_t i = 0; i < frames; ++i) {
         // The reactive elements' states from the last sample's solution, then this sample's
         // inputs: z.
         for (int j = 0; j < Sn; ++j) zz[j] = fb[j] * zz[j] + last[Pn + j];
         for (int k = 0; k < Kn; ++k) {
             // Never a NaN or an infinity into the circuit: such an input counts as 0 V.
-            const double value = k < 8 ? (in[k] ? in[k][i] : 0.0) : (inputs[k] ? inputs[k][i] : 0.0);
+            const double value = inputs[k] ? inputs[k][i] : 0.0;
             zz[Sn + k] = std::isfinite(value) ? value : 0.0;
         }
         for (const Device& d : devices)
@@ -826,45 +726,54 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
         }
         // The inputs' and the constant's part first: the states' part ends the chain that
         // runs from sample to sample.
-        for (int r = 0; r < Rn; ++r) {
-            const double* h = hz + static_cast<size_t>(r) * Zn;
-            double sum = h[Zn - 1];
-            for (int j = Sn; j < Zn - 1; ++j) sum += h[j] * zz[j];
-            for (int j = 0; j < Sn; ++j) sum += h[j] * zz[j];
-            bs[r] = sum;
+        {
+            const double* constant = hz + (Zn - 1) * Rn;
+            KELM_UNROLL
+            for (int r = 0; r < Rn; ++r) bs[r] = constant[r];
+        }
+        for (int j = Sn; j < Zn - 1; ++j) {
+            const double* column = hz + j * Rn;
+            const double zj = zz[j];
+            KELM_UNROLL
+            for (int r = 0; r < Rn; ++r) bs[r] += column[r] * zj;
+        }
+        for (int j = 0; j < Sn; ++j) {
+            const double* column = hz + j * Rn;
+            const double zj = zz[j];
+            KELM_UNROLL
+            for (int r = 0; r < Rn; ++r) bs[r] += column[r] * zj;
         }
         if (Gn > 0) {
-            product(Vz.data(), Gn, Zn, zz, cz.data());
-            for (int r = 0; r < Rn; ++r) {
-                double c = 0;
-                for (int a = 0; a < Gn; ++a)
-                    for (int b = 0; b < Gn; ++b)
-                        c += Hg[static_cast<size_t>(r) * Gn + a] * M[static_cast<size_t>(a) * Gn + b] * cz[b];
-                bs[r] -= c;
+            conductanceCorrection(Vz.data(), Zn, zz, corrections);
+            for (int a = 0; a < Gn; ++a) {
+                const double* column = hg + a * Rn;
+                KELM_UNROLL
+                for (int r = 0; r < Rn; ++r) bs[r] -= column[r] * corrections[a];
             }
         }
         if (Pn > 0) (this->*portStep)(bs, last, Kc.data());
         // Every row from the inputs, the states and the devices' outputs.
-        for (int r = 0; r < Rn; ++r) {
-            const double* h = hy + static_cast<size_t>(r) * Qn;
-            double sum = bs[r];
-            for (int q = 0; q < Qn; ++q) sum += h[q] * yl[q];
-            cur[r] = sum;
+        KELM_UNROLL
+        for (int r = 0; r < Rn; ++r) cur[r] = bs[r];
+        for (int q = 0; q < Qn; ++q) {
+            const double* column = hy + q * Rn;
+            const double yq = yl[q];
+            KELM_UNROLL
+            for (int r = 0; r < Rn; ++r) cur[r] += column[r] * yq;
         }
         if (Gn > 0 && Qn > 0) {
-            product(Vy.data(), Gn, Qn, yl, cy.data());
-            for (int r = 0; r < Rn; ++r) {
-                double c = 0;
-                for (int a = 0; a < Gn; ++a)
-                    for (int b = 0; b < Gn; ++b)
-                        c += Hg[static_cast<size_t>(r) * Gn + a] * M[static_cast<size_t>(a) * Gn + b] * cy[b];
-                cur[r] -= c;
+            conductanceCorrection(Vy.data(), Qn, yl, corrections);
+            for (int a = 0; a < Gn; ++a) {
+                const double* column = hg + a * Rn;
+                KELM_UNROLL
+                for (int r = 0; r < Rn; ++r) cur[r] -= column[r] * corrections[a];
             }
         }
         // The ports where the iteration left them (the rows agree with them to rounding).
         for (int p = 0; p < Pn; ++p) cur[p] = v[p];
         for (int o = 0; o < On; ++o) outputs[o][i] = static_cast<scalar>(cur[outputRows[o]]);
         if constexpr (sized) {
+            KELM_UNROLL
             for (int r = 0; r < RS; ++r) last[r] = cur[r];
         } else {
             std::swap(last, cur);
@@ -877,15 +786,29 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
     for (int k = 0; k < Kn; ++k) w[k] = zz[Sn + k];
 }
 
+void NodalKernel::conductanceCorrection(const double* V, int columns, const double* x, double* out) const {
+    // M (V x): the conductances' share of the rows, before the columns of Hg.
+    double vx[8];
+    for (int a = 0; a < G; ++a) {
+        double sum = 0;
+        for (int j = 0; j < columns; ++j) sum += V[a * columns + j] * x[j];
+        vx[a] = sum;
+    }
+    for (int a = 0; a < G; ++a) {
+        double sum = 0;
+        for (int b = 0; b < G; ++b) sum += M[static_cast<size_t>(a) * G + b] * vx[b];
+        out[a] = sum;
+    }
+}
+
 template <int SS, int KS, int OS>
 void NodalKernel::runLinear(BufferList& inputs, BufferList& outputs, size_t frames) {
     // runSamples for a linear circuit without conductances that follow the signal: the rows
-    // are the states' senses, then the outputs. The same arithmetic in the same order, with
-    // every size known and the state in registers.
+    // are the states' senses, then the outputs. Every size known and the state in registers.
     constexpr int RS = SS + OS, ZS = SS + KS + 1;
     double h[RS][ZS], fb[SS > 0 ? SS : 1], s[SS > 0 ? SS : 1], last[RS], w[KS > 0 ? KS : 1];
     for (int r = 0; r < RS; ++r)
-        for (int j = 0; j < ZS; ++j) h[r][j] = Hz[static_cast<size_t>(r) * ZS + j];
+        for (int j = 0; j < ZS; ++j) h[r][j] = Hz[static_cast<size_t>(j) * RS + r];
     for (int j = 0; j < SS; ++j) {
         fb[j] = feedback[j];
         s[j] = z[j];

@@ -105,6 +105,9 @@ private:
     // (Re)computes the Woodbury factor M and the corrected port matrix for the present
     // signal conductances.
     void updateConductanceTerms();
+    // M (V x) for the conductances' row patterns V (G rows of `columns`): what each
+    // conductance's column of Hg is to be taken by, less.
+    void conductanceCorrection(const double* V, int columns, const double* x, double* out) const;
     void probeSources(const double* inputValues, double* rhs);
     double rowOf(const scalar* x, int r) const;
 
@@ -135,6 +138,12 @@ private:
         int first, count;  // in terms
     };
     std::vector<Device> devices;
+    // The devices' derivatives in the order of their blocks: output `output` of y by port
+    // `port` of v, at `at` in jacobians.
+    struct Slope {
+        int output, port, at;
+    };
+    std::vector<Slope> slopes;
     std::vector<Memory> memories;
     std::vector<Signal> signals;
     std::vector<size_t> sources;  // component indices of the affine sources
