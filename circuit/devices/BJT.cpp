@@ -145,7 +145,10 @@ double BJT::collectorCharge(double vbc, double& dvbc) const {
 }
 
 void BJT::charges(const double* v, double* q) const {
-    const double vbe = sign * v[0], vbc = sign * (v[0] - v[1]);
+    // A solution whose iteration stopped short may leave a junction far beyond the point the
+    // device was last evaluated at: the charges are taken no further than a step from there.
+    const double vbe = Junction::limit(sign * v[0], lastVbe, vt, vcrit);
+    const double vbc = Junction::limit(sign * (v[0] - v[1]), lastVbc, vt, vcrit);
     double a, b;
     q[0] = emitterCharge(vbe, vbc, a, b);
     q[1] = collectorCharge(vbc, a);

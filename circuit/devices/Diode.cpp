@@ -75,8 +75,11 @@ double Diode::junctionCurrent(double v, double& g) const {
 }
 
 void Diode::charges(const double* v, double* q) const {
+    // A solution whose iteration stopped short may leave the junction far beyond the point it
+    // was last evaluated at: the charge is taken no further than a step from there.
+    const double vd = Junction::limit(v[0], last, nvt, vcrit);
     double c, g;
-    q[0] = charge[0].depletion(v[0], c) + tt * junctionCurrent(v[0], g);
+    q[0] = charge[0].depletion(vd, c) + tt * junctionCurrent(vd, g);
 }
 
 void Diode::evaluatePorts(double* v, double* i, double* di, double*, double*) {

@@ -4,18 +4,25 @@
 
 namespace kelm {
 
+namespace {
+// The sample rate (Hz) at which an unknown's scale makes D's diagonal -1; any other rate
+// leaves it within a small factor of one.
+constexpr double kScaleRate = 96000;
+} // namespace
+
 void Windings::setInductances(int windings, double l11, double l22, double m) {
     count = windings;
     inductance[0][0] = l11;
     inductance[1][1] = l22;
     inductance[0][1] = inductance[1][0] = m;
+    for (int j = 0; j < count; ++j) scale[j] = inductance[j][j] > 0 ? 2 * kScaleRate * inductance[j][j] : 1;
     const int k = 2 * count;
     b.resize(k, count);
     c.resize(count, k);
     d.resize(count, count);
     for (int j = 0; j < count; ++j) {
-        b(2 * j, j) = 1;
-        b(2 * j + 1, j) = -1;
+        b(2 * j, j) = static_cast<scalar>(1 / scale[j]);
+        b(2 * j + 1, j) = static_cast<scalar>(-1 / scale[j]);
         c(j, 2 * j) = 1;
         c(j, 2 * j + 1) = -1;
     }
@@ -31,9 +38,8 @@ scalar** Windings::getC() { return c.rows(); }
 
 scalar** Windings::getD() {
     if (context->getAnalysisType() == 0) return nullptr;
-    const double z = 2 * rate();
     for (int j = 0; j < count; ++j)
-        for (int l = 0; l < count; ++l) d(j, l) = static_cast<scalar>(-z * inductance[j][l]);
+        for (int l = 0; l < count; ++l) d(j, l) = static_cast<scalar>(-impedance(j, l));
     return d.rows();
 }
 
@@ -44,7 +50,6 @@ scalar* Windings::getRhs(scalar*) {
 
 bool Windings::describeMemory(MemoryModel& model) {
     const int k = 2 * count;
-    const double z = 2 * rate();
     model = MemoryModel();
     model.states = count;
     model.senses = 2 * count;
@@ -55,7 +60,7 @@ bool Windings::describeMemory(MemoryModel& model) {
         model.sensePlus[count + j] = 2 * j;
         model.senseMinus[count + j] = 2 * j + 1;
         model.inject[k + j][j] = 1;
-        for (int l = 0; l < count; ++l) model.gain[j][l] = -z * inductance[j][l];
+        for (int l = 0; l < count; ++l) model.gain[j][l] = -impedance(j, l);
         model.gain[j][count + j] = -1;
     }
     return true;
@@ -83,12 +88,14 @@ void Windings::nextSample() {
     const DenseVector& x = context->solution();
     const NodeIndices& n = getNodes();
     auto at = [&x](int row) { return row < 0 ? 0.0 : static_cast<double>(x[row]); };
-    const double z = 2 * rate();
-    for (int j = 0; j < count; ++j) current[j] = at(firstExtraVariable + j);
+    double w[2];
     for (int j = 0; j < count; ++j) {
-        const double v = at((*n)[2 * j]) - at((*n)[2 * j + 1]);
-        double s = -v;
-        for (int l = 0; l < count; ++l) s -= z * inductance[j][l] * current[l];
+        w[j] = at(firstExtraVariable + j);
+        current[j] = w[j] / scale[j];
+    }
+    for (int j = 0; j < count; ++j) {
+        double s = -(at((*n)[2 * j]) - at((*n)[2 * j + 1]));
+        for (int l = 0; l < count; ++l) s -= impedance(j, l) * w[l];
         state[j] = s;
     }
     refreshRhs();
