@@ -160,8 +160,13 @@ void BJT::evaluatePorts(double* v, double* i, double* di, double*, double*) {
         vbe = lastVbe;
         vbc = lastVbc;
     }
-    vbe = Junction::limit(vbe, lastVbe, vt, vcrit);
-    vbc = Junction::limit(vbc, lastVbc, vt, vcrit);
+    if (firstOperatingPoint()) {
+        vbe = vcrit;
+        vbc = 0;
+    } else {
+        vbe = Junction::limit(vbe, lastVbe, vt, vcrit);
+        vbc = Junction::limit(vbc, lastVbc, vt, vcrit);
+    }
     lastVbe = vbe;
     lastVbc = vbc;
     v[0] = sign * vbe;

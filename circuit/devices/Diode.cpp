@@ -84,7 +84,9 @@ void Diode::charges(const double* v, double* q) const {
 
 void Diode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     double vd = std::isfinite(v[0]) ? v[0] : last;
-    if (breakdown && vd < std::min(0.0, -knee + 10 * nvt)) {
+    if (firstOperatingPoint()) {
+        vd = vcrit;
+    } else if (breakdown && vd < std::min(0.0, -knee + 10 * nvt)) {
         // Into breakdown the step is limited as a forward step of the mirrored junction.
         const double mirrored = Junction::limit(-(vd + knee), -(last + knee), nvt, vcrit);
         vd = -(mirrored + knee);

@@ -104,10 +104,14 @@ void JFET::evaluatePorts(double* v, double* i, double* di, double*, double*) {
         vgs = lastVgs;
         vgd = lastVgd;
     }
-    vgs = Junction::limit(vgs, lastVgs, nvt, vcrit);
-    vgd = Junction::limit(vgd, lastVgd, nvt, vcrit);
-    vgs = Junction::fetLimit(vgs, lastVgs, vto);
-    vgd = Junction::fetLimit(vgd, lastVgd, vto);
+    if (firstOperatingPoint()) {
+        vgs = vgd = -1;
+    } else {
+        vgs = Junction::limit(vgs, lastVgs, nvt, vcrit);
+        vgd = Junction::limit(vgd, lastVgd, nvt, vcrit);
+        vgs = Junction::fetLimit(vgs, lastVgs, vto);
+        vgd = Junction::fetLimit(vgd, lastVgd, vto);
+    }
     lastVgs = vgs;
     lastVgd = vgd;
     const double vds = vgs - vgd;

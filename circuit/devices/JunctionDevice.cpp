@@ -82,6 +82,12 @@ scalar** JunctionDevice::getG() {
 
 bool JunctionDevice::charging() const { return chargeCount > 0 && context->getAnalysisType() == 1; }
 
+bool JunctionDevice::firstOperatingPoint() {
+    if (started) return false;
+    started = true;
+    return context->getAnalysisType() == 0;
+}
+
 double JunctionDevice::stepRate() const { return 2.0 * static_cast<double>(context->getSampleRate()); }
 
 void JunctionDevice::acceptPorts(const double* v) {

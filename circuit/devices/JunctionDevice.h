@@ -56,6 +56,12 @@ protected:
     // diagonal by gmin), and returns whether all were finite.
     bool keepFinite(double* i, double* di) const;
 
+    // True once, at the device's first evaluation in an operating point: there it starts
+    // from SPICE's initial junction voltages (a forward junction at its critical voltage)
+    // instead of the solver's zero start, from which a junction fed by a supply would be
+    // limited to so small a conductance that the first step barely moves.
+    bool firstOperatingPoint();
+
     static constexpr int maxCharges = 3;
     JunctionCharge charge[maxCharges];
     int chargeCount = 0;
@@ -76,6 +82,7 @@ private:
     std::vector<Series> series;
     Stamp seriesStamp;
     bool fresh = true;
+    bool started = false;
 };
 
 } // namespace kelm
