@@ -6,6 +6,7 @@ values and model cards (the cards read from circuit/devices/SemiconductorModels.
 parameter an element overrides), run by ngspice with the trapezoidal rule at a step of at most
 1/192000 s, and written to tests/data/devices/NAME.txt:
 
+  settle SECONDS                when the stored periods start
   op NODE VOLTS                 the operating point, one line per named node
   tran AMPLITUDE V0 V1 ...      the output at 192 kHz over the last two periods of a 1 kHz
                                 sine of that amplitude (V) after SETTLE seconds
@@ -22,16 +23,18 @@ import xml.etree.ElementTree as ET
 
 RATE = 192000
 FREQUENCY = 1000
-SETTLE = 0.25  # seconds before the stored periods
+SETTLE = 0.25  # seconds before the stored periods, unless a circuit gives its own
 PERIODS = 2
 
+# Circuit: amplitudes (V), and optionally its own settling time (s). The wah's output coupling
+# (1 uF into 100k) holds a start-up offset for some tenths of a second.
 CIRCUITS = {
     "diode-clipper": [0.3, 1.0, 4.0],
     "opamp-overdrive": [0.01, 0.05, 0.3],
     "fuzz-face": [0.01, 0.05, 0.2],
     "fuzz-face-silicon": [0.01, 0.05, 0.2],
     "jfet-booster": [0.01, 0.1, 0.3],
-    "wah": [0.1, 0.5, 1.0],
+    "wah": ([0.1, 0.5, 1.0], 1.0),
     "transformer-stage": [0.01, 0.05, 0.2],
 }
 
@@ -52,7 +55,7 @@ def node(name):
     return "0" if name in ("GND", "0") else name
 
 
-def netlist(path, amplitude, op_file, tran_file):
+def netlist(path, amplitude, op_file, tran_file, settle):
     cards = model_cards()
     graph = ET.parse(path).getroot().find(".//Graph")
     lines, models, named = ["* " + os.path.basename(path)], [], []
@@ -97,18 +100,18 @@ def netlist(path, amplitude, op_file, tran_file):
             raise SystemExit(f"{path}: no SPICE counterpart for {kind}")
     out = graph.find("Output/Node").get("Name")
     h = 1.0 / RATE
-    stop = SETTLE + PERIODS / FREQUENCY
+    stop = settle + PERIODS / FREQUENCY
     lines += models
     lines += [".options method=trap reltol=1e-6 abstol=1e-14 vntol=1e-9 gmin=1e-12 itl1=1000 itl4=100",
               ".control", "op", "wrdata %s %s" % (op_file, " ".join(f"v({n})" for n in named)),
-              f"tran {h:.12g} {stop:.12g} {SETTLE - 2 * h:.12g} {h:.12g}",
+              f"tran {h:.12g} {stop:.12g} {settle - 2 * h:.12g} {h:.12g}",
               f"linearize v({out})", f"wrdata {tran_file} v({out})", ".endc", ".end"]
     return "\n".join(lines) + "\n", named
 
 
-def run(name, amplitude, tmp):
+def run(name, amplitude, tmp, settle):
     cir, op_file, tran_file = (os.path.join(tmp, x) for x in ("c.cir", "op.txt", "tran.txt"))
-    text, named = netlist(os.path.join(ROOT, "examples", name + ".xml"), amplitude, op_file, tran_file)
+    text, named = netlist(os.path.join(ROOT, "examples", name + ".xml"), amplitude, op_file, tran_file, settle)
     open(cir, "w").write(text)
     subprocess.run(["ngspice", "-b", cir], capture_output=True, text=True)
     op = open(op_file).read().split()
@@ -117,7 +120,7 @@ def run(name, amplitude, tmp):
     for line in open(tran_file):
         t, v = (float(x) for x in line.split())
         samples[round(t * RATE)] = v
-    first = round(SETTLE * RATE)
+    first = round(settle * RATE)
     count = PERIODS * RATE // FREQUENCY
     tran = [samples[n] for n in range(first, first + count)]
     return dict(zip(named, values)), tran
@@ -126,13 +129,14 @@ def run(name, amplitude, tmp):
 def main():
     out_dir = os.path.join(ROOT, "tests/data/devices")
     os.makedirs(out_dir, exist_ok=True)
-    for name, amplitudes in CIRCUITS.items():
+    for name, spec in CIRCUITS.items():
         if len(sys.argv) > 1 and name not in sys.argv[1:]:
             continue
+        amplitudes, settle = spec if isinstance(spec, tuple) else (spec, SETTLE)
         with tempfile.TemporaryDirectory() as tmp:
-            lines = []
+            lines = [f"settle {settle}"]
             for k, a in enumerate(amplitudes):
-                op, tran = run(name, a, tmp)
+                op, tran = run(name, a, tmp, settle)
                 if k == 0:
                     lines += [f"op {n} {v:.9g}" for n, v in op.items()]
                 lines.append(f"tran {a} " + " ".join(f"{v:.7g}" for v in tran))
