@@ -9,12 +9,18 @@
 #include "circuit/Resistor.h"
 #include "circuit/VCVS.h"
 #include "circuit/VoltageInputSource.h"
+#include "circuit/devices/BJT.h"
+#include "circuit/devices/Diode.h"
 #include "circuit/devices/IdealAmplifier.h"
 #include "circuit/devices/IdealDifferentialAmplifier.h"
+#include "circuit/devices/Inductor.h"
+#include "circuit/devices/JFET.h"
 #include "circuit/devices/LookupTableAmp.h"
+#include "circuit/devices/MOSFET.h"
 #include "circuit/devices/OpAmp.h"
 #include "circuit/devices/Pentode.h"
 #include "circuit/devices/SourceAdmittance.h"
+#include "circuit/devices/Transformer.h"
 #include "circuit/devices/Triode.h"
 #include "engine/GraphTypes.h"
 
@@ -52,6 +58,12 @@ void registerCircuitTypes() {
     types.add("Pentode", make<Pentode>);
     types.add("LookupTableAmp", make<LookupTableAmp>);
     types.add("SourceAdmittance", make<SourceAdmittance>);
+    types.add("Diode", make<Diode>);
+    types.add("BJT", make<BJT>);
+    types.add("JFET", make<JFET>);
+    types.add("MOSFET", make<MOSFET>);
+    types.add("Inductor", make<Inductor>);
+    types.add("Transformer", make<Transformer>);
     graphTypes().add("MNA", [](const pugi::xml_node& node, const std::string& name) {
         GraphPtr graph;
         CircuitParser().parse(graph, node, name);

@@ -1,0 +1,39 @@
+#pragma once
+#include "circuit/devices/JunctionDevice.h"
+
+namespace kelm {
+
+// A bipolar transistor as SPICE's Gummel-Poon transport model without its second-order
+// terms: nodes collector, base, emitter. "Model" names a built-in card; "Polarity" is "NPN"
+// or "PNP" (default the card's, else NPN); Is, Bf, Br, Nf, Nr, Vaf, Var, Ikf, Ikr, Ise, Ne,
+// Isc, Nc, Rb, Rc, Re, Cje, Vje, Mje, Cjc, Vjc, Mjc, Fc, Tf, Tr override it (SPICE's units).
+// Its ports are base-emitter and collector-emitter: their currents are the base and
+// collector currents (A).
+class BJT : public JunctionDevice {
+public:
+    void init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& nodeNames,
+              const std::shared_ptr<MNAContext>& context) override;
+    void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override;
+
+    // The DC base and collector currents (A) of an NPN at the junction voltages vbe, vbc
+    // (V), with their slopes: d[0] = dIb/dVbe, d[1] = dIb/dVbc, d[2] = dIc/dVbe, d[3] = dIc/dVbc.
+    void transport(double vbe, double vbc, double& ib, double& ic, double* d) const;
+
+protected:
+    void derive() override;
+    void charges(const double* v, double* q) const override;
+
+private:
+    // The base-emitter charge at vbe, vbc with its slopes, and the base-collector charge.
+    double emitterCharge(double vbe, double vbc, double& dvbe, double& dvbc) const;
+    double collectorCharge(double vbc, double& dvbc) const;
+
+    double is = 1e-16, bf = 100, br = 1, nf = 1, nr = 1, vaf = 0, var = 0, ikf = 0, ikr = 0, ise = 0, ne = 1.5,
+           isc = 0, nc = 2, rb = 0, rc = 0, re = 0, cje = 0, vje = 0.75, mje = 0.33, cjc = 0, vjc = 0.75,
+           mjc = 0.33, fc = 0.5, tf = 0, tr = 0;
+    double sign = 1;  // -1 for PNP
+    double vt = 0, vcrit = 0;
+    double lastVbe = 0, lastVbc = 0;
+};
+
+} // namespace kelm

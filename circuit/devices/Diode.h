@@ -1,0 +1,29 @@
+#pragma once
+#include "circuit/devices/JunctionDevice.h"
+
+namespace kelm {
+
+// A junction diode as SPICE's level-1 diode: nodes anode, cathode. "Model" names a built-in
+// card; "Is" (A), "N", "Rs" (ohms), "Bv" (V, breakdown only where given), "Ibv" (A), "Cjo"
+// (F), "Vj" (V), "M", "Fc" and "Tt" (s) override it. Its port is the junction (V, A).
+class Diode : public JunctionDevice {
+public:
+    void init(const std::string& name, const PropertyMapPtr& properties, const NodeNames& nodeNames,
+              const std::shared_ptr<MNAContext>& context) override;
+    void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override;
+
+    // The junction current (A) and its slope (S) at v (V), without charge: the DC law.
+    double junctionCurrent(double v, double& g) const;
+
+protected:
+    void derive() override;
+    void charges(const double* v, double* q) const override;
+
+private:
+    double is = 1e-14, n = 1, rs = 0, bv = 0, ibv = 1e-3, cjo = 0, vj = 1, m = 0.5, fc = 0.5, tt = 0;
+    bool breakdown = false;
+    double nvt = 0, vcrit = 0, knee = 0;  // knee: the breakdown voltage where the current is Ibv
+    double last = 0;                      // the junction voltage of the last evaluation
+};
+
+} // namespace kelm

@@ -1,0 +1,88 @@
+#pragma once
+#include <string>
+#include <vector>
+
+#include "circuit/PortComponent.h"
+#include "circuit/Stamp.h"
+#include "circuit/devices/JunctionCharge.h"
+
+namespace kelm {
+
+// What the semiconductor devices share: their SPICE parameters read from the element over
+// its built-in model card and changed at run time by name, series resistances on internal
+// nodes, the memory of their junction charges, and outputs kept finite. Resistances in
+// ohms; the other units are SPICE's.
+class JunctionDevice : public PortComponent {
+public:
+    scalar** getG() override;
+    bool hasPortMemory() const override { return chargeCount > 0; }
+    void acceptPorts(const double* v) override;
+    void analysisChanged(int oldType, int newType) override;
+    void propertiesChanged(const PropertyMapPtr& properties) override;
+    void propertyChanged(const std::string& name, scalar value) override;
+    using Element::propertyChanged;
+
+protected:
+    // The limits of a parameter's value.
+    enum Range { any, positive, nonNegative };
+    // Declares a numeric parameter: its property name, where it is kept, its value where
+    // neither the element nor the model gives one, and its range. Call in init, in order.
+    void declare(const char* name, double& value, double fallback, Range range = any);
+    // Reads the declared parameters from p (missing ones take their fallback) and checks them.
+    void readParameters(const PropertyMap& p);
+    // Recomputes what follows from the parameters (critical voltages, charge coefficients);
+    // called after every read and change.
+    virtual void derive() = 0;
+
+    // Checks the node count, naming the element and its nodes in order where it is wrong.
+    void requireNodes(int count, const char* type, const char* order);
+    // The "Polarity" property against two allowed names: true for the second, false for the
+    // first; without one, `fallback`. Throws naming an unknown polarity.
+    bool readPolarity(const PropertyMap& p, const char* first, const char* second, bool fallback);
+
+    // A series resistance r (ohms) between `terminal` and a new internal node named after
+    // `suffix`, where r is not negligible; returns the terminal the device's ports use.
+    int addSeries(int terminal, double& r, const char* suffix);
+
+    // The charge memory: the device's charges (C) at port voltages v, one per JunctionCharge
+    // in `charge`; chargeCount of them (0 for none).
+    virtual void charges(const double* v, double* q) const = 0;
+    // Whether the charges' currents enter the evaluation now: in a transient, with charges.
+    bool charging() const;
+    // The trapezoidal rule's step rate (twice the sample rate, 1/s).
+    double stepRate() const;
+
+    // Replaces anything not finite among the P port currents and their Jacobian by 0 (the
+    // diagonal by gmin), and returns whether all were finite.
+    bool keepFinite(double* i, double* di) const;
+
+    // True once, at the device's first evaluation in an operating point: there it starts
+    // from SPICE's initial junction voltages (a forward junction at its critical voltage)
+    // instead of the solver's zero start, from which a junction fed by a supply would be
+    // limited to so small a conductance that the first step barely moves.
+    bool firstOperatingPoint();
+
+    static constexpr int maxCharges = 3;
+    JunctionCharge charge[maxCharges];
+    int chargeCount = 0;
+
+private:
+    struct Parameter {
+        const char* name;
+        double* value;
+        double fallback;
+        Range range;
+    };
+    struct Series {
+        int outer, inner;
+        double* resistance;
+    };
+    void check(const Parameter& p, double v) const;
+    std::vector<Parameter> parameters;
+    std::vector<Series> series;
+    Stamp seriesStamp;
+    bool fresh = true;
+    bool started = false;
+};
+
+} // namespace kelm
