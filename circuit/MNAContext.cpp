@@ -496,7 +496,8 @@ DenseMatrix& MNAContext::computeJacobian(DenseVector& xv) {
     return M;
 }
 
-void MNAContext::addJacobianStamps(scalar* xp, scalar* m) {
+template <typename T>
+void MNAContext::jacobianStampsInto(scalar* xp, T* m) {
     const Entry* e = entries.data();
     for (const EntryRange& range : jacobianStamps) {
         scalar** stamp = range.component->getJacobian(xp);
@@ -504,6 +505,10 @@ void MNAContext::addJacobianStamps(scalar* xp, scalar* m) {
         for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t) m[t->dest] += stamp[t->a][t->b];
     }
 }
+
+void MNAContext::addJacobianStamps(scalar* xp, scalar* m) { jacobianStampsInto(xp, m); }
+
+void MNAContext::addJacobianStamps(scalar* xp, double* m) { jacobianStampsInto(xp, m); }
 
 const ScalarVectorPtr& MNAContext::getOutputs() {
     if (outputNames)

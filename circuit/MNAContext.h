@@ -58,6 +58,7 @@ public:
     // Adds the Jacobian stamps of the nonlinear components at x to the T by T
     // column-major matrix J (whose copy of A the caller made).
     void addJacobianStamps(scalar* x, scalar* J);
+    void addJacobianStamps(scalar* x, double* J);
     // addVaryingRhs(x, rhs) and addJacobianStamps(x, J) in one pass: a component with
     // both is evaluated once (Component::evaluate).
     void addVaryingRhsAndStamps(scalar* x, scalar* rhs, scalar* J);
@@ -202,6 +203,8 @@ private:
     void accumulateRhs(const std::vector<EntryRange>& list, scalar* x, scalar* rhs);
     // Adds the present stamps of the signal-dependent components to M.
     void addSignalStamps(scalar* M);
+    template <typename T>
+    void jacobianStampsInto(scalar* x, T* m);
     void buildPorts();
     // A port term: entry `source` of a component's rhs goes to port `port`
     // times `sign` (1 or -1), or, with `fixedRow` not -1, is the value of that

@@ -7,6 +7,7 @@
 #include "math/DenseKernels.h"
 #include "circuit/MNAContext.h"
 #include "engine/Str.h"
+#include "math/WideLU.h"
 #include "solvers/KernelChooser.h"
 #include "solvers/SolverProperties.h"
 
@@ -62,12 +63,17 @@ void NewtonSolver::init(const std::shared_ptr<MNAContext>& ctx) {
     for (DenseVector* v : {&x0, &predicted, &previous, &xm1, &xm2, &f, &dx, &errors, &b}) v->setZero(n);
     xWide.assign(n, 0.0);
     bWide.assign(n, 0.0);
+    stepWide.assign(n, 0.0);
+    jacobianWide.assign(static_cast<size_t>(n) * n, 0.0);
+    blockWide.assign(static_cast<size_t>(n) * n, 0.0);
     initialized = true;
 }
 
 void NewtonSolver::initMatrix() {
     context->assembleMatrix();
     A = context->matrix();
+    matrixWide.assign(static_cast<size_t>(A.rows()) * A.rows(), 0.0);
+    context->assembleMatrix(matrixWide.data());
     if (fixedPointSteps > 0) fixedPointLU.compute(A);
     if (initialized) {
         if (A.rows() != n) throw KELMException("Newton Solver.initMatrix: a changed number of rows after initialization.");
@@ -87,6 +93,7 @@ void NewtonSolver::restamp() {
     }
     context->restampSignalDependent();
     std::copy(context->matrix().data(), context->matrix().data() + A.size(), A.data());
+    context->assembleMatrix(matrixWide.data());
 }
 
 std::unique_ptr<SampleKernel> NewtonSolver::makeKernel(int inputs, int outputs, std::string& reason) {
@@ -115,33 +122,43 @@ void NewtonSolver::predict(DenseVector& x) {
     std::copy(x.data(), x.data() + n, xm1.data());
 }
 
-void NewtonSolver::reducedSolve(DenseMatrix& J) {
+void NewtonSolver::reducedSolve(double* J) {
+    // Forced unknowns move in one step to their values; their columns leave the system.
+    double* bd = bWide.data();
     for (int i = m; i < n; ++i) {
-        const float bi = b[i];
-        const float* col = J.data() + static_cast<std::ptrdiff_t>(i) * lda;
-        for (int r = 0; r < m; ++r) b[r] -= bi * col[r];
-        dx[i] = bi;
+        const double bi = bd[i];
+        const double* col = J + static_cast<std::ptrdiff_t>(i) * n;
+        for (int r = 0; r < m; ++r) bd[r] -= bi * col[r];
+        stepWide[i] = bi;
     }
-    status = ludcmp(m, J.data(), lda, pivots.data());
-    if (status != 0) throw KELMException(str("ludcmp returned error: ", status));
-    status = lubksb(m, J.data(), lda, pivots.data(), dx.data(), b.data());
-    if (status != 0) throw KELMException(str("lubksb returned error: ", status));
+    // The leading m by m block, transposed into rows for the factorisation.
+    double* block = blockWide.data();
+    for (int c = 0; c < m; ++c)
+        for (int r = 0; r < m; ++r) block[r * m + c] = J[static_cast<std::ptrdiff_t>(c) * n + r];
+    if (!WideLU::factor(block, m, pivots.data())) throw KELMException(str("ludcmp returned error: ", -1));
+    for (int r = 0; r < m; ++r) stepWide[r] = bd[r];
+    WideLU::solve(block, m, pivots.data(), stepWide.data());
 }
 
 bool NewtonSolver::solve(DenseVector& x) {
     if (!initialized) throw KELMException("NewtonSolver: Not initialized.");
     std::copy(x.data(), x.data() + n, x0.data());
     if (accelerate) predict(x);
-    std::fill(dx.data(), dx.data() + n, 0.0f);
-    // Unknowns and residual in double within the sample, as in solveSmall.
+    // The iteration in double: A and the Jacobian summed in double (a small conductance
+    // beside a large one keeps its digits), the unknowns, the residual and the step.
     double* __restrict xd = xWide.data();
     double* __restrict bd = bWide.data();
+    double* __restrict step = stepWide.data();
+    double* __restrict J = jacobianWide.data();
+    const double* __restrict Ad = matrixWide.data();
+    const size_t cells = static_cast<size_t>(n) * n;
     for (int i = 0; i < n; ++i) xd[i] = x0[i];
+    std::fill(step, step + n, 0.0);
     int k = 0;
     while (k < maxIter) {
         ++k;
         context->computeRhs(x0, f);
-        // Where a limiter moved an unknown, the iteration goes on from there (as in SmallRun).
+        // Where a limiter moved an unknown, the iteration goes on from there.
         for (int i = 0; i < n; ++i)
             if (x0[i] != static_cast<float>(xd[i])) xd[i] = x0[i];
         std::copy(x0.data(), x0.data() + n, previous.data());
@@ -149,29 +166,30 @@ bool NewtonSolver::solve(DenseVector& x) {
             for (int i = 0; i < n; ++i) bd[i] = -static_cast<double>(f[i]);
             for (int j = 0; j < n; ++j) {
                 const double t = xd[j];
-                const float* column = A.data() + static_cast<std::ptrdiff_t>(j) * n;
+                const double* column = Ad + static_cast<std::ptrdiff_t>(j) * n;
                 for (int i = 0; i < n; ++i) bd[i] += column[i] * t;
             }
-            for (int i = 0; i < n; ++i) b[i] = static_cast<float>(bd[i]);
-            DenseMatrix& J = context->computeJacobian(x0);
-            if (!diagonal)
+            std::copy(Ad, Ad + cells, J);
+            context->addJacobianStamps(x0.data(), J);
+            if (!diagonal) {
                 reducedSolve(J);
-            else
-                for (int i = 0; i < n; ++i) dx[i] = b[i] * reciprocal(J(i, i));
+            } else {
+                for (int i = 0; i < n; ++i) step[i] = bd[i] / J[static_cast<std::ptrdiff_t>(i) * n + i];
+            }
             for (int i = 0; i < n; ++i) {
-                xd[i] -= relaxation * dx[i];
+                xd[i] -= relaxation * step[i];
                 x0[i] = static_cast<float>(xd[i]);
             }
         } else {
             x0.noalias() = fixedPointLU.solve(f);
-            dx = x0 - previous;
-            x0 = previous + relaxation * dx;
-            for (int i = 0; i < n; ++i) xd[i] = x0[i];
+            for (int i = 0; i < n; ++i) {
+                step[i] = static_cast<double>(x0[i]) - previous[i];
+                xd[i] = previous[i] + relaxation * step[i];
+                x0[i] = static_cast<float>(xd[i]);
+            }
         }
-        for (int i = 0; i < n; ++i) errors[i] = std::fabs(dx[i]) - relativeTollerance * std::fabs(x0[i]);
-        float worst = n > 0 ? errors[0] : 0.0f;
-        for (int i = 1; i < n; ++i)
-            if (errors[i] > worst) worst = errors[i];
+        double worst = n > 0 ? std::fabs(step[0]) - relativeTollerance * std::fabs(xd[0]) : 0.0;
+        for (int i = 1; i < n; ++i) worst = std::max(worst, std::fabs(step[i]) - relativeTollerance * std::fabs(xd[i]));
         if (!(worst > 0)) break;
     }
     if (accelerate) std::copy(x0.data(), x0.data() + n, previous.data());

@@ -30,7 +30,9 @@ public:
     long cappedCount() const { return capped; }
 
 private:
-    void reducedSolve(DenseMatrix& J);
+    // The Newton step from the residual (bWide) and the Jacobian J (double, column-major),
+    // into stepWide.
+    void reducedSolve(double* J);
     void predict(DenseVector& x);
 
     float relativeTollerance = 0;
@@ -48,7 +50,7 @@ private:
     DenseVector f, previous, dx, errors, b, xm1, xm2, x0, predicted;
     // The unknowns within a sample and the residual, in double: the residual A x - f
     // cancels terms of the order of the supply.
-    std::vector<double> xWide, bWide;
+    std::vector<double> xWide, bWide, stepWide, matrixWide, jacobianWide, blockWide;
     int n = 0;
     int m = 0;
     int lda = 0;

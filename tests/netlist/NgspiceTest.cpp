@@ -172,16 +172,14 @@ TEST(NetlistNgspice, HighGainESourceStageConvergesAndAgrees) {
     EXPECT_LE(solver->lastIterations(), 3);
 }
 
-// These need the semiconductor and inductor elements (Diode, BJT, JFET, Inductor), which
-// are being written; their netlists and references are ready. Enable them when the
-// elements land.
-TEST(NetlistNgspice, DISABLED_OpAmpOverdriveWithADiodePair) {
+// The semiconductor and inductor elements from netlists.
+TEST(NetlistNgspice, OpAmpOverdriveWithADiodePair) {
     expectAgreement("overdrive-small");
     expectAgreement("overdrive-large");
 }
 
-TEST(NetlistNgspice, DISABLED_TwoTransistorFuzz) { expectAgreement("fuzz"); }
+TEST(NetlistNgspice, TwoTransistorFuzz) { expectAgreement("fuzz"); }
 
-TEST(NetlistNgspice, DISABLED_JfetBooster) { expectAgreement("booster"); }
+TEST(NetlistNgspice, JfetBooster) { expectAgreement("booster"); }
 
-TEST(NetlistNgspice, DISABLED_InductorWah) { expectAgreement("wah"); }
+TEST(NetlistNgspice, InductorWah) { expectAgreement("wah"); }
