@@ -4,6 +4,10 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "circuit/Component.h"
 #include "math/SmallLoops.h"
 #include "math/WideLU.h"
@@ -65,6 +69,21 @@ bool solveColumns(double* __restrict J, int order, double* __restrict b) {
         for (int r = 0; r < c; ++r) b[r] -= column[r] * x;
     }
     return true;
+}
+
+// to -= scale from, over n entries (NS above 0: n known to the compiler), two at a time.
+template <int NS>
+inline void subtractColumn(double* __restrict to, const double* __restrict from, double scale, int n) {
+    const int count = NS > 0 ? NS : n;
+    int i = 0;
+#if defined(__SSE2__)
+    const __m128d s = _mm_set1_pd(scale);
+    KELM_UNROLL
+    for (; i + 2 <= count; i += 2)
+        _mm_storeu_pd(to + i, _mm_sub_pd(_mm_loadu_pd(to + i), _mm_mul_pd(_mm_loadu_pd(from + i), s)));
+#endif
+    KELM_UNROLL
+    for (; i < count; ++i) to[i] -= from[i] * scale;
 }
 
 // y := M x for an r x c row-major M.
@@ -614,23 +633,12 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
         KELM_UNROLL
         for (int p = 0; p < Pn; ++p) r[p] = ve[p] - base[p];
         KELM_UNROLL
-        for (int q = 0; q < Qn; ++q) {
-            const double* kq = kk + q * Pn;
-            const double yq = yy[q];
-            KELM_UNROLL
-            for (int p = 0; p < Pn; ++p) r[p] -= kq[p] * yq;
-        }
+        for (int q = 0; q < Qn; ++q) subtractColumn<PS>(r, kk + q * Pn, yy[q], Pn);
         KELM_UNROLL
         for (int c = 0; c < Pn * Pn; ++c) jj[c] = 0.0;
         KELM_UNROLL
         for (int c = 0; c < Pn; ++c) jj[c * Pn + c] = 1.0;
-        for (const Slope* s = slopeList; s != slopeEnd; ++s) {
-            double* column = jj + s->port * Pn;
-            const double* kq = kk + s->output * Pn;
-            const double slope = blocks[s->at];
-            KELM_UNROLL
-            for (int p = 0; p < Pn; ++p) column[p] -= kq[p] * slope;
-        }
+        for (const Slope* s = slopeList; s != slopeEnd; ++s) subtractColumn<PS>(jj + s->port * Pn, kk + s->output * Pn, blocks[s->at], Pn);
         bool solved;
         if (Pn == 1) {
             solved = std::fabs(jj[0]) > 0 && std::isfinite(jj[0]);
