@@ -27,13 +27,17 @@ const TubeTypes::Parameters& t12AY7() {
     return p;
 }
 
+// VgkMin, below which the model gives no plate current, lies where the Koren current at
+// 400 V has fallen below a few nA, so that the cut-off is no step in the current: low-mu
+// types conduct far below the grid voltage that 12AX7's -8 V stands for.
+
 // Koren's own published set (N. Koren, "Improved vacuum tube models for SPICE simulations",
 // Glass Audio 8(5), 1996, and the model library that accompanies it).
 const TubeTypes::Parameters& t12AU7() {
     static const TubeTypes::Parameters p = fill({{"Vct", "0.0"}, {"Kp", "84.0"}, {"Kvb", "300.0"}, {"mu", "21.5"},
                                                  {"Ex", "1.3"}, {"Kg", "1180.0"}, {"Vc", "0.53"}, {"VgkMax", "4.0"},
-                                                 {"VgkMin", "-24.0"}, {"VpMax", "400.0"}, {"Igc", "3.14e-4"},
-                                                 {"N", "3.0"}, {"DeltaVpk", "2"}, {"DeltaVgk", "0.02"}});
+                                                 {"VgkMin", "-80.0"}, {"VpMax", "400.0"}, {"Igc", "3.14e-4"},
+                                                 {"N", "3.0"}, {"DeltaVpk", "2"}, {"DeltaVgk", "0.05"}});
     return p;
 }
 
@@ -46,16 +50,16 @@ const TubeTypes::Parameters& t12AU7() {
 const TubeTypes::Parameters& t12AT7() {
     static const TubeTypes::Parameters p = fill({{"Vct", "0.0"}, {"Kp", "231.05"}, {"Kvb", "300.0"}, {"mu", "77.09"},
                                                  {"Ex", "1.077"}, {"Kg", "320.1"}, {"Vc", "0.53"}, {"VgkMax", "4.0"},
-                                                 {"VgkMin", "-10.0"}, {"VpMax", "400.0"}, {"Igc", "3.14e-4"},
-                                                 {"N", "3.0"}, {"DeltaVpk", "2"}, {"DeltaVgk", "0.01"}});
+                                                 {"VgkMin", "-32.0"}, {"VpMax", "400.0"}, {"Igc", "3.14e-4"},
+                                                 {"N", "3.0"}, {"DeltaVpk", "2"}, {"DeltaVgk", "0.02"}});
     return p;
 }
 
 const TubeTypes::Parameters& t6SN7() {
     static const TubeTypes::Parameters p = fill({{"Vct", "0.0"}, {"Kp", "156.78"}, {"Kvb", "296.4"}, {"mu", "21.54"},
                                                  {"Ex", "1.316"}, {"Kg", "1261.1"}, {"Vc", "0.53"}, {"VgkMax", "4.0"},
-                                                 {"VgkMin", "-24.0"}, {"VpMax", "400.0"}, {"Igc", "3.14e-4"},
-                                                 {"N", "3.0"}, {"DeltaVpk", "2"}, {"DeltaVgk", "0.02"}});
+                                                 {"VgkMin", "-50.0"}, {"VpMax", "400.0"}, {"Igc", "3.14e-4"},
+                                                 {"N", "3.0"}, {"DeltaVpk", "2"}, {"DeltaVgk", "0.05"}});
     return p;
 }
 

@@ -96,6 +96,16 @@ TEST(CircuitTubeTypes, EveryTypeDrawsGridCurrentAboveItsKnee) {
     for (const char* t : {"EF86", "EL84", "6V6", "GE6V6GT", "KT66"}) check(t, true, TubeTypes::pentodes().at(t)());
 }
 
+// Below VgkMin the model gives no plate current at all; at VgkMin the Koren current must have
+// fallen so low that this is no step, which a low-mu type reaches only far below a 12AX7's -8 V.
+TEST(CircuitTubeTypes, PlateCurrentHasFadedAtTheCutOff) {
+    for (const char* t : {"12AX7", "12AT7", "12AU7", "6SL7", "6SN7"}) {
+        const double vgkMin = std::stod(TubeTypes::triodes().at(t)().at("VgkMin"));
+        EXPECT_LT(plateCurrent(t, false, vgkMin + 0.01, 300, 0, true), 1e-8) << t;
+        EXPECT_EQ(0.0, plateCurrent(t, false, vgkMin - 0.01, 300, 0, true)) << t;
+    }
+}
+
 TEST(CircuitTubeTypes, AnUnknownTypeIsNamed) {
     EXPECT_EQ("Invalid built-in pentode type: EF806",
               messageOf([] { evaluateRhs<Pentode>({{"Type", "EF806"}}, {250, 140, -2, 0}); }));
