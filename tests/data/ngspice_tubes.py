@@ -3,11 +3,11 @@
 Each circuit's make_reference.py describes its netlist (without the input source) and calls
 write_reference(). The tubes are behavioural sources with the equations the engine evaluates:
 
-  triode plate:  Ip = 2/Kg * (Vp/Kp * ln(1 + exp(Kp (1/mu + (Vg + Vct)/sqrt(Vp^2 + Kvb)))))^Ex
-                 with Vp = min(Vpk, VpMax), Vg = min(Vgk, VgkMax); 0 where Vpk <= 0 or Vgk < VgkMin
+  triode plate:  Ip = 2/Kg * (Vpk/Kp * ln(1 + exp(Kp (1/mu + (Vgk + Vct)/sqrt(Vpk^2 + Kvb)))))^Ex,
+                 0 where Vpk <= 0 or Vgk < VgkMin
   pentode plate: Ip = atan(Vpk/Kvb) * 2/Kg1 * (Vsk/Kp * ln(1 + exp(Kp (1/mu + Vgk/Vsk))))^Ex, 0 where Vsk <= 0
   screen:        Is = (Vsk/mu + Vgk)^1.5 / Kg2 where positive
-  grid:          Ig = Igc * min(Vgk + Vc, VgkMax)^N where Vgk + Vc > 0
+  grid:          Ig = Igc * (Vgk + Vc)^N where Vgk + Vc > 0
 
 and the parameters of the built-in types below (the same values as circuit/devices/TubeTypes.cpp).
 The run: an operating point, then for each input level a 1 kHz sine from the operating point
@@ -36,7 +36,7 @@ TRIODES = {
     "12AX7": dict(Vct=0.0, Kp=600.0, Kvb=300.0, mu=100.0, Ex=1.4, Kg=1060.0, Vc=0.53, Igc=3.14e-4, N=3.0,
                   VgkMax=4.0, VgkMin=-8.0, VpMax=400.0),
     "12AT7": dict(Vct=0.0, Kp=231.05, Kvb=300.0, mu=77.09, Ex=1.077, Kg=320.1, Vc=0.53, Igc=3.14e-4, N=3.0,
-                  VgkMax=4.0, VgkMin=-10.0, VpMax=400.0),
+                  VgkMax=4.0, VgkMin=-32.0, VpMax=400.0),
 }
 
 PENTODES = {
@@ -45,17 +45,27 @@ PENTODES = {
 }
 
 
+# The engine also holds the grid voltage at VgkMax (in the plate law, and in the grid law at
+# Vgk + Vc = VgkMax) and the plate voltage at VpMax. Written here, those plateaus of zero slope
+# stall ngspice's Newton iteration when an iterate lands on them, although the circuits never
+# reach them: so the sources leave them out, and write_reference checks over every run that
+# no tube came near them (LIMITS: the node pair and the largest voltage allowed between them).
+LIMITS = []
+
+
 def _grid(name, g, k, t):
+    LIMITS.append((g, k, t["VgkMax"] - t["Vc"]))
     v = f"(V({g},{k})+{t['Vc']})"
-    return f"B{name}g {g} {k} I = {v} > 0 ? {t['Igc']}*pwr(min({v},{t['VgkMax']}),{t['N']}) : 0\n"
+    return f"B{name}g {g} {k} I = {v} > 0 ? {t['Igc']}*pwr({v},{t['N']}) : 0\n"
 
 
 def triode(name, plate, grid, cathode, tube):
     """A triode of a built-in type as two behavioural current sources."""
     t = TRIODES[tube]
-    vp = f"max(min(V({plate},{cathode}),{t['VpMax']}),0)"
-    vg = f"min(V({grid},{cathode}),{t['VgkMax']})"
-    e1 = (f"({vp}/{t['Kp']})*ln(1+exp(min({t['Kp']}*(1/{t['mu']}+({vg}+{t['Vct']})/sqrt(pwr({vp},2)+{t['Kvb']})),700)))")
+    LIMITS.append((plate, cathode, t["VpMax"]))
+    vp = f"max(V({plate},{cathode}),0)"
+    x = f"{t['Kp']}*(1/{t['mu']}+(V({grid},{cathode})+{t['Vct']})/sqrt({vp}*{vp}+{t['Kvb']}))"
+    e1 = f"({vp}/{t['Kp']})*ln(1+exp(min({x},700)))"
     plate_law = (f"B{name}p {plate} {cathode} I = (V({plate},{cathode}) > 0 && V({grid},{cathode}) >= {t['VgkMin']}) ? "
                  f"2/{t['Kg']}*pwr({e1},{t['Ex']}) : 0\n")
     return plate_law + _grid(name, grid, cathode, t)
@@ -106,21 +116,31 @@ def _version():
     return m.group(0) if m else "ngspice"
 
 
-def _transient(title, body, options, source, outputs, t_stop, t_start, workdir):
-    """The raw transient points from t_start: rows of time and the outputs' voltages."""
+def _transient(title, body, options, source, outputs, t_stop, workdir):
+    """The raw transient points of the whole run: rows of time, the outputs' voltages, and
+    the voltage across each pair of LIMITS."""
     step = 1.0 / RATE
     out_file = os.path.join(workdir, "tran.txt")
     if os.path.exists(out_file):
         os.remove(out_file)
+    probes = " ".join(f"v({o})" for o in outputs)
+    lets = ""
+    for i, (a, b, _) in enumerate(LIMITS):
+        lets += f"let limit{i} = v({a})-v({b})\n"
+        probes += f" limit{i}"
     netlist = (f"{title}\nVin in 0 DC 0 {source}\n{body}{options}.control\n"
-               f"tran {step!r} {t_stop!r} {t_start!r} {step!r}\n"
-               f"wrdata {out_file} " + " ".join(f"v({o})" for o in outputs) + "\n.endc\n.end\n")
+               f"tran {step!r} {t_stop!r} 0 {step!r}\n{lets}wrdata {out_file} {probes}\n.endc\n.end\n")
     log = _ngspice(netlist, workdir)
     if not os.path.exists(out_file):
         raise RuntimeError(f"transient with {source} failed:\n" + log)
     numbers = _read_pairs(out_file)
-    width = 2 * len(outputs)
-    return [[numbers[i]] + numbers[i + 1:i + width:2] for i in range(0, len(numbers), width)]
+    width = 2 * (len(outputs) + len(LIMITS))
+    rows = [[numbers[i]] + numbers[i + 1:i + width:2] for i in range(0, len(numbers), width)]
+    for i, (a, b, limit) in enumerate(LIMITS):
+        largest = max(row[1 + len(outputs) + i] for row in rows)
+        if largest >= limit:
+            raise RuntimeError(f"{source}: V({a},{b}) reaches {largest} V, where the engine holds it at {limit} V")
+    return [row[:1 + len(outputs)] for row in rows]
 
 
 def write_reference(out_path, title, body, op_nodes, outputs, levels, frames):
@@ -143,14 +163,13 @@ def write_reference(out_path, title, body, op_nodes, outputs, levels, frames):
             lines.append(f"op {node} {v:.9g}")
         # The same stop time in every run: the first step, and so the grid, follows from it.
         t_stop = (PREROLL + frames + 1) * step
-        rest = _transient(title, body, options, "SIN(0 0 1k)", outputs, t_stop, 0.0, work)
+        rest = _transient(title, body, options, "SIN(0 0 1k)", outputs, t_stop, work)
         offsets = [t / step - int(t / step) for t, *_ in rest if 5 * step < t < PREROLL * step]
         if not offsets or max(offsets) - min(offsets) > 1e-6:
             raise RuntimeError(f"no regular grid before the sine starts: {offsets}")
         delay = (PREROLL + offsets[0]) * step
         for level in levels:
-            rows = _transient(title, body, options, f"SIN(0 {level} 1k {delay!r})", outputs, t_stop,
-                              delay + (first - 0.5) * step, work)
+            rows = _transient(title, body, options, f"SIN(0 {level} 1k {delay!r})", outputs, t_stop, work)
             at = {round((t - delay) / step): (t, values) for t, *values in rows}
             stored = []
             for n in range(first, frames):

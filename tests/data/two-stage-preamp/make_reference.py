@@ -15,4 +15,4 @@ body = (
 
 write_reference(os.path.join(os.path.dirname(os.path.abspath(__file__)), "reference.txt"),
                 "two-stage 12AX7 preamp", body, ["P1", "K1", "P2", "K2"], ["out"], [0.02, 0.2, 2.0],
-                frames=38400)
+                frames=19200)
