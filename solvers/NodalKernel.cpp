@@ -20,6 +20,21 @@ namespace {
 // the audio thread for longer than a block.
 constexpr int maxUnknowns = 600;
 
+// to -= scale from, over n entries (NS above 0: n known to the compiler), two at a time.
+template <int NS>
+inline void subtractColumn(double* __restrict to, const double* __restrict from, double scale, int n) {
+    const int count = NS > 0 ? NS : n;
+    int i = 0;
+#if defined(__SSE2__)
+    const __m128d s = _mm_set1_pd(scale);
+    KELM_UNROLL
+    for (; i + 2 <= count; i += 2)
+        _mm_storeu_pd(to + i, _mm_sub_pd(_mm_loadu_pd(to + i), _mm_mul_pd(_mm_loadu_pd(from + i), s)));
+#endif
+    KELM_UNROLL
+    for (; i < count; ++i) to[i] -= from[i] * scale;
+}
+
 // Solves J x = b in place (b becomes x) for the n by n column-major J by Gaussian
 // elimination with partial pivoting; J is overwritten. Every inner loop runs down a column,
 // so that it needs no sums in a fixed order and the compiler may vectorise it. False for a
@@ -55,9 +70,7 @@ bool solveColumns(double* __restrict J, int order, double* __restrict b) {
         KELM_UNROLL
         for (int k = c + 1; k < n; ++k) {
             double* target = J + k * n;
-            const double u = target[c];
-            KELM_UNROLL
-            for (int r = c + 1; r < n; ++r) target[r] -= column[r] * u;
+            subtractColumn<0>(target + c + 1, column + c + 1, target[c], n - c - 1);
         }
     }
     KELM_UNROLL
@@ -69,21 +82,6 @@ bool solveColumns(double* __restrict J, int order, double* __restrict b) {
         for (int r = 0; r < c; ++r) b[r] -= column[r] * x;
     }
     return true;
-}
-
-// to -= scale from, over n entries (NS above 0: n known to the compiler), two at a time.
-template <int NS>
-inline void subtractColumn(double* __restrict to, const double* __restrict from, double scale, int n) {
-    const int count = NS > 0 ? NS : n;
-    int i = 0;
-#if defined(__SSE2__)
-    const __m128d s = _mm_set1_pd(scale);
-    KELM_UNROLL
-    for (; i + 2 <= count; i += 2)
-        _mm_storeu_pd(to + i, _mm_sub_pd(_mm_loadu_pd(to + i), _mm_mul_pd(_mm_loadu_pd(from + i), s)));
-#endif
-    KELM_UNROLL
-    for (; i < count; ++i) to[i] -= from[i] * scale;
 }
 
 // y := M x for an r x c row-major M.
