@@ -18,6 +18,8 @@ import sys
 import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.dirname(HERE))
+import ngspice_fixed_step as fixed  # noqa: E402
 
 # name, netlist, rate (Hz), input amplitude (V) and frequency (Hz), .param values (and the
 # controls of the same positions), run length and window (s), operating-point nodes
@@ -50,20 +52,15 @@ def netlist_for(text, amplitude, frequency, params, rate, seconds, window, op_no
         if low.startswith("vin "):
             line = re.sub(r"(?i)SIN\([^)]*\)", "SIN(0 %r %r)" % (amplitude, frequency), line)
         lines.append(line)
-    step = 1.0 / rate
-    start = seconds - window - 2 * step
+    start = seconds - window - 2.0 / rate
     lines += [
-        ".options method=trap trtol=1e7 reltol=1e-6 abstol=1e-12 vntol=1e-9 itl4=100",
+        ".options %s reltol=1e-6 abstol=1e-12 vntol=1e-9 itl4=100" % fixed.OPTIONS,
         ".control",
     ]
     if op_nodes:
         lines += ["op", "wrdata %s %s" % (os.path.join(workdir, "op.txt"), " ".join("v(%s)" % n for n in op_nodes))]
-    lines += [
-        "tran %.17g %.17g %.17g %.17g" % (step, seconds, start, step),
-        "wrdata %s v(%s)" % (os.path.join(workdir, "tran.txt"), output),
-        ".endc",
-        ".end",
-    ]
+    lines += fixed.tran(rate, seconds, start, os.path.join(workdir, "tran.txt"), "v(%s)" % output)
+    lines += [".endc", ".end"]
     return "\n".join(lines) + "\n"
 
 
@@ -84,21 +81,10 @@ def run(case):
         if op_nodes:
             values = open(os.path.join(work, "op.txt")).read().split()
             op = [float(values[2 * i + 1]) for i in range(len(op_nodes))]
-        rows = [list(map(float, l.split())) for l in open(os.path.join(work, "tran.txt")) if l.strip()]
+        rows = fixed.read_wrdata(os.path.join(work, "tran.txt"))
     finally:
         shutil.rmtree(work)
-    # The samples of the window: ngspice's points one step apart on a grid offset by a
-    # fraction of a sample.
-    # (The last point is tstop itself, which ngspice reaches by a shorter step: left out.)
-    rows = rows[:-1]
-    times = [r[0] * rate for r in rows]
-    first = int(times[-1]) - int(window * rate) + 1
-    picked = [(t, r[1]) for t, r in zip(times, rows) if t >= first - 0.5]
-    offset = picked[0][0] - round(picked[0][0] - 0.5)
-    index0 = int(round(picked[0][0] - offset))
-    for k, (t, _) in enumerate(picked):
-        if abs(t - (index0 + k + offset)) > 1e-3:
-            sys.exit("%s: ngspice left the fixed step at sample %d (%.6f)" % (name, index0 + k, t))
+    index0, offset, picked = fixed.on_grid(rows, rate, int(round(window * rate)), name)
     out = os.path.join(HERE, name + ".ref")
     with open(out, "w") as f:
         f.write("# %s by make_references.py: ngspice, trapezoidal rule, a fixed step of 1/%d s\n" % (file, rate))
@@ -108,10 +94,10 @@ def run(case):
         for n, v in zip(op_nodes, op):
             f.write("op %s %.9g\n" % (n, v))
         f.write("first %d\n" % index0)
-        for _, v in picked:
+        for v in picked:
             f.write("%.8g\n" % v)
-    print("%s: %d samples from %d, offset %.4f, swing %.4g V" %
-          (out, len(picked), index0, offset, max(v for _, v in picked) - min(v for _, v in picked)))
+    print("%s: %d samples from %d, offset %.4f, swing %.4g V" % (out, len(picked), index0, offset,
+                                                                 max(picked) - min(picked)))
 
 
 # The resistances of these netlists as ngspice reads them, for the tests of values,
