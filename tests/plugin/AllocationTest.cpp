@@ -116,6 +116,27 @@ TEST(PluginAllocation, TriodeStageOnItsPortsAllocatesNothing) {
     EXPECT_EQ(0, c.count());
 }
 
+TEST(PluginAllocation, SeveralTubesWithKnobsTurningAllocateNothing) {
+    // Four triodes and a tone stack on their ports, each knob turned on every block: each
+    // turn eliminates the circuit's linear part again, on the audio thread.
+    auto d = makeDriver(readText(sourcePath("examples/high-gain-preamp.xml")), 192000, 256);
+    for (const GraphPtr& g : d->getGraphs())
+        if (auto* circuit = dynamic_cast<Circuit*>(g.get())) {
+            EXPECT_STREQ("port form", circuit->kernel().name());
+        }
+    ASSERT_FALSE(d->getControls().empty());
+    std::vector<float> x(256);
+    for (int i = 0; i < 256; ++i) x[i] = 0.5f * std::sin(0.03f * i);
+    const BufferList in = {x.data()};
+    d->process(in, 256);
+    Counting c;
+    for (int b = 0; b < 20; ++b) {
+        for (const ControlPtr& control : d->getControls()) control->setValue(0.05f * b);
+        d->process(in, 256);
+    }
+    EXPECT_EQ(0, c.count());
+}
+
 TEST(PluginAllocation, ProcessingAllocatesNothingWithTheEditorOpen) {
     kelm::KelmVST2Effect effect([](vst2::AEffect*, vst2::VstInt32 op, vst2::VstInt32, vst2::VstIntPtr, void*,
                                    float) -> vst2::VstIntPtr { return op == vst2::audioMasterVersion ? 2400 : 0; },
