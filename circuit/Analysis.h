@@ -1,13 +1,14 @@
 #pragma once
+#include "circuit/AnalysisType.h"
 #include "circuit/Solver.h"
 
 namespace kelm {
 
-// The analysis of a Circuit: type (0 DC, 1 AC), start (0 OperatingPoint,
-// 1 Zero, 2 User), the per-sample solver and the operating-point solver.
+// The analysis of a Circuit: its type, its start, the per-sample solver and the
+// operating-point solver.
 struct Analysis {
-    int type = 1;
-    int initialCondition = 1;
+    AnalysisType type = AnalysisType::AC;
+    InitialCondition initialCondition = InitialCondition::Zero;
     SolverPtr solver;
     SolverPtr initialConditionSolver;
 };

@@ -53,7 +53,7 @@ void Capacitor::sampleRateChanged(scalar rate) {
 }
 
 scalar** Capacitor::getG() {
-    if (context->getAnalysisType() == 0) return nullptr;
+    if (context->getAnalysisType() == AnalysisType::DC) return nullptr;
     if (!(sampleRate > 0)) fetchRate();
     stamp(0, 0) = admittance;
     stamp(0, 1) = -admittance;
@@ -63,7 +63,7 @@ scalar** Capacitor::getG() {
 }
 
 scalar* Capacitor::getRhs(scalar*) {
-    if (context->getAnalysisType() == 0) return nullptr;
+    if (context->getAnalysisType() == AnalysisType::DC) return nullptr;
     if (!(sampleRate > 0)) fetchRate();
     return rhs;
 }
@@ -77,7 +77,7 @@ void Capacitor::setNodes(const NodeIndices& n) {
 }
 
 void Capacitor::nextSample() {
-    if (context->getAnalysisType() == 0) return;
+    if (context->getAnalysisType() == AnalysisType::DC) return;
     if (!(sampleRate > 0)) fetchRate();
     const scalar* x = context->solution().data();
     double v = 0;
@@ -89,7 +89,7 @@ void Capacitor::nextSample() {
 }
 
 bool Capacitor::describeMemory(MemoryModel& model) {
-    if (context->getAnalysisType() == 0) return false;
+    if (context->getAnalysisType() == AnalysisType::DC) return false;
     if (!(sampleRate > 0)) fetchRate();
     model.states = 1;
     model.senses = 1;
@@ -103,7 +103,7 @@ bool Capacitor::describeMemory(MemoryModel& model) {
 }
 
 void Capacitor::analysisChanged(int oldType, int newType) {
-    if (oldType == newType || oldType == 1) return;
+    if (oldType == newType || oldType == AnalysisType::AC) return;
     firstStep = true;
     const scalar* x = context->solution().data();
     double v = 0;

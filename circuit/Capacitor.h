@@ -25,7 +25,7 @@ public:
     using Element::propertyChanged;
     void sampleRateChanged(scalar rate) override;
     void nextSample() override;
-    void analysisChanged(int oldType, int newType) override;
+    void analysisChanged(AnalysisType oldType, AnalysisType newType) override;
 
     // The companion source's current (amperes) and the voltage it last followed from (volts).
     double getCurrent() const { return current; }

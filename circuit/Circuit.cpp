@@ -9,7 +9,7 @@
 
 namespace kelm {
 
-Circuit::Circuit() { type = 1; }
+Circuit::Circuit() { type = GraphType::MNA; }
 
 Circuit::~Circuit() {
     freeResults();
@@ -59,26 +59,26 @@ void Circuit::init() {
     if (!analysis->solver) throw KELMException("Analysis: Solver is not set for Circuit " + graphName);
     if (!context) throw KELMException("Context not set for Circuit " + graphName);
     if (numberOfInputs != 0) inputValues = std::make_shared<ScalarVector>(numberOfInputs, 0.0f);
-    if (analysis->type == 1 && analysis->initialCondition == 0) {
+    if (analysis->type == AnalysisType::AC && analysis->initialCondition == InitialCondition::OperatingPoint) {
         if (!analysis->initialConditionSolver) throw KELMException("DC Solver is not set for Circuit " + graphName);
-        context->setAnalysisType(0);
+        context->setAnalysisType(AnalysisType::DC);
         context->init();
         context->setInputs(inputValues);
         analysis->initialConditionSolver->init(context);
         x.setZero(context->solution().size());
         analysis->initialConditionSolver->solve(x);
         context->setSolution(x);
-        context->setAnalysisType(1);
-    } else if (analysis->type == 1 && analysis->initialCondition == 1) {
-        context->setAnalysisType(1);
+        context->setAnalysisType(AnalysisType::AC);
+    } else if (analysis->type == AnalysisType::AC && analysis->initialCondition == InitialCondition::Zero) {
+        context->setAnalysisType(AnalysisType::AC);
         context->init();
         context->setInputs(inputValues);
         x.setZero(context->solution().size());
         context->setSolution(x);
-    } else if (analysis->type == 1) {
+    } else if (analysis->type == AnalysisType::AC) {
         throw KELMException("Invalid initial condition for Circuit " + graphName);
     } else {
-        context->setAnalysisType(0);
+        context->setAnalysisType(AnalysisType::DC);
         context->init();
         context->setInputs(inputValues);
         x.setZero(context->solution().size());

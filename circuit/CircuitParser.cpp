@@ -32,7 +32,7 @@ void CircuitParser::parse(GraphPtr& result, const pugi::xml_node& graphNode, con
     auto context = std::make_shared<MNAContext>();
     context->setGraph(circuit.get());
     circuit->setContext(context);
-    circuit->setType(1);
+    circuit->setType(GraphType::MNA);
     circuit->setName(name);
 
     pugi::xml_node props = graphNode.child("Properties");
@@ -82,20 +82,20 @@ void CircuitParser::parse(GraphPtr& result, const pugi::xml_node& graphNode, con
     std::string analysisType = typeAttr.value();
     std::unique_ptr<Analysis> analysis(new Analysis());
     if (analysisType == "DC") {
-        analysis->type = 0;
+        analysis->type = AnalysisType::DC;
     } else if (analysisType == "AC") {
-        analysis->type = 1;
+        analysis->type = AnalysisType::AC;
         pugi::xml_node ic = analysisNode.child("InitialCondition");
         if (!ic) throw KELMException("InitialCondition node is missing in the graph " + name);
         pugi::xml_attribute icType = ic.attribute("Type");
         if (!icType) throw KELMException("InitialCondition Type attribute is missing in the graph " + name);
         std::string start = icType.value();
         if (start == "Zero")
-            analysis->initialCondition = 1;
+            analysis->initialCondition = InitialCondition::Zero;
         else if (start == "User")
-            analysis->initialCondition = 2;
+            analysis->initialCondition = InitialCondition::User;
         else if (start == "OperatingPoint") {
-            analysis->initialCondition = 0;
+            analysis->initialCondition = InitialCondition::OperatingPoint;
             analysis->initialConditionSolver = readSolver(ic.child("Solver"), "InitialCondition Solver is not defined.",
                                                           "InitialCondition Solver type is not defined.");
         } else

@@ -22,7 +22,7 @@ bool GeneralKernel::run(BufferList& inputs, BufferList& outputs, size_t frames) 
     scalar* in = context.inputs() ? context.inputs()->data() : nullptr;
     for (size_t i = 0; i < frames; ++i) {
         for (int j = 0; j < inputCount; ++j) in[j] = inputs[j] ? inputs[j][i] : 0.0f;
-        if (context.getAnalysisType() == 1) context.notifyNextSample();
+        if (context.getAnalysisType() == AnalysisType::AC) context.notifyNextSample();
         if (context.matrixChanged()) {
             if (context.onlySignalStampsChanged())
                 solver.restamp();

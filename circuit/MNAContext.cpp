@@ -191,7 +191,7 @@ int MNAContext::rhsRow(size_t c, int e) const {
     return row;
 }
 
-void MNAContext::setAnalysisType(int type) {
+void MNAContext::setAnalysisType(AnalysisType type) {
     if (initialized)
         for (MNAEventListener* l : listenerList) l->analysisChanged(analysisType, type);
     analysisType = type;

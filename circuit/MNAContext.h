@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "circuit/AnalysisType.h"
 #include "circuit/Component.h"
 #include "math/DenseTypes.h"
 #include "engine/Context.h"
@@ -25,8 +26,8 @@ public:
 
     void init();
     void setOutputNames(const std::shared_ptr<std::vector<std::string>>& names) { outputNames = names; }
-    void setAnalysisType(int type);
-    int getAnalysisType() const { return analysisType; }
+    void setAnalysisType(AnalysisType type);
+    AnalysisType getAnalysisType() const { return analysisType; }
     void notifyNextSample();
     void assembleMatrix();
     // The same matrix with its stamps summed in double (column-major, size() by
@@ -151,7 +152,7 @@ private:
     std::vector<bool> fixedFlags;
     std::vector<int> fixedRow;
     DenseVector fixedValues;
-    int analysisType = 1;
+    AnalysisType analysisType = AnalysisType::AC;
     bool initialized = false;
     bool changed = false;
     bool onlySignalStamps = false;

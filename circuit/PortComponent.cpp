@@ -79,7 +79,7 @@ scalar* PortComponent::evaluate(scalar* x, scalar**& stamp) {
 
 void PortComponent::nextSample() {
     cached = false;
-    if (!hasPortMemory() || context->getAnalysisType() == 0) return;
+    if (!hasPortMemory() || context->getAnalysisType() == AnalysisType::DC) return;
     double v[maxDevicePorts];
     portVoltages(context->solution().data(), v);
     acceptPorts(v);

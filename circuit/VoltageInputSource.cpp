@@ -44,7 +44,7 @@ void VoltageInputSource::propertyChanged(const std::string& name, scalar value) 
 }
 
 void VoltageInputSource::analysisChanged(int oldType, int newType) {
-    if (oldType != newType && oldType != 1) inputValue = 0;
+    if (oldType != newType && oldType != AnalysisType::AC) inputValue = 0;
 }
 
 } // namespace kelm

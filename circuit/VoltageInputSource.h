@@ -15,7 +15,7 @@ public:
     void propertyChanged(const std::string& name, scalar value) override;
     using Element::propertyChanged;
     void sampleRateChanged(scalar) override {}
-    void analysisChanged(int oldType, int newType) override;
+    void analysisChanged(AnalysisType oldType, AnalysisType newType) override;
 
 private:
     scalar inputValue = 0;

@@ -19,7 +19,7 @@ GraphPtr DSPGraphParser::parse(const pugi::xml_node& graphNode, const std::strin
     auto context = std::make_shared<DSPContext>();
     graph->setContext(context);
     context->setGraph(graph.get());
-    graph->setType(0);
+    graph->setType(GraphType::DSP);
     graph->setName(name);
 
     pugi::xml_node props = graphNode.child("Properties");

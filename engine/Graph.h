@@ -9,6 +9,9 @@
 
 namespace kelm {
 
+// The two kinds of graph: digital filters, or a circuit solved by modified nodal analysis.
+enum class GraphType { DSP = 0, MNA = 1 };
+
 class Context;
 
 // One node of the system: a named block with numbered inputs and outputs that
@@ -18,8 +21,8 @@ public:
     virtual ~Graph() {}
     virtual const std::string& name() const { return graphName; }
     virtual void setName(const std::string& n) { graphName = n; }
-    virtual int getType() const { return type; }
-    virtual void setType(int t) { type = t; }
+    virtual GraphType getType() const { return type; }
+    virtual void setType(GraphType t) { type = t; }
     virtual std::shared_ptr<Context> getContext() = 0;
     virtual int getNumberOfOutputs() const { return numberOfOutputs; }
     virtual int getNumberOfInputs() const { return numberOfInputs; }
@@ -79,7 +82,7 @@ protected:
     void setRequest(std::vector<bool>& requests, bool& flag, bool value, int index);
 
     std::string graphName;
-    int type = 0;
+    GraphType type = GraphType::DSP;
     int numberOfInputs = 0;
     int numberOfOutputs = 0;
     int maxBlockSize = -1;

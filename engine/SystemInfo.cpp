@@ -15,7 +15,7 @@ void SystemInfo::describe(Driver& driver, std::ostream& out) {
     auto graphName = [&](int g) { return g < 0 ? std::string("System") : graphs[g]->name(); };
     for (int gi : driver.getOrder()) {
         const Graph& g = *graphs[gi];
-        out << "  " << g.name() << " [" << (g.getType() == 1 ? "MNA" : "DSP") << "]"
+        out << "  " << g.name() << " [" << (g.getType() == GraphType::MNA ? "MNA" : "DSP") << "]"
             << " rate x" << g.getInputMultiplier() << " -> x" << g.getOutputMultiplier();
         if (g.isOff()) out << " (off)";
         if (g.isBypassed()) out << " (bypassed)";

@@ -132,7 +132,7 @@ int NodalKernel::memoryTerms(size_t c, const MemoryModel& model, int j, Term* ou
 }
 
 bool NodalKernel::classify(int inputs, int outputs, std::string& reason) {
-    if (context.getAnalysisType() != 1 || !context.isInitialized()) {
+    if (context.getAnalysisType() != AnalysisType::AC || !context.isInitialized()) {
         reason = "a DC analysis solves each sample on its own";
         return false;
     }

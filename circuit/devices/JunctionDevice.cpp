@@ -80,12 +80,12 @@ scalar** JunctionDevice::getG() {
     return seriesStamp.rows();
 }
 
-bool JunctionDevice::charging() const { return chargeCount > 0 && context->getAnalysisType() == 1; }
+bool JunctionDevice::charging() const { return chargeCount > 0 && context->getAnalysisType() == AnalysisType::AC; }
 
 bool JunctionDevice::firstOperatingPoint() {
     if (started) return false;
     started = true;
-    return context->getAnalysisType() == 0;
+    return context->getAnalysisType() == AnalysisType::DC;
 }
 
 double JunctionDevice::stepRate() const { return 2.0 * static_cast<double>(context->getSampleRate()); }
@@ -105,7 +105,7 @@ void JunctionDevice::acceptPorts(const double* v) {
 
 void JunctionDevice::analysisChanged(int oldType, int newType) {
     // Leaving the operating point: the charges start at rest where it left them.
-    if (oldType == 0 && newType == 1) fresh = true;
+    if (oldType == AnalysisType::DC && newType == AnalysisType::AC) fresh = true;
 }
 
 void JunctionDevice::propertiesChanged(const PropertyMapPtr& properties) {

@@ -17,7 +17,7 @@ public:
     scalar** getG() override;
     bool hasPortMemory() const override { return chargeCount > 0; }
     void acceptPorts(const double* v) override;
-    void analysisChanged(int oldType, int newType) override;
+    void analysisChanged(AnalysisType oldType, AnalysisType newType) override;
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, scalar value) override;
     using Element::propertyChanged;

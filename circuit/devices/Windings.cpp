@@ -37,14 +37,14 @@ scalar** Windings::getB() { return b.rows(); }
 scalar** Windings::getC() { return c.rows(); }
 
 scalar** Windings::getD() {
-    if (context->getAnalysisType() == 0) return nullptr;
+    if (context->getAnalysisType() == AnalysisType::DC) return nullptr;
     for (int j = 0; j < count; ++j)
         for (int l = 0; l < count; ++l) d(j, l) = static_cast<scalar>(-impedance(j, l));
     return d.rows();
 }
 
 scalar* Windings::getRhs(scalar*) {
-    if (context->getAnalysisType() == 0) return nullptr;
+    if (context->getAnalysisType() == AnalysisType::DC) return nullptr;
     return rhs;
 }
 
@@ -84,7 +84,7 @@ void Windings::sampleRateChanged(scalar) {
 }
 
 void Windings::nextSample() {
-    if (context->getAnalysisType() == 0) return;
+    if (context->getAnalysisType() == AnalysisType::DC) return;
     const DenseVector& x = context->solution();
     const NodeIndices& n = getNodes();
     auto at = [&x](int row) { return row < 0 ? 0.0 : static_cast<double>(x[row]); };
