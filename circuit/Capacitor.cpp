@@ -102,7 +102,7 @@ bool Capacitor::describeMemory(MemoryModel& model) {
     return true;
 }
 
-void Capacitor::analysisChanged(int oldType, int newType) {
+void Capacitor::analysisChanged(AnalysisType oldType, AnalysisType newType) {
     if (oldType == newType || oldType == AnalysisType::AC) return;
     firstStep = true;
     const scalar* x = context->solution().data();

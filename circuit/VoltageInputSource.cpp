@@ -43,7 +43,7 @@ void VoltageInputSource::propertyChanged(const std::string& name, scalar value) 
     dcOffset = value;
 }
 
-void VoltageInputSource::analysisChanged(int oldType, int newType) {
+void VoltageInputSource::analysisChanged(AnalysisType oldType, AnalysisType newType) {
     if (oldType != newType && oldType != AnalysisType::AC) inputValue = 0;
 }
 

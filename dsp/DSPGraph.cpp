@@ -37,7 +37,7 @@ DSPGraph::DSPGraph()
       inputOutputs(std::make_shared<IndexTable>()),
       outputElements(std::make_shared<std::vector<int>>()),
       outputIndices(std::make_shared<std::vector<int>>()) {
-    type = 0;
+    type = GraphType::DSP;
 }
 
 void DSPGraph::setInputs(const std::shared_ptr<IndexTable>& elements, const std::shared_ptr<IndexTable>& outputs) {

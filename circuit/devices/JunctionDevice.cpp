@@ -103,7 +103,7 @@ void JunctionDevice::acceptPorts(const double* v) {
     fresh = false;
 }
 
-void JunctionDevice::analysisChanged(int oldType, int newType) {
+void JunctionDevice::analysisChanged(AnalysisType oldType, AnalysisType newType) {
     // Leaving the operating point: the charges start at rest where it left them.
     if (oldType == AnalysisType::DC && newType == AnalysisType::AC) fresh = true;
 }
