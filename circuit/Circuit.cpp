@@ -66,7 +66,11 @@ void Circuit::init() {
         context->setInputs(inputValues);
         analysis->initialConditionSolver->init(context);
         x.setZero(context->solution().size());
-        analysis->initialConditionSolver->solve(x);
+        if (!analysis->initialConditionSolver->solve(x)) {
+            // Plain Newton from zero did not reach the operating point: from the supplies up.
+            DenseVector stepped = x;
+            if (analysis->initialConditionSolver->solveFromSupplies(stepped)) x = stepped;
+        }
         context->setSolution(x);
         context->setAnalysisType(AnalysisType::AC);
     } else if (analysis->type == AnalysisType::AC && analysis->initialCondition == InitialCondition::Zero) {

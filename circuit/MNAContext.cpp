@@ -294,6 +294,21 @@ void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector) {
     writeFixedValues(rhs);
 }
 
+void MNAContext::computeRhs(DenseVector& xv, DenseVector& rhsVector, double share) {
+    const int T = size();
+    if (rhsVector.size() != T) rhsVector.resize(T);
+    scalar* rhs = rhsVector.data();
+    std::fill(rhs, rhs + T, 0.0f);
+    accumulateRhs(constantRhs, xv.data(), rhs);
+    for (int i = 0; i < T; ++i) rhs[i] = static_cast<scalar>(share * rhs[i]);
+    const Entry* e = entries.data();
+    for (const EntryRange& range : constantRhs)
+        for (const Entry* t = e + range.first; t != e + range.first + range.count; ++t)
+            if (t->b) fixedValues[t->dest] = static_cast<scalar>(share * fixedValues[t->dest]);
+    accumulateRhs(varyingRhs, xv.data(), rhs);
+    writeFixedValues(rhs);
+}
+
 void MNAContext::computeConstantRhs(scalar* xp, scalar* rhs) {
     std::fill(rhs, rhs + size(), 0.0f);
     accumulateRhs(constantRhs, xp, rhs);

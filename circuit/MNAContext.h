@@ -47,6 +47,9 @@ public:
     int solvedCount() const { return lastNode + extraCount + 1; }
     DenseMatrix& matrix() { return *A; }
     void computeRhs(DenseVector& x, DenseVector& rhs);
+    // computeRhs with the part that does not read x (the sources', in a DC analysis) and the
+    // values it fixes scaled by `share` (source stepping). Needs rhsSplits().
+    void computeRhs(DenseVector& x, DenseVector& rhs, double share);
     DenseMatrix& computeJacobian(DenseVector& x);
 
     // The right-hand side split for iterating solvers: the part that stays the

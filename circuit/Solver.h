@@ -22,6 +22,9 @@ public:
     virtual ~Solver() {}
     // x: last solution in, this sample's solution out. True when converged.
     virtual bool solve(DenseVector& x) = 0;
+    // Where solve() did not converge on an operating point: another way to it, from the
+    // supplies up (source stepping). False where the solver has none or it failed too.
+    virtual bool solveFromSupplies(DenseVector&) { return false; }
     // The kernel that runs this solver's circuit (inputs and outputs: the circuit's
     // counts), chosen for the circuit as it stands, with the reason for the choice in
     // `reason`; null where only this solver's own per-sample solve will do (the reason

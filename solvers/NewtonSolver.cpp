@@ -140,7 +140,36 @@ void NewtonSolver::reducedSolve(double* J) {
     WideLU::solve(block, m, pivots.data(), stepWide.data());
 }
 
-bool NewtonSolver::solve(DenseVector& x) {
+bool NewtonSolver::solve(DenseVector& x) { return iterate(x, 1.0); }
+
+bool NewtonSolver::solveFromSupplies(DenseVector& x) {
+    // Source stepping: the sources' part of the rhs (all of its constant part in a DC
+    // analysis) grows from 0 to its full value; each step starts from the solution of the
+    // one before, and a step that does not converge is tried again four times shorter.
+    if (!initialized || !context->rhsSplits() || context->getAnalysisType() != AnalysisType::DC) return false;
+    DenseVector accepted = DenseVector::Zero(n);
+    double reached = 0, length = 0.1;
+    // Each step may take at least 50 iterations, whatever the document's limit for one solve.
+    const int limit = maxIter;
+    maxIter = std::max(maxIter, 50);
+    while (reached < 1.0) {
+        const double next = std::min(1.0, reached + length);
+        DenseVector trial = accepted;
+        if (iterate(trial, next)) {
+            accepted = trial;
+            reached = next;
+            length = std::min(2 * length, 0.5);
+        } else if ((length *= 0.25) < 1e-6) {
+            maxIter = limit;
+            return false;
+        }
+    }
+    maxIter = limit;
+    x = accepted;
+    return true;
+}
+
+bool NewtonSolver::iterate(DenseVector& x, double supplies) {
     if (!initialized) throw KELMException("NewtonSolver: Not initialized.");
     std::copy(x.data(), x.data() + n, x0.data());
     if (accelerate) predict(x);
@@ -157,7 +186,10 @@ bool NewtonSolver::solve(DenseVector& x) {
     int k = 0;
     while (k < maxIter) {
         ++k;
-        context->computeRhs(x0, f);
+        if (supplies == 1.0)
+            context->computeRhs(x0, f);
+        else
+            context->computeRhs(x0, f, supplies);
         // Where a limiter moved an unknown, the iteration goes on from there.
         for (int i = 0; i < n; ++i)
             if (x0[i] != static_cast<float>(xd[i])) xd[i] = x0[i];

@@ -19,6 +19,7 @@ public:
     void initMatrix() override;
     void restamp() override;
     bool solve(DenseVector& x) override;
+    bool solveFromSupplies(DenseVector& x) override;
     std::unique_ptr<SampleKernel> makeKernel(int inputs, int outputs, std::string& reason) override;
 
     // Iterations used by the last solve (for benchmarks and tests).
@@ -33,6 +34,8 @@ private:
     // The Newton step from the residual (bWide) and the Jacobian J (double, column-major),
     // into stepWide.
     void reducedSolve(double* J);
+    // solve() with the sources' constant part of the rhs scaled by `supplies`.
+    bool iterate(DenseVector& x, double supplies);
     void predict(DenseVector& x);
 
     float relativeTollerance = 0;
