@@ -16,6 +16,9 @@ namespace kelm {
 
 namespace {
 
+// The most ports that the iteration with sizes at run time takes.
+constexpr int maxPorts = 256;
+
 // The most unknowns for which the kernel inverts A: beyond, a control's move would stall
 // the audio thread for longer than a block.
 constexpr int maxUnknowns = 600;
@@ -219,6 +222,10 @@ bool NodalKernel::classify(int inputs, int outputs, std::string& reason) {
             reason = named + (c->isNonlinear() ? " is nonlinear and has no ports" : " reads the solution in its rhs");
             return false;
         }
+    }
+    if (P > maxPorts) {
+        reason = "its devices have " + std::to_string(P) + " ports, more than the port form takes";
+        return false;
     }
     K = inputs;
     if (K > 0 && (!context.inputs() || static_cast<int>(context.inputs()->size()) < K)) {
@@ -528,52 +535,69 @@ void NodalKernel::endBlock() {
 }
 
 template <int PS>
-inline bool NodalKernel::takeStepSized(const double* ve, double* dv, double* vv, double& lastStep) const {
-    double size = 0;
+inline bool NodalKernel::takeStepSized(const double* __restrict ve, double* __restrict dv, double* __restrict vv,
+                                       int ports, double& lastStep) const {
+    // Converged when every port moved by no more than its tolerance. Newton's steps shrink
+    // at least as fast as their ratio from one to the next once they converge, so a step
+    // whose successor is sure to be within half the tolerance ends the iteration one
+    // evaluation early. No division unless the plain test fails.
+    const int count = PS > 0 ? PS : ports;
     const double rel = settings.relativeTolerance, abs = settings.absoluteTolerance, share = settings.relaxation;
+    double tolerance[PS > 0 ? PS : maxPorts];
+    bool within = true;
+    double largest = 0;
     KELM_UNROLL
-    for (int p = 0; p < PS; ++p) {
-        size = std::max(size, std::fabs(dv[p]) / (rel * std::fabs(ve[p] - dv[p]) + abs));
+    for (int p = 0; p < count; ++p) {
+        const double step = std::fabs(dv[p]);
+        tolerance[p] = rel * std::fabs(ve[p] - dv[p]) + abs;
+        within = within && !(step > tolerance[p]);
+        largest = std::max(largest, step);
         dv[p] *= share;
         vv[p] = ve[p] - dv[p];
     }
-    const double rate = lastStep > 0 ? size / lastStep : 1.0;
-    lastStep = size;
-    return !(size > 1.0) || (rate < 0.5 && !(size * rate > 0.5));
+    const double before = lastStep;
+    lastStep = largest;
+    if (within) return true;
+    if (!(before > 0)) return false;
+    const double rate = largest / before;
+    if (!(rate < 0.5)) return false;
+    bool next = true;
+    KELM_UNROLL
+    for (int p = 0; p < count; ++p) next = next && !(std::fabs(dv[p]) * rate > 0.5 * tolerance[p]);
+    return next;
 }
 
-bool NodalKernel::takeStep(const double* ve, double* dv, double* vv, int ports, double& lastStep) const {
-    // The step measured in tolerances: at most 1 when every port moved by no more than its
-    // tolerance. Newton's steps shrink at least as fast as their ratio from one to the next
-    // once they converge, so a step whose successor is sure to be within tolerance ends the
-    // iteration one evaluation early.
-    double size = 0;
-    for (int p = 0; p < ports; ++p) {
-        const double tolerance = settings.relativeTolerance * std::fabs(ve[p] - dv[p]) + settings.absoluteTolerance;
-        size = std::max(size, std::fabs(dv[p]) / tolerance);
-        dv[p] *= settings.relaxation;
-        vv[p] = ve[p] - dv[p];
-    }
-    const double rate = lastStep > 0 ? size / lastStep : 1.0;
-    lastStep = size;
-    return !(size > 1.0) || (rate < 0.5 && !(size * rate > 0.5));
-}
-
-void NodalKernel::predictPorts(const double* last, double* start, int ports) {
-    // The last solution, or the prediction from the last two.
+template <int PS>
+void NodalKernel::predictPorts(const double* __restrict last, double* __restrict start, int ports) {
+    // The last solution, or the prediction from the last two (three).
+    const int count = PS > 0 ? PS : ports;
     if (!settings.accelerate) {
-        for (int p = 0; p < ports; ++p) start[p] = last[p];
+        KELM_UNROLL
+        for (int p = 0; p < count; ++p) start[p] = last[p];
         return;
     }
+    double* __restrict m1 = vm1.data();
+    double* __restrict m2 = vm2.data();
+    double* __restrict pr = predicted.data();
     const double ecf = settings.errorCorrection;
-    const bool firstOrder = settings.extrapolationOrder == 1;
-    for (int p = 0; p < ports; ++p) {
+    if (settings.extrapolationOrder == 1) {
+        KELM_UNROLL
+        for (int p = 0; p < count; ++p) {
+            const double x = last[p];
+            const double s = 2 * x - m1[p] + ecf * (x - pr[p]);
+            pr[p] = s;
+            m1[p] = x;
+            start[p] = s;
+        }
+        return;
+    }
+    KELM_UNROLL
+    for (int p = 0; p < count; ++p) {
         const double x = last[p];
-        const double s = firstOrder ? 2 * x - vm1[p] + ecf * (x - predicted[p])
-                                    : 2.5 * x - 2 * vm1[p] + 0.5 * vm2[p] + ecf * (x - predicted[p]);
-        vm2[p] = vm1[p];
-        predicted[p] = s;
-        vm1[p] = x;
+        const double s = 2.5 * x - 2 * m1[p] + 0.5 * m2[p] + ecf * (x - pr[p]);
+        m2[p] = m1[p];
+        pr[p] = s;
+        m1[p] = x;
         start[p] = s;
     }
 }
@@ -614,7 +638,7 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
     const int deviceCount = static_cast<int>(devices.size());
     const Slope* slopeList = slopes.data();
     const Slope* slopeEnd = slopeList + slopes.size();
-    predictPorts(last, vv, Pn);
+    predictPorts<PS>(last, vv, Pn);
     const int most = settings.maxIterations;
     int k = 0;
     double lastStep = 0;
@@ -664,7 +688,7 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
             for (int p = 0; p < Pn; ++p) vv[p] = ve[p];
             break;
         }
-        const bool done = sized ? takeStepSized<PS>(ve, r, vv, lastStep) : takeStep(ve, r, vv, Pn, lastStep);
+        const bool done = takeStepSized<PS>(ve, r, vv, Pn, lastStep);
         // The devices' outputs carried linearly to the new point: with them, the rows of
         // the circuit agree with the new port voltages.
         KELM_UNROLL

@@ -88,14 +88,14 @@ private:
     void iterate(const double* base, const double* last, const double* K);
     // The convergence test on the step dv from the point ve, and the step itself into vv
     // (dv is left as the step taken). True when the iteration has converged. lastStep carries
-    // the size of the step before, in tolerances (0 before the first).
-    bool takeStep(const double* ve, double* dv, double* vv, int ports, double& lastStep) const;
+    // the largest port step before (0 before the first). PS above 0: the ports' number known.
     template <int PS>
-    bool takeStepSized(const double* ve, double* dv, double* vv, double& lastStep) const;
+    bool takeStepSized(const double* ve, double* dv, double* vv, int ports, double& lastStep) const;
     template <int PS, int QS>
     void iterateSized(const double* base, const double* last, const double* K);
     // The start of the port iteration from the last sample's ports (and, with Accelerate,
     // the ones before).
+    template <int PS>
     void predictPorts(const double* last, double* start, int ports);
     typedef void (NodalKernel::*PortStep)(const double*, const double*, const double*);
     PortStep portStep = nullptr;
