@@ -761,18 +761,8 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
             KELM_UNROLL
             for (int r = 0; r < Rn; ++r) bs[r] = constant[r];
         }
-        for (int j = Sn; j < Zn - 1; ++j) {
-            const double* column = hz + j * Rn;
-            const double zj = zz[j];
-            KELM_UNROLL
-            for (int r = 0; r < Rn; ++r) bs[r] += column[r] * zj;
-        }
-        for (int j = 0; j < Sn; ++j) {
-            const double* column = hz + j * Rn;
-            const double zj = zz[j];
-            KELM_UNROLL
-            for (int r = 0; r < Rn; ++r) bs[r] += column[r] * zj;
-        }
+        for (int j = Sn; j < Zn - 1; ++j) subtractColumn<RS>(bs, hz + j * Rn, -zz[j], Rn);
+        for (int j = 0; j < Sn; ++j) subtractColumn<RS>(bs, hz + j * Rn, -zz[j], Rn);
         if (Gn > 0) {
             conductanceCorrection(Vz.data(), Zn, zz, corrections);
             for (int a = 0; a < Gn; ++a) {
@@ -785,12 +775,7 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
         // Every row from the inputs, the states and the devices' outputs.
         KELM_UNROLL
         for (int r = 0; r < Rn; ++r) cur[r] = bs[r];
-        for (int q = 0; q < Qn; ++q) {
-            const double* column = hy + q * Rn;
-            const double yq = yl[q];
-            KELM_UNROLL
-            for (int r = 0; r < Rn; ++r) cur[r] += column[r] * yq;
-        }
+        for (int q = 0; q < Qn; ++q) subtractColumn<RS>(cur, hy + q * Rn, -yl[q], Rn);
         if (Gn > 0 && Qn > 0) {
             conductanceCorrection(Vy.data(), Qn, yl, corrections);
             for (int a = 0; a < Gn; ++a) {
