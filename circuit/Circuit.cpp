@@ -117,6 +117,36 @@ void Circuit::setKernelsAllowed(bool allowed) {
     activate(fast && allowed ? fast.get() : general.get());
 }
 
+void Circuit::deliverMatrixChange() {
+    if (!context->matrixChanged() || context->onlySignalStampsChanged()) return;
+    // A control moved: the chosen kernel gets another chance with the new A.
+    if (fast && kernelsAllowed) activate(fast.get());
+    active->matrixChanged();
+    if (active != general.get()) context->setMatrixChanged(false);
+}
+
+bool Circuit::canRunBeside(const Graph& otherGraph) const {
+    const Circuit* other = dynamic_cast<const Circuit*>(&otherGraph);
+    return other && other != this && initialized && other->initialized && numberOfInputs == other->numberOfInputs &&
+           numberOfOutputs == other->numberOfOutputs && active->canRunBeside(*other->active);
+}
+
+void Circuit::processTwin(Graph& otherGraph, BufferList& inputs, BufferList& otherInputs, size_t frames) {
+    Circuit* other = dynamic_cast<Circuit*>(&otherGraph);
+    const bool plain = other && plainBeside(*other, frames) && initialized && other->initialized && frames > 0 &&
+                       inputs.size() >= static_cast<size_t>(numberOfInputs) &&
+                       otherInputs.size() >= static_cast<size_t>(other->numberOfInputs) &&
+                       results.size() == static_cast<size_t>(numberOfOutputs) &&
+                       other->results.size() == static_cast<size_t>(other->numberOfOutputs);
+    if (plain) {
+        deliverMatrixChange();
+        other->deliverMatrixChange();
+        if (active->runTwin(*other->active, inputs, results, otherInputs, other->results, frames)) return;
+    }
+    // Each on its own, which also gives the usual checks and messages.
+    Graph::processTwin(otherGraph, inputs, otherInputs, frames);
+}
+
 std::string Circuit::describeSolve() const {
     if (!active) return "";
     return std::string("kernel: ") + active->name() + " (" + active->describe() + ") - " + kernelReason();
@@ -161,12 +191,7 @@ void Circuit::process(BufferList& inputs, BufferList& outputs, size_t frames) {
         return;
     }
     if (frames == 0) return;
-    if (context->matrixChanged() && !context->onlySignalStampsChanged()) {
-        // A control moved: the chosen kernel gets another chance with the new A.
-        if (fast && kernelsAllowed) activate(fast.get());
-        active->matrixChanged();
-        if (active != general.get()) context->setMatrixChanged(false);
-    }
+    deliverMatrixChange();
     if (active->run(inputs, outputs, frames)) return;
     // The chosen kernel cannot solve the circuit as it stands: the general one reports why,
     // or solves it.

@@ -26,6 +26,8 @@ public:
     void process(BufferList& inputs, BufferList& outputs, size_t framesPerBuffer) override;
     void init() override;
     std::string describeSolve() const override;
+    bool canRunBeside(const Graph& other) const override;
+    void processTwin(Graph& other, BufferList& inputs, BufferList& otherInputs, size_t framesPerBuffer) override;
     void setOutputNames(const std::shared_ptr<std::vector<std::string>>& names);
     void setAnalysis(Analysis* a) { analysis.reset(a); }
     Analysis* getAnalysis() const { return analysis.get(); }
@@ -41,6 +43,8 @@ public:
 
 private:
     void chooseKernel();
+    // A changed matrix into the active kernel, before a block.
+    void deliverMatrixChange();
     void activate(SampleKernel* kernel);
     void doBypass(BufferList& inputs, BufferList& outputs, size_t frames);
     void freeResults();

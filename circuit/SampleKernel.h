@@ -23,6 +23,15 @@ public:
     virtual void stateChanged() = 0;
     // The sample rate or a property changed what the kernel prepared from A.
     virtual void matrixChanged() = 0;
+    // Whether this kernel and `other` (of a circuit built alike: the two channels of a
+    // stereo document) can run their blocks side by side through runTwin.
+    virtual bool canRunBeside(const SampleKernel& /*other*/) const { return false; }
+    // Runs `frames` samples of both circuits side by side, with the samples each gives
+    // alone. False, with nothing done, where the two cannot run so now.
+    virtual bool runTwin(SampleKernel& /*other*/, BufferList& /*inputs*/, BufferList& /*outputs*/,
+                         BufferList& /*otherInputs*/, BufferList& /*otherOutputs*/, size_t /*frames*/) {
+        return false;
+    }
 };
 
 } // namespace kelm

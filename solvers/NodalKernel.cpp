@@ -855,6 +855,65 @@ void NodalKernel::runLinear(BufferList& inputs, BufferList& outputs, size_t fram
     for (int k = 0; k < KS; ++k) z[SS + k] = this->w[k] = w[k];
 }
 
+#if defined(__SSE2__)
+template <int SS, int KS, int OS>
+void NodalKernel::runLinearTwin(NodalKernel& b, BufferList& inputsA, BufferList& outputsA, BufferList& inputsB,
+                                BufferList& outputsB, size_t frames) {
+    // runLinear for two circuits of the same sizes, one per lane of a register: the same
+    // operations in the same order for each, so that each gives the samples it gives alone.
+    NodalKernel& a = *this;
+    constexpr int RS = SS + OS, ZS = SS + KS + 1;
+    auto pair = [](double x, double y) { return _mm_set_pd(y, x); };
+    __m128d h[RS][ZS], fb[SS > 0 ? SS : 1], s[SS > 0 ? SS : 1], last[RS], w[KS > 0 ? KS : 1];
+    for (int r = 0; r < RS; ++r)
+        for (int j = 0; j < ZS; ++j) h[r][j] = pair(a.Hz[static_cast<size_t>(j) * RS + r], b.Hz[static_cast<size_t>(j) * RS + r]);
+    for (int j = 0; j < SS; ++j) {
+        fb[j] = pair(a.feedback[j], b.feedback[j]);
+        s[j] = pair(a.z[j], b.z[j]);
+    }
+    for (int r = 0; r < RS; ++r) last[r] = pair(a.previous[r], b.previous[r]);
+    for (int k = 0; k < KS; ++k) w[k] = pair(a.w[k], b.w[k]);
+    for (size_t i = 0; i < frames; ++i) {
+        for (int j = 0; j < SS; ++j) s[j] = _mm_add_pd(_mm_mul_pd(fb[j], s[j]), last[j]);
+        for (int k = 0; k < KS; ++k) {
+            double va = inputsA[k] ? inputsA[k][i] : 0.0, vb = inputsB[k] ? inputsB[k][i] : 0.0;
+            w[k] = pair(std::isfinite(va) ? va : 0.0, std::isfinite(vb) ? vb : 0.0);
+        }
+        __m128d cur[RS];
+        for (int r = 0; r < RS; ++r) {
+            __m128d sum = h[r][ZS - 1];
+            for (int k = 0; k < KS; ++k) sum = _mm_add_pd(sum, _mm_mul_pd(h[r][SS + k], w[k]));
+            for (int j = 0; j < SS; ++j) sum = _mm_add_pd(sum, _mm_mul_pd(h[r][j], s[j]));
+            cur[r] = sum;
+        }
+        for (int o = 0; o < OS; ++o) {
+            double lanes[2];
+            _mm_storeu_pd(lanes, cur[SS + o]);
+            outputsA[o][i] = static_cast<scalar>(lanes[0]);
+            outputsB[o][i] = static_cast<scalar>(lanes[1]);
+        }
+        for (int r = 0; r < RS; ++r) last[r] = cur[r];
+    }
+    auto split = [](__m128d x, double& l, double& r) {
+        double lanes[2];
+        _mm_storeu_pd(lanes, x);
+        l = lanes[0];
+        r = lanes[1];
+    };
+    for (int r = 0; r < RS; ++r) split(last[r], a.previous[r], b.previous[r]);
+    for (int j = 0; j < SS; ++j) {
+        split(s[j], a.s[j], b.s[j]);
+        a.z[j] = a.s[j];
+        b.z[j] = b.s[j];
+    }
+    for (int k = 0; k < KS; ++k) {
+        split(w[k], a.w[k], b.w[k]);
+        a.z[SS + k] = a.w[k];
+        b.z[SS + k] = b.w[k];
+    }
+}
+#endif
+
 namespace {
 // The sample loops with the sizes known, for circuits of up to 12 rows and 8 entries of z.
 typedef void (NodalKernel::*SampleLoop)(BufferList&, BufferList&, size_t);
@@ -884,21 +943,60 @@ struct NodalKernel::Loops {
         else if constexpr (SS < 6) return linear<SS + 1, 0, 0>(s, k, o);
         else return nullptr;
     }
+#if defined(__SSE2__)
+    template <int SS, int KS, int OS>
+    static TwinLoop linearTwin(int s, int k, int o) {
+        if (s == SS && k == KS && o == OS) return &NodalKernel::runLinearTwin<SS, KS, OS>;
+        if constexpr (OS < 2) return linearTwin<SS, KS, OS + 1>(s, k, o);
+        else if constexpr (KS < 2) return linearTwin<SS, KS + 1, 0>(s, k, o);
+        else if constexpr (SS < 6) return linearTwin<SS + 1, 0, 0>(s, k, o);
+        else return nullptr;
+    }
+#endif
 };
 
-bool NodalKernel::run(BufferList& inputs, BufferList& outputs, size_t frames) {
-    if (!built && !refresh()) return false;
-    if (frames == 0) return true;
-    beginBlock();
-    if (!loop) {
+void NodalKernel::chooseLoops() {
+    if (loop) return;
+    {
         loop = P == 0 && G == 0 ? Loops::linear<0, 0, 0>(S, K, O) : nullptr;
         if (!loop) loop = Loops::pick<1, 2>(R, Z);
         portStep = &NodalKernel::iterate;
         // Up to eight ports and two forced outputs: the iteration with the sizes known.
         if (P <= 8 && Q <= P + 2) portStep = Loops::port<1, 1>(P, Q);
+#if defined(__SSE2__)
+        if (P == 0 && G == 0) twinLoop = Loops::linearTwin<0, 0, 0>(S, K, O);
+#endif
     }
+}
+
+bool NodalKernel::run(BufferList& inputs, BufferList& outputs, size_t frames) {
+    if (!built && !refresh()) return false;
+    if (frames == 0) return true;
+    beginBlock();
+    chooseLoops();
     (this->*loop)(inputs, outputs, frames);
     endBlock();
+    return true;
+}
+
+bool NodalKernel::canRunBeside(const SampleKernel& otherKernel) const {
+    const NodalKernel* other = dynamic_cast<const NodalKernel*>(&otherKernel);
+    return other && other != this && P == 0 && G == 0 && other->P == 0 && other->G == 0 && S == other->S &&
+           K == other->K && O == other->O && S <= 6 && K <= 2 && O <= 2;
+}
+
+bool NodalKernel::runTwin(SampleKernel& otherKernel, BufferList& inputs, BufferList& outputs, BufferList& otherInputs,
+                          BufferList& otherOutputs, size_t frames) {
+    NodalKernel* other = dynamic_cast<NodalKernel*>(&otherKernel);
+    if (!other || !canRunBeside(*other) || frames == 0) return false;
+    if ((!built && !refresh()) || (!other->built && !other->refresh())) return false;
+    chooseLoops();
+    if (!twinLoop) return false;
+    beginBlock();
+    other->beginBlock();
+    (this->*twinLoop)(*other, inputs, outputs, otherInputs, otherOutputs, frames);
+    endBlock();
+    other->endBlock();
     return true;
 }
 

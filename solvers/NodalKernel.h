@@ -54,6 +54,9 @@ public:
     bool run(BufferList& inputs, BufferList& outputs, size_t frames) override;
     void stateChanged() override { stateValid = false; }
     void matrixChanged() override { built = false; }
+    bool canRunBeside(const SampleKernel& other) const override;
+    bool runTwin(SampleKernel& other, BufferList& inputs, BufferList& outputs, BufferList& otherInputs,
+                 BufferList& otherOutputs, size_t frames) override;
 
     int portCount() const { return P; }
     int deviceCount() const { return static_cast<int>(devices.size()); }
@@ -83,6 +86,12 @@ private:
     void runSamples(BufferList& inputs, BufferList& outputs, size_t frames);
     template <int SS, int KS, int OS>
     void runLinear(BufferList& inputs, BufferList& outputs, size_t frames);
+    // runLinear for this circuit and a twin of the same sizes in the two lanes of a register.
+    template <int SS, int KS, int OS>
+    void runLinearTwin(NodalKernel& twin, BufferList& inputs, BufferList& outputs, BufferList& twinInputs,
+                       BufferList& twinOutputs, size_t frames);
+    // The sample loops for the circuit's sizes, chosen once.
+    void chooseLoops();
     // The port iteration of one sample from the port rows' part before the devices' (base),
     // the previous sample's rows (last) and the present K.
     void iterate(const double* base, const double* last, const double* K);
@@ -176,6 +185,8 @@ private:
     long solves = 0, iterations = 0, capped = 0, refreshes = 0;
     struct Loops;
     void (NodalKernel::*loop)(BufferList&, BufferList&, size_t) = nullptr;
+    typedef void (NodalKernel::*TwinLoop)(NodalKernel&, BufferList&, BufferList&, BufferList&, BufferList&, size_t);
+    TwinLoop twinLoop = nullptr;
 };
 
 } // namespace kelm
