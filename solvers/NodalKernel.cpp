@@ -752,7 +752,20 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
                 changed = changed || g != sg.value;
                 sg.value = g;
             }
-            if (changed) updateConductanceTerms();
+            if (changed) {
+                if (Gn == 1) {
+                    // One conductance: M is a number, and K follows by one product per entry.
+                    const double g = signals[0].value;
+                    const double m = g / (1.0 + W[0] * g);
+                    M[0] = m;
+                    const double* vy = Vy.data();
+                    double* kc = Kc.data();
+                    for (int q = 0; q < Qn; ++q)
+                        for (int p = 0; p < Pn; ++p) kc[q * Pn + p] = hy[q * Rn + p] - hg[p] * m * vy[q];
+                } else {
+                    updateConductanceTerms();
+                }
+            }
         }
         // The inputs' and the constant's part first: the states' part ends the chain that
         // runs from sample to sample.
@@ -763,7 +776,12 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
         }
         for (int j = Sn; j < Zn - 1; ++j) subtractColumn<RS>(bs, hz + j * Rn, -zz[j], Rn);
         for (int j = 0; j < Sn; ++j) subtractColumn<RS>(bs, hz + j * Rn, -zz[j], Rn);
-        if (Gn > 0) {
+        if (Gn == 1) {
+            const double* vz = Vz.data();
+            double c = 0;
+            for (int j = 0; j < Zn; ++j) c += vz[j] * zz[j];
+            subtractColumn<RS>(bs, hg, M[0] * c, Rn);
+        } else if (Gn > 0) {
             conductanceCorrection(Vz.data(), Zn, zz, corrections);
             for (int a = 0; a < Gn; ++a) {
                 const double* column = hg + a * Rn;
@@ -776,7 +794,12 @@ void NodalKernel::runSamples(BufferList& inputs, BufferList& outputs, size_t fra
         KELM_UNROLL
         for (int r = 0; r < Rn; ++r) cur[r] = bs[r];
         for (int q = 0; q < Qn; ++q) subtractColumn<RS>(cur, hy + q * Rn, -yl[q], Rn);
-        if (Gn > 0 && Qn > 0) {
+        if (Gn == 1 && Qn > 0) {
+            const double* vy = Vy.data();
+            double c = 0;
+            for (int q = 0; q < Qn; ++q) c += vy[q] * yl[q];
+            subtractColumn<RS>(cur, hg, M[0] * c, Rn);
+        } else if (Gn > 0 && Qn > 0) {
             conductanceCorrection(Vy.data(), Qn, yl, corrections);
             for (int a = 0; a < Gn; ++a) {
                 const double* column = hg + a * Rn;
