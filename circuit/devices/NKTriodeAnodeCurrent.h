@@ -23,45 +23,13 @@ public:
     scalar dIdVpk(scalar vgk, scalar vpk) override;
     // current(), dIdVgk() and dIdVpk() from one location of the grid cell.
     void evaluate(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
-        if (direct) {
-            evaluateDirect(vgk, vpk, current, dVgk, dVpk);
-            return;
-        }
-        if (vpk <= 0 || VgkMin > vgk) {
-            current = dVgk = dVpk = 0.0f;
-            return;
-        }
-        // current() reads the cell at vpk, the derivatives at vpk held to VpMax: the same
-        // cell either way (both indices end at the last one), other weights above VpMax.
-        const float clamped = std::min(vpk, VpMax);
-        const Cell c = locate(std::min(vgk, VgkMax), clamped);
-        current = interpolate(currentTable, c, vpk);
-        dVgk = interpolate(dVgkTable, c, clamped);
-        dVpk = interpolate(dVpkTable, c, clamped);
-        // Above VgkMax the current goes on along its slope there.
-        if (vgk > VgkMax) current += dVgk * (vgk - VgkMax);
+        evaluateWith<false>(vgk, vpk, current, dVgk, dVpk);
     }
-
     // evaluate() with the derivatives of the current itself: from the tables, the slopes of
     // the bilinear surface in the cell (exact for it, so that Newton's method converges
     // on it as fast as the model allows), rather than the derivative tables.
     void evaluateExact(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
-        if (direct) {
-            evaluateDirect(vgk, vpk, current, dVgk, dVpk);
-            return;
-        }
-        if (vpk <= 0 || VgkMin > vgk) {
-            current = dVgk = dVpk = 0.0f;
-            return;
-        }
-        const Cell c = locate(std::min(vgk, VgkMax), vpk);
-        const float* r0 = currentTable.data() + c.at;
-        const float* r1 = r0 + cols;
-        const float wp0 = c.p0 + deltaVpk - vpk, wp1 = vpk - c.p0;
-        current = bilinear(r0, r1, c.wg0, c.wg1, wp0, wp1);
-        dVpk = (c.wg0 * (r0[1] - r0[0]) + c.wg1 * (r1[1] - r1[0])) * inverseArea;
-        dVgk = ((r1[0] - r0[0]) * wp0 + (r1[1] - r0[1]) * wp1) * inverseArea;
-        if (vgk > VgkMax) current += dVgk * (vgk - VgkMax);
+        evaluateWith<true>(vgk, vpk, current, dVgk, dVpk);
     }
 
     bool isDirect() const { return direct; }
@@ -71,6 +39,36 @@ public:
     scalar directCurrent(scalar vgk, scalar vpk);
 
 private:
+    template <bool ownSlopes>
+    void evaluateWith(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk) {
+        if (direct) {
+            evaluateDirect(vgk, vpk, current, dVgk, dVpk);
+            return;
+        }
+        if (vpk <= 0 || VgkMin > vgk) {
+            current = dVgk = dVpk = 0.0f;
+            return;
+        }
+        if constexpr (ownSlopes) {
+            const Cell c = locate(std::min(vgk, VgkMax), vpk);
+            const float* r0 = currentTable.data() + c.at;
+            const float* r1 = r0 + cols;
+            const float wp0 = c.p0 + deltaVpk - vpk, wp1 = vpk - c.p0;
+            current = bilinear(r0, r1, c.wg0, c.wg1, wp0, wp1);
+            dVpk = (c.wg0 * (r0[1] - r0[0]) + c.wg1 * (r1[1] - r1[0])) * inverseArea;
+            dVgk = ((r1[0] - r0[0]) * wp0 + (r1[1] - r0[1]) * wp1) * inverseArea;
+        } else {
+            // current() reads the cell at vpk, the derivatives at vpk held to VpMax: the same
+            // cell either way (both indices end at the last one), other weights above VpMax.
+            const float clamped = std::min(vpk, VpMax);
+            const Cell c = locate(std::min(vgk, VgkMax), clamped);
+            current = interpolate(currentTable, c, vpk);
+            dVgk = interpolate(dVgkTable, c, clamped);
+            dVpk = interpolate(dVpkTable, c, clamped);
+        }
+        // Above VgkMax the current goes on along its slope there.
+        if (vgk > VgkMax) current += dVgk * (vgk - VgkMax);
+    }
     void buildTables();
     void evaluateDirect(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk);
     scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate) const;

@@ -17,24 +17,14 @@ public:
     virtual scalar dIdV(scalar vgk);
     // Vc (V): the grid starts to draw current at a grid-to-cathode voltage of -Vc.
     double knee() const { return -Vc; }
-    // evaluate() with the slope of the table's own interpolation (the cell's secant).
-    void evaluateExact(scalar vgk, scalar& current, scalar& slope) {
-        const float v = static_cast<float>(vgk + Vc);
-        if (v < 0) {
-            current = slope = 0.0f;
-            return;
-        }
-        if (direct || v >= VgkMax) {
-            evaluateOutside(vgk, current, slope);
-            return;
-        }
-        const int k = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
-        const float offset = v - k * deltaVgk;
-        slope = (currentTable[k + 1] - currentTable[k]) * inverseDeltaVgk;
-        current = currentTable[k] + slope * offset;
-    }
     // current() and dIdV() from one location in the tables.
-    void evaluate(scalar vgk, scalar& current, scalar& slope) {
+    void evaluate(scalar vgk, scalar& current, scalar& slope) { evaluateWith<false>(vgk, current, slope); }
+    // evaluate() with the slope of the table's own interpolation (the cell's secant).
+    void evaluateExact(scalar vgk, scalar& current, scalar& slope) { evaluateWith<true>(vgk, current, slope); }
+
+private:
+    template <bool secant>
+    void evaluateWith(scalar vgk, scalar& current, scalar& slope) {
         const float v = static_cast<float>(vgk + Vc);
         if (v < 0) {
             // Below the knee the grid draws nothing, in the tables and in the model.
@@ -47,11 +37,11 @@ public:
         }
         const int k = tableIndex(v * inverseDeltaVgk, 0, static_cast<int>(currentTable.size()) - 2);
         const float offset = v - k * deltaVgk;
-        current = currentTable[k] + (currentTable[k + 1] - currentTable[k]) * offset * inverseDeltaVgk;
-        slope = derivativeTable[k] + (derivativeTable[k + 1] - derivativeTable[k]) * offset * inverseDeltaVgk;
+        const float difference = currentTable[k + 1] - currentTable[k];
+        current = currentTable[k] + difference * offset * inverseDeltaVgk;
+        slope = secant ? difference * inverseDeltaVgk
+                       : derivativeTable[k] + (derivativeTable[k + 1] - derivativeTable[k]) * offset * inverseDeltaVgk;
     }
-
-private:
     void buildTables();
     // evaluate() where the tables do not reach (or are not used).
     void evaluateOutside(scalar vgk, scalar& current, scalar& slope);
