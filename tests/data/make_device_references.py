@@ -26,6 +26,7 @@ import xml.etree.ElementTree as ET
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import ngspice_fixed_step as fixed  # noqa: E402
+import ngspice_tubes as tubes  # noqa: E402
 
 RATE = 192000
 FREQUENCY = 1000
@@ -61,7 +62,10 @@ def node(name):
     return "0" if name in ("GND", "0") else name
 
 
-def netlist(path, amplitude, op_file, tran_file, settle):
+def elements(path, amplitude):
+    """The circuit of an example as SPICE lines, its input a sine of AMPLITUDE (V) at FREQUENCY
+    from time 0: (the element and model lines, the nodes in the order named, the output nodes).
+    Tubes and potentiometers are written as the tube circuits' references write them."""
     cards = model_cards()
     graph = ET.parse(path).getroot().find(".//Graph")
     lines, models, named = ["* " + os.path.basename(path)], [], []
@@ -80,6 +84,12 @@ def netlist(path, amplitude, op_file, tran_file, settle):
             lines.append(f"V{name} {nodes[0]} {nodes[1]} DC {props['Voltage']}")
         elif kind == "Inductor":
             lines.append(f"L{name} {nodes[0]} {nodes[1]} {props['Inductance']}")
+        elif kind == "Potentiometer":
+            lines += tubes.potentiometer(name, *nodes, float(props["Resistance"]), float(props["Wiper"])).splitlines()
+        elif kind in ("Triode", "Pentode"):
+            if set(props) != {"Type"}:
+                raise SystemExit(f"{path}: {name}: a tube with parameters of its own has no SPICE counterpart here")
+            lines += (tubes.triode if kind == "Triode" else tubes.pentode)(name, *nodes, props["Type"]).splitlines()
         elif kind == "Transformer":
             l1, l2 = props["Inductances"].split("|")
             lines += [f"L{name}p {nodes[0]} {nodes[1]} {l1}", f"L{name}s {nodes[2]} {nodes[3]} {l2}",
@@ -104,16 +114,20 @@ def netlist(path, amplitude, op_file, tran_file, settle):
             lines.append(f"{prefix}{name} {' '.join(nodes)}{body} M_{name}{size}")
         else:
             raise SystemExit(f"{path}: no SPICE counterpart for {kind}")
-    out = graph.find("Output/Node").get("Name")
+    outputs = [node(n.get("Name")) for n in graph.findall("Output/Node")]
+    return lines + models, named, outputs
+
+
+def netlist(path, amplitude, op_file, tran_file, settle):
+    lines, named, outputs = elements(path, amplitude)
     stop = settle + PERIODS / FREQUENCY
-    lines += models
     # The tolerances of the Newton iteration: tighter ones (reltol=1e-6, or abstol=1e-14 A) are
     # more than ngspice's iteration meets at some edges of the germanium fuzz and the clipping of
     # the overdrive, where it then cuts the step and leaves the grid. (The silicon fuzz, which
     # keeps the grid at either, differs between them by 0.03 % of its swing at most.)
     lines += [f".options {fixed.OPTIONS} reltol=1e-5 abstol=1e-12 vntol=1e-9 gmin=1e-12 itl1=1000 itl4=100",
               ".control", "op", "wrdata %s %s" % (op_file, " ".join(f"v({n})" for n in named)),
-              *fixed.tran(RATE, stop, settle - 2.0 / RATE, tran_file, f"v({out})"), ".endc", ".end"]
+              *fixed.tran(RATE, stop, settle - 2.0 / RATE, tran_file, f"v({outputs[0]})"), ".endc", ".end"]
     return "\n".join(lines) + "\n", named
 
 

@@ -42,6 +42,8 @@ TRIODES = {
 PENTODES = {
     "EF86": dict(Kp=222.06, Kvb=4.7, mu=34.9, Ex=1.35, Kg1=2648.1, Kg2=4500.0, Vc=0.53, Igc=3.14e-4, N=3.0,
                  VgkMax=8.0),
+    "KT66": dict(Kp=34.89, Kvb=22.3, mu=11.68, Ex=1.197, Kg1=510.9, Kg2=4500.0, Vc=0.53, Igc=3.14e-4, N=3.0,
+                 VgkMax=8.0),
 }
 
 
