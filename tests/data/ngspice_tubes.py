@@ -97,6 +97,12 @@ def potentiometer(name, end_a, wiper, end_b, resistance, position):
     return lines
 
 
+def circuit(title, body, source=None):
+    """The netlist of a circuit (body, driven at node 'in') with its input: a voltage source of
+    0 V DC and, if given, the transient SOURCE (e.g. "SIN(0 1 1k)"); no analysis, no .end."""
+    return f"{title}\nVin in 0 DC 0{' ' + source if source else ''}\n{body}"
+
+
 def _ngspice(netlist, workdir):
     path = os.path.join(workdir, "circuit.cir")
     with open(path, "w") as f:
@@ -130,7 +136,7 @@ def _transient(title, body, options, source, outputs, t_stop, workdir):
     for i, (a, b, _) in enumerate(LIMITS):
         lets += f"let limit{i} = v({a})-v({b})\n"
         probes += f" limit{i}"
-    netlist = (f"{title}\nVin in 0 DC 0 {source}\n{body}{options}.control\n"
+    netlist = (f"{circuit(title, body, source)}{options}.control\n"
                f"tran {step!r} {t_stop!r} 0 {step!r}\n{lets}wrdata {out_file} {probes}\n.endc\n.end\n")
     log = _ngspice(netlist, workdir)
     if not os.path.exists(out_file):
@@ -155,7 +161,7 @@ def write_reference(out_path, title, body, op_nodes, outputs, levels, frames):
     first = frames - STORED
     with tempfile.TemporaryDirectory() as work:
         op_file = os.path.join(work, "op.txt")
-        netlist = (f"{title}\nVin in 0 DC 0\n{body}{options}.control\nop\n"
+        netlist = (f"{circuit(title, body)}{options}.control\nop\n"
                    f"wrdata {op_file} " + " ".join(f"v({n})" for n in op_nodes) + "\n.endc\n.end\n")
         log = _ngspice(netlist, work)
         values = _read_pairs(op_file)[1::2] if os.path.exists(op_file) else []
