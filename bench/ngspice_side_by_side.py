@@ -13,7 +13,9 @@ simulated twice:
 
 Each run is timed by the CPU time (user + system) the child process used, so that other work
 on the machine counts as little as it can; each example's two simulators run one after the
-other, round after round, and the best round of each is kept. ngspice's own counts show
+other, round after round, and the best round of each is kept. Both also run the first START
+seconds alone: less those, the ratio is that of the rest of the second, without either
+side's start-up (parsing, the operating point, kelm's tube tables). ngspice's own counts show
 whether it held the step (192000 steps and its few short ones at the start); the last two
 periods of the first output of each are compared, as the reference tests compare them, to
 show the two ran the same circuit.
@@ -45,6 +47,7 @@ import ngspice_tubes as tubes  # noqa: E402
 RATE = 192000
 FREQUENCY = 1000
 PERIODS = 2  # compared at the end of the run
+START = 0.002  # seconds of the short runs that measure each side's cost of starting up
 
 # The examples no reference is made for, and the levels (V) they are run at here.
 LEVELS = {
@@ -96,7 +99,7 @@ def circuit(name, level):
 def ngspice_netlist(body, outputs, seconds, reltol, out_file):
     """The transient run: fixed step, only the outputs kept, the last periods written, and
     ngspice's counts of steps and iterations printed."""
-    start = seconds - PERIODS / FREQUENCY - 2.0 / RATE
+    start = max(seconds - PERIODS / FREQUENCY - 2.0 / RATE, 0.0)
     return body + "\n".join([
         f".options {fixed.OPTIONS} reltol={reltol} itl1=1000 itl4=100", ".control",
         "save " + " ".join(f"v({o})" for o in outputs),
@@ -155,9 +158,13 @@ def counts(log):
     return (int(points.group(1)) if points else None, int(iterations.group(1)) if iterations else None)
 
 
+def best(a, b):
+    return b if a is None else min(a, b)
+
+
 def bench(name, args, work):
-    row = dict(name=name, level=level_of(name), spice=None, kelm=None, points=None, iterations=None,
-               difference=None, note="")
+    row = dict(name=name, level=level_of(name), spice=None, kelm=None, spice_start=None, kelm_start=None,
+               points=None, iterations=None, difference=None, note="")
     if row["level"] is None:
         row["note"] = "no level given"
         return row
@@ -168,46 +175,70 @@ def bench(name, args, work):
         return row
     directory = os.path.join(work, name)
     os.makedirs(directory, exist_ok=True)
-    cir, tran, wav_in, wav_out = (os.path.join(directory, f) for f in ("circuit.cir", "tran.txt", "in.wav", "out.wav"))
-    with open(cir, "w") as f:
-        f.write(ngspice_netlist(body, outputs, args.seconds, args.reltol, tran))
-    frames = int(round(args.seconds * RATE))
+    path = {f: os.path.join(directory, f) for f in ("circuit.cir", "tran.txt", "in.wav", "out.wav",
+                                                      "start.cir", "start.txt", "start.wav", "start-out.wav")}
+    with open(path["circuit.cir"], "w") as f:
+        f.write(ngspice_netlist(body, outputs, args.seconds, args.reltol, path["tran.txt"]))
+    with open(path["start.cir"], "w") as f:
+        f.write(ngspice_netlist(body, outputs, START, args.reltol, path["start.txt"]))
+    system = os.path.join(ROOT, "examples", name + ".xml")
+
+    def spice(cir, written):
+        """CPU seconds and output of an ngspice run, or None with the reason in the row's note."""
+        if os.path.exists(written):
+            os.remove(written)
+        seconds, run = timed(["ngspice", "-b", cir], args.timeout)
+        if seconds is None:
+            row["note"] = f"ngspice ran out of time ({args.timeout:g} s)"
+        elif not os.path.exists(written):
+            row["note"] = "ngspice failed: " + ((run.stdout + run.stderr).strip().splitlines() or [""])[-1]
+        else:
+            return seconds, run.stdout + run.stderr
+        return None, None
+
+    def kelm(wav_in, wav_out):
+        seconds, run = timed([args.kelm, "render", "--system", system, "--in", wav_in, "--out", wav_out], args.timeout)
+        if seconds is None:
+            row["note"] = f"kelm ran out of time ({args.timeout:g} s)"
+        elif run.returncode != 0:
+            row["note"] = "kelm render failed: " + (run.stderr.strip().splitlines() or [""])[-1]
+        else:
+            return seconds
+        return None
+
     grid = None  # (first, offset, values) of ngspice's last periods
-    spice_out = False
+    spice_failed = False
     for round_ in range(args.rounds):
-        if not spice_out:
-            if os.path.exists(tran):
-                os.remove(tran)
-            seconds, run = timed(["ngspice", "-b", cir], args.timeout)
-            if seconds is None:
-                spice_out = True
-                row["note"] = f"ngspice ran out of time ({args.timeout:g} s)"
-            elif not os.path.exists(tran):
-                spice_out = True
-                row["note"] = "ngspice failed: " + (run.stdout + run.stderr).strip().splitlines()[-1:][0]
-            else:
-                row["spice"] = seconds if row["spice"] is None else min(row["spice"], seconds)
-                row["points"], row["iterations"] = counts(run.stdout + run.stderr)
+        if not spice_failed:
+            seconds, log = spice(path["circuit.cir"], path["tran.txt"])
+            spice_failed = seconds is None
+            if seconds is not None:
+                row["spice"] = best(row["spice"], seconds)
+                row["points"], row["iterations"] = counts(log)
                 try:
-                    grid = fixed.on_grid(fixed.read_wrdata(tran), RATE, PERIODS * RATE // FREQUENCY, name)
+                    grid = fixed.on_grid(fixed.read_wrdata(path["tran.txt"]), RATE, PERIODS * RATE // FREQUENCY, name)
                 except SystemExit as e:  # a step was cut: the time still counts, the comparison not
                     row["note"] = str(e)
+                seconds, _ = spice(path["start.cir"], path["start.txt"])
+                if seconds is not None:
+                    row["spice_start"] = best(row["spice_start"], seconds)
         if round_ == 0:
             # The input on ngspice's grid, as the reference tests drive it: sample n at (n + offset) / RATE.
             offset = grid[1] if grid else 0.0
-            write_wav(wav_in, [row["level"] * math.sin(2 * math.pi * FREQUENCY * (n + offset) / RATE)
-                               for n in range(frames)])
-        seconds, run = timed([args.kelm, "render", "--system", os.path.join(ROOT, "examples", name + ".xml"),
-                              "--in", wav_in, "--out", wav_out], args.timeout)
-        if seconds is None or run.returncode != 0:
-            row["note"] = "kelm render failed" if seconds is not None else "kelm ran out of time"
-            if run is not None:
-                row["note"] += ": " + (run.stderr.strip().splitlines() or [""])[-1]
+            sine = [row["level"] * math.sin(2 * math.pi * FREQUENCY * (n + offset) / RATE)
+                    for n in range(int(round(args.seconds * RATE)))]
+            write_wav(path["in.wav"], sine)
+            write_wav(path["start.wav"], sine[:int(round(START * RATE))])
+        seconds = kelm(path["in.wav"], path["out.wav"])
+        if seconds is None:
             break
-        row["kelm"] = seconds if row["kelm"] is None else min(row["kelm"], seconds)
+        row["kelm"] = best(row["kelm"], seconds)
+        seconds = kelm(path["start.wav"], path["start-out.wav"])
+        if seconds is not None:
+            row["kelm_start"] = best(row["kelm_start"], seconds)
     if grid and row["kelm"] is not None:
         first, _, values = grid
-        ours = read_wav(wav_out)[first:first + len(values)]
+        ours = read_wav(path["out.wav"])[first:first + len(values)]
         swing = max(values) - min(values)
         if len(ours) == len(values) and swing > 0:
             row["difference"] = max(abs(a - b) for a, b in zip(ours, values)) / swing
@@ -216,8 +247,9 @@ def bench(name, args, work):
 
 def table(rows, seconds):
     lines = ["| example | level (V) | ngspice CPU s | kelm CPU s | ratio | kelm real-time factor "
-             "| ngspice steps (Newton iterations a step) | largest difference (of the swing) |",
-             "|---|---:|---:|---:|---:|---:|---:|---:|"]
+             "| ratio without start-up | kelm start-up s | ngspice steps (Newton iterations a step) "
+             "| largest difference (of the swing) |",
+             "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|"]
 
     def cell(value, form):
         return form % value if value is not None else "-"
@@ -225,13 +257,18 @@ def table(rows, seconds):
     for r in rows:
         ratio = r["spice"] / r["kelm"] if r["spice"] is not None and r["kelm"] else None
         realtime = seconds / r["kelm"] if r["kelm"] else None
+        # Both sides less their runs of START seconds: the ratio of the rest of the second alone.
+        marginal = None
+        if None not in (r["spice"], r["kelm"], r["spice_start"], r["kelm_start"]) and r["kelm"] > r["kelm_start"]:
+            marginal = (r["spice"] - r["spice_start"]) / (r["kelm"] - r["kelm_start"])
         steps = "-"
         if r["points"]:
             steps = "%d" % r["points"] + (" (%.2f)" % (r["iterations"] / r["points"]) if r["iterations"] else "")
         difference = 100 * r["difference"] if r["difference"] is not None else None
-        lines.append("| %s | %s | %s | %s | %s | %s | %s | %s |" % (
+        lines.append("| %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |" % (
             r["name"], cell(r["level"], "%g"), cell(r["spice"], "%.2f"), cell(r["kelm"], "%.3f"),
-            cell(ratio, "%.0fx"), cell(realtime, "%.0fx"), steps, cell(difference, "%.3f %%")))
+            cell(ratio, "%.0fx"), cell(realtime, "%.0fx"), cell(marginal, "%.0fx"), cell(r["kelm_start"], "%.3f"),
+            steps, cell(difference, "%.3f %%")))
     notes = [f"- {r['name']}: {r['note']}" for r in rows if r["note"]]
     return "\n".join(lines + ([""] + notes if notes else []))
 
@@ -263,7 +300,8 @@ def main():
             print(f"{name} ...", file=sys.stderr, flush=True)
             rows.append(bench(name, args, work))
     print(f"{args.seconds:g} s of a 1 kHz sine at {RATE} Hz; ngspice (trapezoidal rule, fixed step 1/{RATE} s, "
-          f"reltol={args.reltol:g}) and kelm render; CPU seconds (user + system), best of {args.rounds}\n")
+          f"reltol={args.reltol:g}) and kelm render; CPU seconds (user + system), best of {args.rounds}; "
+          f"without start-up: both less a run of {1000 * START:g} ms\n")
     print(table(rows, args.seconds))
 
 
