@@ -70,6 +70,7 @@ private:
         if (vgk > VgkMax) current += dVgk * (vgk - VgkMax);
     }
     void buildTables();
+    void computeTables();
     void evaluateDirect(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk);
     scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate) const;
     // A cell of the grid: its first entry, the plate voltage of its lower side, and the

@@ -1,4 +1,7 @@
 #include <cmath>
+#include <map>
+#include <memory>
+#include <mutex>
 
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
@@ -69,12 +72,36 @@ scalar NKTriodeAnodeCurrent::directCurrent(scalar vgk, scalar vpk) {
 }
 
 void NKTriodeAnodeCurrent::buildTables() {
-    direct = true;
     rows = static_cast<int>((VgkMax - VgkMin) * (1.0f / deltaVgk)) + 1;
     cols = static_cast<int>((1.0f / deltaVpk) * VpMax) + 1;
     if (rows < 2 || cols < 2)
         throw InvalidArgumentException(str("Triode: the table grid needs at least two rows and two columns. Rows=", rows,
                                            " Columns=", cols));
+    // Tubes of one type share their tables: computed once a process, copied after.
+    struct Tables {
+        std::vector<float> current, dVgk, dVpk;
+    };
+    static std::mutex guard;
+    static std::map<std::vector<double>, std::shared_ptr<const Tables>> computed;
+    const std::vector<double> key = {Vct, Kp, Kvb, mu, Ex, Kg, VgkMax, VgkMin, VpMax, deltaVpk, deltaVgk};
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        auto it = computed.find(key);
+        if (it != computed.end()) {
+            currentTable = it->second->current;
+            dVgkTable = it->second->dVgk;
+            dVpkTable = it->second->dVpk;
+            return;
+        }
+    }
+    computeTables();
+    auto tables = std::make_shared<Tables>(Tables{currentTable, dVgkTable, dVpkTable});
+    std::lock_guard<std::mutex> lock(guard);
+    computed.emplace(key, tables);
+}
+
+void NKTriodeAnodeCurrent::computeTables() {
+    direct = true;
     currentTable.assign(static_cast<size_t>(rows) * cols, 0.0f);
     dVgkTable.assign(currentTable.size(), 0.0f);
     dVpkTable.assign(currentTable.size(), 0.0f);
