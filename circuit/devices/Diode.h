@@ -1,4 +1,6 @@
 #pragma once
+#include <limits>
+
 #include "circuit/devices/JunctionDevice.h"
 
 namespace kelm {
@@ -20,10 +22,22 @@ protected:
     void charges(const double* v, double* q) const override;
 
 private:
+    // The junction at the voltage v: its DC current with gmin (A) and slope (S), and where
+    // `charged`, its charge (C) and depletion capacitance (F). The charge memory of a sample
+    // and the iteration's first evaluation of the next one meet at the same voltage: the
+    // second takes the numbers from here.
+    struct Point {
+        double v = std::numeric_limits<double>::quiet_NaN();
+        double id = 0, g = 0, q = 0, c = 0;
+        bool charged = false;
+    };
+    const Point& at(double vd, bool withCharge) const;
+
     double is = 1e-14, n = 1, rs = 0, bv = 0, ibv = 1e-3, cjo = 0, vj = 1, m = 0.5, fc = 0.5, tt = 0;
     bool breakdown = false;
     double nvt = 0, vcrit = 0, knee = 0;  // knee: the breakdown voltage where the current is Ibv
     double last = 0;                      // the junction voltage of the last evaluation
+    mutable Point point;                  // the last junction voltage computed
 };
 
 } // namespace kelm
