@@ -143,14 +143,6 @@ void BJT::transport(double vbe, double vbc, double& ib, double& ic, double* d) c
     for (int k = 0; k < 4; ++k) d[k] = p.d[k];
 }
 
-const BJT::Point& BJT::at(double vbe, double vbc, bool withCharges) const {
-    if (vbe == point.vbe && vbc == point.vbc && (point.charged || !withCharges)) return point;
-    point.vbe = vbe;
-    point.vbc = vbc;
-    compute(vbe, vbc, withCharges, point);
-    return point;
-}
-
 void BJT::charges(const double* v, double* q) const {
     // A solution whose iteration stopped short may leave a junction far beyond the point the
     // device was last evaluated at: the charges are taken no further than a step from there.
@@ -199,7 +191,7 @@ void BJT::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     di[1] = -d[1];
     di[2] = d[2] + d[3];
     di[3] = -d[3];
-    keepFinite(i, di);
+    keepFinite<2>(i, di);
 }
 
 } // namespace kelm

@@ -40,7 +40,14 @@ private:
     // The junctions at vbe, vbc: the charge memory of a sample and the iteration's first
     // evaluation of the next one meet at the same voltages, and the second takes the numbers
     // from here.
-    const Point& at(double vbe, double vbc, bool withCharges) const;
+    const Point& at(double vbe, double vbc, bool withCharges) const {
+        if (!(vbe == point.vbe && vbc == point.vbc && (point.charged || !withCharges))) {
+            point.vbe = vbe;
+            point.vbc = vbc;
+            compute(vbe, vbc, withCharges, point);
+        }
+        return point;
+    }
 
     double is = 1e-16, bf = 100, br = 1, nf = 1, nr = 1, vaf = 0, var = 0, ikf = 0, ikr = 0, ise = 0, ne = 1.5,
            isc = 0, nc = 2, rb = 0, rc = 0, re = 0, cje = 0, vje = 0.75, mje = 0.33, cjc = 0, vjc = 0.75,

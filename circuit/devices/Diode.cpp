@@ -62,27 +62,13 @@ void Diode::derive() {
     knee = x;
 }
 
-double Diode::junctionCurrent(double v, double& g) const {
-    double id;
-    if (breakdown && v < -knee) {
-        const double e = std::exp(std::min(-(knee + v) / nvt, 80.0));
-        id = -is * e;
-        g = is * e / nvt;
-    } else {
-        id = Junction::current(v, is, nvt, g);
-    }
-    g += Junction::gmin;
-    return id + Junction::gmin * v;
-}
-
 void Diode::charges(const double* v, double* q) const {
     // A solution whose iteration stopped short may leave the junction far beyond the point it
     // was last evaluated at: the charge is taken no further than a step from there.
     q[0] = at(Junction::limit(v[0], last, nvt, vcrit), true).q;
 }
 
-const Diode::Point& Diode::at(double vd, bool withCharge) const {
-    if (vd == point.v && (point.charged || !withCharge)) return point;
+const Diode::Point& Diode::compute(double vd, bool withCharge) const {
     point.v = vd;
     point.id = junctionCurrent(vd, point.g);
     point.charged = withCharge;
@@ -113,7 +99,7 @@ void Diode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     }
     i[0] = id;
     di[0] = g;
-    keepFinite(i, di);
+    keepFinite<1>(i, di);
 }
 
 } // namespace kelm

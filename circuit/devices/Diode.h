@@ -1,6 +1,8 @@
 #pragma once
+#include <algorithm>
 #include <limits>
 
+#include "circuit/devices/Junction.h"
 #include "circuit/devices/JunctionDevice.h"
 
 namespace kelm {
@@ -15,7 +17,18 @@ public:
     void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override;
 
     // The junction current (A) and its slope (S) at v (V), without charge: the DC law.
-    double junctionCurrent(double v, double& g) const;
+    double junctionCurrent(double v, double& g) const {
+        double id;
+        if (breakdown && v < -knee) {
+            const double e = fastExp(std::min(-(knee + v) / nvt, 80.0));
+            id = -is * e;
+            g = is * e / nvt;
+        } else {
+            id = Junction::current(v, is, nvt, g);
+        }
+        g += Junction::gmin;
+        return id + Junction::gmin * v;
+    }
 
 protected:
     void derive() override;
@@ -31,7 +44,10 @@ private:
         double id = 0, g = 0, q = 0, c = 0;
         bool charged = false;
     };
-    const Point& at(double vd, bool withCharge) const;
+    const Point& at(double vd, bool withCharge) const {
+        return vd == point.v && (point.charged || !withCharge) ? point : compute(vd, withCharge);
+    }
+    const Point& compute(double vd, bool withCharge) const;
 
     double is = 1e-14, n = 1, rs = 0, bv = 0, ibv = 1e-3, cjo = 0, vj = 1, m = 0.5, fc = 0.5, tt = 0;
     bool breakdown = false;

@@ -55,10 +55,10 @@ protected:
     double stepRate() const { return 2.0 * static_cast<double>(context->getSampleRate()); }
 
     // Replaces anything not finite among the P port currents and their Jacobian by 0 (the
-    // diagonal by gmin), and returns whether all were finite.
+    // diagonal by gmin), and returns whether all were finite. P is the device's port count.
+    template <int P>
     bool keepFinite(double* i, double* di) const {
         // One test for all first: their sum is finite where each is, unless it overflows.
-        const int P = layout.ports;
         double sum = 0;
         for (int p = 0; p < P; ++p) sum += i[p];
         for (int k = 0; k < P * P; ++k) sum += di[k];
