@@ -59,6 +59,15 @@ void BJT::derive() {
     vcrit = Junction::criticalVoltage(is, vt);
     charge[0].setDepletion(cje, vje, mje, fc);
     charge[1].setDepletion(cjc, vjc, mjc, fc);
+    nfVt = nf * vt;
+    nrVt = nr * vt;
+    neVt = ne * vt;
+    ncVt = nc * vt;
+    invVaf = vaf > 0 ? 1 / vaf : 0;
+    invVar = var > 0 ? 1 / var : 0;
+    invIkf = ikf > 0 ? 1 / ikf : 0;
+    invIkr = ikr > 0 ? 1 / ikr : 0;
+    point = Point();
 }
 
 namespace {
@@ -73,14 +82,13 @@ double leakage(double v, double is, double nvt, double& g) {
 }
 } // namespace
 
-void BJT::transport(double vbe, double vbc, double& ib, double& ic, double* d) const {
+void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
     double gbe, gbc, gben, gbcn;
-    const double cbe = Junction::current(vbe, is, nf * vt, gbe);
-    const double cbc = Junction::current(vbc, is, nr * vt, gbc);
-    const double cben = leakage(vbe, ise, ne * vt, gben);
-    const double cbcn = leakage(vbc, isc, nc * vt, gbcn);
+    const double cbe = Junction::current(vbe, is, nfVt, gbe);
+    const double cbc = Junction::current(vbc, is, nrVt, gbc);
+    const double cben = leakage(vbe, ise, neVt, gben);
+    const double cbcn = leakage(vbc, isc, ncVt, gbcn);
     // The base charge: Early effect (q1) and high injection (q2).
-    const double invVaf = vaf > 0 ? 1 / vaf : 0, invVar = var > 0 ? 1 / var : 0;
     const double q1 = 1 / (1 - invVaf * vbc - invVar * vbe);
     double qb, dqbdve, dqbdvc;
     if (ikf <= 0 && ikr <= 0) {
@@ -88,60 +96,51 @@ void BJT::transport(double vbe, double vbc, double& ib, double& ic, double* d) c
         dqbdve = q1 * qb * invVar;
         dqbdvc = q1 * qb * invVaf;
     } else {
-        const double oik = ikf > 0 ? 1 / ikf : 0, oikr = ikr > 0 ? 1 / ikr : 0;
-        const double q2 = oik * cbe + oikr * cbc;
+        const double q2 = invIkf * cbe + invIkr * cbc;
         const double arg = std::max(0.0, 1 + 4 * q2);
         const double root = arg != 0 ? std::sqrt(arg) : 1;
         qb = q1 * (1 + root) / 2;
-        dqbdve = q1 * (qb * invVar + oik * gbe / root);
-        dqbdvc = q1 * (qb * invVaf + oikr * gbc / root);
+        dqbdve = q1 * (qb * invVar + invIkf * gbe / root);
+        dqbdvc = q1 * (qb * invVaf + invIkr * gbc / root);
     }
     const double transfer = (cbe - cbc) / qb;
-    ic = transfer - cbc / br - cbcn;
-    ib = cbe / bf + cben + cbc / br + cbcn;
-    d[0] = gbe / bf + gben;
-    d[1] = gbc / br + gbcn;
-    d[2] = (gbe - transfer * dqbdve) / qb;
-    d[3] = (-gbc - transfer * dqbdvc) / qb - gbc / br - gbcn;
-}
-
-double BJT::emitterCharge(double vbe, double vbc, double& dvbe, double& dvbc) const {
+    p.ic = transfer - cbc / br - cbcn;
+    p.ib = cbe / bf + cben + cbc / br + cbcn;
+    p.d[0] = gbe / bf + gben;
+    p.d[1] = gbc / br + gbcn;
+    p.d[2] = (gbe - transfer * dqbdve) / qb;
+    p.d[3] = (-gbc - transfer * dqbdvc) / qb - gbc / br - gbcn;
+    p.charged = withCharges;
+    if (!withCharges) return;
+    // The base-emitter charge: depletion, and diffusion following the transfer current
+    // Is (exp - 1) / qb where the junction conducts.
     double c;
     const double depletion = charge[0].depletion(vbe, c);
-    dvbe = c;
-    dvbc = 0;
-    if (tf <= 0) return depletion;
-    double g;
-    double cbe = Junction::current(vbe, is, nf * vt, g);
-    if (vbe > 0) {
-        // The diffusion charge follows the transfer current, Is (exp - 1) / qb.
-        const double invVaf = vaf > 0 ? 1 / vaf : 0, invVar = var > 0 ? 1 / var : 0;
-        const double q1 = 1 / (1 - invVaf * vbc - invVar * vbe);
-        double qb = q1, dqbdve = q1 * q1 * invVar, dqbdvc = q1 * q1 * invVaf;
-        if (ikf > 0 || ikr > 0) {
-            double gbc;
-            const double cbc = Junction::current(vbc, is, nr * vt, gbc);
-            const double oik = ikf > 0 ? 1 / ikf : 0, oikr = ikr > 0 ? 1 / ikr : 0;
-            const double arg = std::max(0.0, 1 + 4 * (oik * cbe + oikr * cbc));
-            const double root = arg != 0 ? std::sqrt(arg) : 1;
-            qb = q1 * (1 + root) / 2;
-            dqbdve = q1 * (qb * invVar + oik * g / root);
-            dqbdvc = q1 * (qb * invVaf + oikr * gbc / root);
+    p.qeVbe = c;
+    p.qeVbc = 0;
+    p.qe = depletion;
+    if (tf > 0) {
+        double diffusion = cbe, g = gbe;
+        if (vbe > 0) {
+            diffusion = cbe / qb;
+            g = (gbe - diffusion * dqbdve) / qb;
+            p.qeVbc = -tf * diffusion * dqbdvc / qb;
         }
-        cbe /= qb;
-        g = (g - cbe * dqbdve) / qb;
-        dvbc = -tf * cbe * dqbdvc / qb;
+        p.qeVbe += tf * g;
+        p.qe = depletion + tf * diffusion;
     }
-    dvbe += tf * g;
-    return depletion + tf * cbe;
+    // The base-collector charge: depletion, and diffusion following the reverse current.
+    const double collector = charge[1].depletion(vbc, c);
+    p.qcVbc = c + tr * (tr > 0 ? gbc : 0);
+    p.qc = collector + tr * (tr > 0 ? cbc : 0);
 }
 
-double BJT::collectorCharge(double vbc, double& dvbc) const {
-    double c, g;
-    const double depletion = charge[1].depletion(vbc, c);
-    const double cbc = tr > 0 ? Junction::current(vbc, is, nr * vt, g) : (g = 0, 0.0);
-    dvbc = c + tr * g;
-    return depletion + tr * cbc;
+void BJT::transport(double vbe, double vbc, double& ib, double& ic, double* d) const {
+    Point p;
+    compute(vbe, vbc, false, p);
+    ib = p.ib;
+    ic = p.ic;
+    for (int k = 0; k < 4; ++k) d[k] = p.d[k];
 }
 
 void BJT::charges(const double* v, double* q) const {
@@ -149,9 +148,9 @@ void BJT::charges(const double* v, double* q) const {
     // device was last evaluated at: the charges are taken no further than a step from there.
     const double vbe = Junction::limit(sign * v[0], lastVbe, vt, vcrit);
     const double vbc = Junction::limit(sign * (v[0] - v[1]), lastVbc, vt, vcrit);
-    double a, b;
-    q[0] = emitterCharge(vbe, vbc, a, b);
-    q[1] = collectorCharge(vbc, a);
+    const Point& p = at(vbe, vbc, true);
+    q[0] = p.qe;
+    q[1] = p.qc;
 }
 
 void BJT::evaluatePorts(double* v, double* i, double* di, double*, double*) {
@@ -171,21 +170,19 @@ void BJT::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     lastVbc = vbc;
     v[0] = sign * vbe;
     v[1] = sign * (vbe - vbc);
-    double ib, ic, d[4];
-    transport(vbe, vbc, ib, ic, d);
-    if (charging()) {
+    const bool withCharges = charging();
+    const Point& p = at(vbe, vbc, withCharges);
+    double ib = p.ib, ic = p.ic, d[4] = {p.d[0], p.d[1], p.d[2], p.d[3]};
+    if (withCharges) {
         const double rate = stepRate();
-        double qeE, qeC, qcC;
-        const double qe = emitterCharge(vbe, vbc, qeE, qeC);
-        const double qc = collectorCharge(vbc, qcC);
-        const double ie = charge[0].current(qe, rate), icb = charge[1].current(qc, rate);
+        const double ie = charge[0].current(p.qe, rate), icb = charge[1].current(p.qc, rate);
         // The base-emitter charge's current flows from base to emitter, the base-collector
         // charge's from base to collector.
         ib += ie + icb;
         ic -= icb;
-        d[0] += rate * qeE;
-        d[1] += rate * (qeC + qcC);
-        d[3] -= rate * qcC;
+        d[0] += rate * p.qeVbe;
+        d[1] += rate * (p.qeVbc + p.qcVbc);
+        d[3] -= rate * p.qcVbc;
     }
     // On the ports vbe = v0, vbc = v0 - v1; the polarity's sign enters twice in the slopes.
     i[0] = sign * ib;
@@ -194,7 +191,7 @@ void BJT::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     di[1] = -d[1];
     di[2] = d[2] + d[3];
     di[3] = -d[3];
-    keepFinite(i, di);
+    keepFinite<2>(i, di);
 }
 
 } // namespace kelm

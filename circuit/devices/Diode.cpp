@@ -37,6 +37,7 @@ void Diode::init(const std::string& name, const PropertyMapPtr& properties, cons
 }
 
 void Diode::derive() {
+    point = Point();
     if (breakdown && !(bv > 0)) bv = 1e-3;
     // SPICE's own bounds on the charge parameters.
     fc = std::min(fc, 0.95);
@@ -61,25 +62,18 @@ void Diode::derive() {
     knee = x;
 }
 
-double Diode::junctionCurrent(double v, double& g) const {
-    double id;
-    if (breakdown && v < -knee) {
-        const double e = std::exp(std::min(-(knee + v) / nvt, 80.0));
-        id = -is * e;
-        g = is * e / nvt;
-    } else {
-        id = Junction::current(v, is, nvt, g);
-    }
-    g += Junction::gmin;
-    return id + Junction::gmin * v;
-}
-
 void Diode::charges(const double* v, double* q) const {
     // A solution whose iteration stopped short may leave the junction far beyond the point it
     // was last evaluated at: the charge is taken no further than a step from there.
-    const double vd = Junction::limit(v[0], last, nvt, vcrit);
-    double c, g;
-    q[0] = charge[0].depletion(vd, c) + tt * junctionCurrent(vd, g);
+    q[0] = at(Junction::limit(v[0], last, nvt, vcrit), true).q;
+}
+
+const Diode::Point& Diode::compute(double vd, bool withCharge) const {
+    point.v = vd;
+    point.id = junctionCurrent(vd, point.g);
+    point.charged = withCharge;
+    if (withCharge) point.q = charge[0].depletion(vd, point.c) + tt * point.id;
+    return point;
 }
 
 void Diode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
@@ -95,18 +89,17 @@ void Diode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     }
     last = vd;
     v[0] = vd;
-    double g;
-    double id = junctionCurrent(vd, g);
-    if (charging()) {
-        double c;
-        const double q = charge[0].depletion(vd, c) + tt * id;
+    const bool withCharge = charging();
+    const Point& p = at(vd, withCharge);
+    double id = p.id, g = p.g;
+    if (withCharge) {
         const double rate = stepRate();
-        id += charge[0].current(q, rate);
-        g += rate * (c + tt * g);
+        id += charge[0].current(p.q, rate);
+        g += rate * (p.c + tt * g);
     }
     i[0] = id;
     di[0] = g;
-    keepFinite(i, di);
+    keepFinite<1>(i, di);
 }
 
 } // namespace kelm

@@ -1,4 +1,8 @@
 #pragma once
+#include <algorithm>
+#include <limits>
+
+#include "circuit/devices/Junction.h"
 #include "circuit/devices/JunctionDevice.h"
 
 namespace kelm {
@@ -13,17 +17,43 @@ public:
     void evaluatePorts(double* v, double* i, double* di, double* f, double* df) override;
 
     // The junction current (A) and its slope (S) at v (V), without charge: the DC law.
-    double junctionCurrent(double v, double& g) const;
+    double junctionCurrent(double v, double& g) const {
+        double id;
+        if (breakdown && v < -knee) {
+            const double e = fastExp(std::min(-(knee + v) / nvt, 80.0));
+            id = -is * e;
+            g = is * e / nvt;
+        } else {
+            id = Junction::current(v, is, nvt, g);
+        }
+        g += Junction::gmin;
+        return id + Junction::gmin * v;
+    }
 
 protected:
     void derive() override;
     void charges(const double* v, double* q) const override;
 
 private:
+    // The junction at the voltage v: its DC current with gmin (A) and slope (S), and where
+    // `charged`, its charge (C) and depletion capacitance (F). The charge memory of a sample
+    // and the iteration's first evaluation of the next one meet at the same voltage: the
+    // second takes the numbers from here.
+    struct Point {
+        double v = std::numeric_limits<double>::quiet_NaN();
+        double id = 0, g = 0, q = 0, c = 0;
+        bool charged = false;
+    };
+    const Point& at(double vd, bool withCharge) const {
+        return vd == point.v && (point.charged || !withCharge) ? point : compute(vd, withCharge);
+    }
+    const Point& compute(double vd, bool withCharge) const;
+
     double is = 1e-14, n = 1, rs = 0, bv = 0, ibv = 1e-3, cjo = 0, vj = 1, m = 0.5, fc = 0.5, tt = 0;
     bool breakdown = false;
     double nvt = 0, vcrit = 0, knee = 0;  // knee: the breakdown voltage where the current is Ibv
     double last = 0;                      // the junction voltage of the last evaluation
+    mutable Point point;                  // the last junction voltage computed
 };
 
 } // namespace kelm

@@ -135,7 +135,7 @@ void JFET::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     i[0] = sign * ig;
     i[1] = sign * id;
     for (int k = 0; k < 4; ++k) di[k] = d[k];
-    keepFinite(i, di);
+    keepFinite<2>(i, di);
 }
 
 } // namespace kelm

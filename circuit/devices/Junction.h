@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "math/Elementary.h"
+
 namespace kelm {
 
 // The pn junction as SPICE's device models use it, evaluated in double: the diode law with
@@ -23,11 +25,11 @@ public:
         if (v >= -3 * nvt) {
             const double x = v / nvt;
             if (x > kMaxExponent) {
-                const double e = std::exp(kMaxExponent);
+                const double e = fastExp(kMaxExponent);
                 g = is * e / nvt;
                 return is * (e * (1 + x - kMaxExponent) - 1);
             }
-            const double e = std::exp(x);
+            const double e = fastExp(x);
             g = is * e / nvt;
             return is * (e - 1);
         }

@@ -1,6 +1,8 @@
 #pragma once
 #include <cmath>
 
+#include "math/Elementary.h"
+
 namespace kelm {
 
 // A charge stored in a device (coulombs), and its current (amperes) by the trapezoidal
@@ -28,7 +30,7 @@ public:
         }
         if (v < fcv) {
             const double arg = 1 - v / pot;
-            const double s = std::exp(-grade * std::log(arg));
+            const double s = power(arg);
             c = cj * s;
             return pot * cj * (1 - arg * s) / (1 - grade);
         }
@@ -51,6 +53,13 @@ public:
     }
 
 private:
+    // arg^-grade (arg above 1 - fc): the gradings without a power in closed form.
+    double power(double arg) const {
+        if (grade == 0.5) return 1 / std::sqrt(arg);
+        if (grade == 0) return 1;
+        return fastExp(-grade * fastLog(arg));
+    }
+
     double cj = 0, pot = 1, grade = 0.5, fcv = 0.5, f1 = 0, f2 = 1, f3 = 0;
     double lastCharge = 0, lastCurrent = 0;
 };

@@ -80,16 +80,6 @@ scalar** JunctionDevice::getG() {
     return seriesStamp.rows();
 }
 
-bool JunctionDevice::charging() const { return chargeCount > 0 && context->getAnalysisType() == AnalysisType::AC; }
-
-bool JunctionDevice::firstOperatingPoint() {
-    if (started) return false;
-    started = true;
-    return context->getAnalysisType() == AnalysisType::DC;
-}
-
-double JunctionDevice::stepRate() const { return 2.0 * static_cast<double>(context->getSampleRate()); }
-
 void JunctionDevice::acceptPorts(const double* v) {
     double q[maxCharges];
     charges(v, q);
@@ -142,7 +132,7 @@ void JunctionDevice::propertyChanged(const std::string& name, scalar value) {
     throw InvalidArgumentException("propertyChanged: Invalid property: " + name + ". name=" + elementName);
 }
 
-bool JunctionDevice::keepFinite(double* i, double* di) const {
+bool JunctionDevice::replaceNotFinite(double* i, double* di) const {
     const int P = layout.ports;
     bool finite = true;
     for (int p = 0; p < P; ++p) {

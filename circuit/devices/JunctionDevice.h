@@ -1,7 +1,9 @@
 #pragma once
+#include <cmath>
 #include <string>
 #include <vector>
 
+#include "circuit/MNAContext.h"
 #include "circuit/PortComponent.h"
 #include "circuit/Stamp.h"
 #include "circuit/devices/JunctionCharge.h"
@@ -48,19 +50,30 @@ protected:
     // in `charge`; chargeCount of them (0 for none).
     virtual void charges(const double* v, double* q) const = 0;
     // Whether the charges' currents enter the evaluation now: in a transient, with charges.
-    bool charging() const;
+    bool charging() const { return chargeCount > 0 && context->getAnalysisType() == AnalysisType::AC; }
     // The trapezoidal rule's step rate (twice the sample rate, 1/s).
-    double stepRate() const;
+    double stepRate() const { return 2.0 * static_cast<double>(context->getSampleRate()); }
 
     // Replaces anything not finite among the P port currents and their Jacobian by 0 (the
-    // diagonal by gmin), and returns whether all were finite.
-    bool keepFinite(double* i, double* di) const;
+    // diagonal by gmin), and returns whether all were finite. P is the device's port count.
+    template <int P>
+    bool keepFinite(double* i, double* di) const {
+        // One test for all first: their sum is finite where each is, unless it overflows.
+        double sum = 0;
+        for (int p = 0; p < P; ++p) sum += i[p];
+        for (int k = 0; k < P * P; ++k) sum += di[k];
+        return std::isfinite(sum) || replaceNotFinite(i, di);
+    }
 
     // True once, at the device's first evaluation in an operating point: there it starts
     // from SPICE's initial junction voltages (a forward junction at its critical voltage)
     // instead of the solver's zero start, from which a junction fed by a supply would be
     // limited to so small a conductance that the first step barely moves.
-    bool firstOperatingPoint();
+    bool firstOperatingPoint() {
+        if (started) return false;
+        started = true;
+        return context->getAnalysisType() == AnalysisType::DC;
+    }
 
     static constexpr int maxCharges = 3;
     JunctionCharge charge[maxCharges];
@@ -78,6 +91,7 @@ private:
         double* resistance;
     };
     void check(const Parameter& p, double v) const;
+    bool replaceNotFinite(double* i, double* di) const;
     std::vector<Parameter> parameters;
     std::vector<Series> series;
     Stamp seriesStamp;

@@ -108,7 +108,7 @@ void MOSFET::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     di[1] = 0;
     di[2] = gm;
     di[3] = gds;
-    keepFinite(i, di);
+    keepFinite<2>(i, di);
 }
 
 } // namespace kelm

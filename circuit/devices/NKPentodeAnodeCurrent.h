@@ -1,4 +1,5 @@
 #pragma once
+#include "circuit/devices/KorenPentode.h"
 #include "circuit/devices/PentodeCurrent.h"
 
 namespace kelm {
@@ -14,6 +15,12 @@ public:
     scalar dIdVgk(scalar vgk, scalar vpk, scalar vsk) override;
     scalar dIdVpk(scalar vgk, scalar vpk, scalar vsk) override;
     scalar dIdVsk(scalar vgk, scalar vpk, scalar vsk) override;
+    // The same law, plate and screen, with every slope from one pass in double.
+    KorenPentode onePass() const {
+        KorenPentode k;
+        k.setParameters(Kp, Kvb, mu, Ex, Kg1, Kg2);
+        return k;
+    }
 
 private:
     double Vct = 0, Kp = 0, Kvb = 0, mu = 0, Ex = 0, Kg1 = 0, Kg2 = 0;

@@ -5,9 +5,6 @@
 
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
-#include "circuit/devices/NKPentodeAnodeCurrent.h"
-#include "circuit/devices/NKPentodeScreenCurrent.h"
-#include "circuit/devices/PowerLawPentodeGridCurrent.h"
 #include "circuit/devices/TubeTypes.h"
 
 namespace kelm {
@@ -32,6 +29,7 @@ void Pentode::init(const std::string& name, const PropertyMapPtr& properties, co
     anode->init(local);
     screen.reset(new NKPentodeScreenCurrent());
     screen->init(local);
+    law = anode->onePass();
     jacobian.resize(4, 4);
     layout = PortLayout();
     layout.addPort(G, K);
@@ -53,26 +51,33 @@ void Pentode::evaluatePorts(double* v, double* i, double* di, double*, double*) 
     Vp = static_cast<scalar>(vpk);
     Vs = static_cast<scalar>(vsk);
     Vk = 0;
-    const scalar g = static_cast<scalar>(vgk), p = static_cast<scalar>(vpk), s = static_cast<scalar>(vsk);
-    const scalar ip = anode->current(g, p, s), is = screen->current(g, p, s), ig = grid->current(g, p, s);
-    const ScalarVector& a = *anode->derivatives(g, p, s);
-    const ScalarVector& d = *screen->derivatives(g, p, s);
-    const scalar gg = grid->dIdVgk(g, p, s);
-    check(ip, "ip");
-    check(is, "is");
-    check(ig, "ig");
-    check(a[0], "dIpdVgk");
-    check(a[1], "dIpdVpk");
-    check(a[2], "dIpdVsk");
-    check(d[0], "dIsdVgk");
-    check(d[2], "dIsdVsk");
-    check(gg, "dIgdV");
+    KorenPentode::Currents c;
+    law.evaluate(vgk, vpk, vsk, c);
+    scalar ig, gg;
+    grid->evaluate(static_cast<scalar>(vgk), ig, gg);
     i[0] = ig;
-    i[1] = ip;
-    i[2] = is;
-    const double rows[3][3] = {{gg, 0, 0}, {a[0], a[1], a[2]}, {d[0], 0, d[2]}};
-    for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) di[r * 3 + c] = rows[r][c];
+    i[1] = c.ip;
+    i[2] = c.is;
+    di[0] = gg;
+    di[1] = di[2] = di[7] = 0;
+    di[3] = c.ipVgk;
+    di[4] = c.ipVpk;
+    di[5] = c.ipVsk;
+    di[6] = c.isVgk;
+    di[8] = c.isVsk;
+    // One test for all twelve first: their sum is finite where each is, unless it overflows.
+    double sum = i[0] + i[1] + i[2];
+    for (int k = 0; k < 9; ++k) sum += di[k];
+    if (!std::isfinite(sum)) checkPorts(i, di);
+}
+
+void Pentode::checkPorts(const double* i, const double* di) const {
+    const double values[] = {i[1], i[2], i[0], di[3], di[4], di[5], di[6], di[8], di[0]};
+    const char* names[] = {"ip", "is", "ig", "dIpdVgk", "dIpdVpk", "dIpdVsk", "dIsdVgk", "dIsdVsk", "dIgdV"};
+    for (int k = 0; k < 9; ++k)
+        if (!std::isfinite(values[k]))
+            throw KELMException(str("Pentode: ", names[k], " is not a valid number: ", values[k], ", vg=", Vg,
+                                    ", vp=", Vp, ", vk=", Vk, ", vs=", Vs));
 }
 
 void Pentode::setNodes(const NodeIndices& n) {

@@ -3,7 +3,10 @@
 
 #include "circuit/Component.h"
 #include "circuit/Stamp.h"
-#include "circuit/devices/PentodeCurrent.h"
+#include "circuit/devices/KorenPentode.h"
+#include "circuit/devices/NKPentodeAnodeCurrent.h"
+#include "circuit/devices/NKPentodeScreenCurrent.h"
+#include "circuit/devices/PowerLawPentodeGridCurrent.h"
 
 namespace kelm {
 
@@ -26,8 +29,13 @@ public:
 private:
     void limit(scalar* x);
     void check(scalar value, const char* what) const;
+    // Throws naming the first of the port currents i and slopes di that is not finite.
+    void checkPorts(const double* i, const double* di) const;
 
-    std::unique_ptr<PentodeCurrent> grid, anode, screen;
+    std::unique_ptr<PowerLawPentodeGridCurrent> grid;
+    std::unique_ptr<NKPentodeAnodeCurrent> anode;
+    std::unique_ptr<NKPentodeScreenCurrent> screen;
+    KorenPentode law;  // the plate and screen currents of evaluatePorts
     scalar rhs[4] = {0, 0, 0, 0};
     Stamp jacobian;
     bool valid[4] = {false, false, false, false};

@@ -20,6 +20,8 @@ public:
     scalar dIdVgk(scalar vgk, scalar, scalar) override { return grid.dIdV(vgk); }
     scalar dIdVpk(scalar, scalar, scalar) override { return 0.0f; }
     scalar dIdVsk(scalar, scalar, scalar) override { return 0.0f; }
+    // current() and dIdVgk() from one location in the tables.
+    void evaluate(scalar vgk, scalar& current, scalar& slope) { grid.evaluate(vgk, current, slope); }
 
 private:
     PowerLawGridCurrent grid;

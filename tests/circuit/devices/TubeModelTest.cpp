@@ -5,6 +5,9 @@
 
 #include "circuit/Circuit.h"
 #include "circuit/MNAContext.h"
+#include "circuit/devices/KorenPentode.h"
+#include "circuit/devices/NKPentodeAnodeCurrent.h"
+#include "circuit/devices/NKPentodeScreenCurrent.h"
 #include "circuit/devices/NKTriodeAnodeCurrent.h"
 #include "circuit/devices/Pentode.h"
 #include "circuit/devices/PowerLawGridCurrent.h"
@@ -216,4 +219,61 @@ TEST(SolversTubeModels, PentodeScreenAtOrBelowTheCathodeGivesNoPlateCurrent) {
     auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "KT66"}});
     float x[4] = {300, 1e-3f, 0, 0};
     EXPECT_LT(-p->getRhs(x)[0], 1e-6f);
+}
+
+// The port evaluation computes plate and screen currents with all their slopes in one pass
+// in double; the general iteration's stamps come from the separate current models (in
+// float). Both agree to the float's rounding for every built-in pentode, from cut-off to a
+// positive grid, with the plate or the screen at the cathode (where a tiny screen voltage
+// under a positive grid overflows the law, in both), and each number lands in its place of
+// the ports' Jacobian (grid, plate, screen).
+TEST(SolversTubeModels, PentodePortsAgreeWithTheSeparateCurrents) {
+    auto near = [](double expected, double actual) {
+        if (!std::isfinite(expected)) return !std::isfinite(actual);
+        return std::fabs(actual - expected) <= 2e-7 * std::fabs(expected) + 1e-30;
+    };
+    int conducting = 0;
+    for (const auto& type : TubeTypes::pentodes()) {
+        PropertyMap props;
+        for (auto& e : type.second()) props.insert(e);
+        NKPentodeAnodeCurrent anode;
+        NKPentodeScreenCurrent screen;
+        anode.init(props);
+        screen.init(props);
+        const KorenPentode law = anode.onePass();
+        for (float vg : {-60.0f, -8.0f, -2.5f, -0.75f, 0.0f, 1.5f}) {
+            for (float vp : {0.0f, 0.5f, 40.0f, 150.0f, 310.0f}) {
+                for (float vs : {0.0f, 0.25f, 20.0f, 100.0f, 250.0f}) {
+                    KorenPentode::Currents c;
+                    law.evaluate(vg, vp, vs, c);
+                    const ScalarVector a = *anode.derivatives(vg, vp, vs);
+                    const ScalarVector s = *screen.derivatives(vg, vp, vs);
+                    const double expected[] = {anode.current(vg, vp, vs), a[0], a[1], a[2],
+                                               screen.current(vg, vp, vs), s[0], s[2]};
+                    const double actual[] = {c.ip, c.ipVgk, c.ipVpk, c.ipVsk, c.is, c.isVgk, c.isVsk};
+                    for (int k = 0; k < 7; ++k)
+                        EXPECT_PRED2(near, expected[k], actual[k])
+                            << type.first << " vg=" << vg << " vp=" << vp << " vs=" << vs << " number " << k;
+                    conducting += c.ip > 1e-4;
+                }
+            }
+        }
+    }
+    EXPECT_GT(conducting, 50);
+    // Through the device: the ports against the general stamp at one point of a fresh tube.
+    auto* p = new Pentode();
+    auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "EF86"}});
+    auto* q = new Pentode();
+    auto keep = contextWith(q, {"P", "S", "G", "K"}, {{"Type", "EF86"}});
+    double v[3] = {-1.5 + 0.3, 180 - 1.5, 120 - 1.5}, i[3], di[9];
+    p->evaluatePorts(v, i, di, nullptr, nullptr);
+    float x[4] = {180, 120, 0.3f, 1.5f};  // P, S, G, K
+    const float* rhs = q->getRhs(x);
+    const double currents[] = {-rhs[2], -rhs[0], -rhs[1]};
+    for (int k = 0; k < 3; ++k) EXPECT_PRED2(near, currents[k], i[k]) << k;
+    float** j = q->getJacobian(x);
+    // Port order grid, plate, screen; the stamp's rows and columns are P, S, G, K.
+    const int row[] = {2, 0, 1};
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) EXPECT_PRED2(near, j[row[r]][row[c]], di[r * 3 + c]) << r << c;
 }
