@@ -38,13 +38,12 @@ void setPole(FirstOrderIIR& f, scalar a1) {
 
 } // namespace
 
-KelmEffect::KelmEffect() {
+KelmEffect::KelmEffect() : KelmEffect(BuiltInData::document()) {}
+
+KelmEffect::KelmEffect(const std::string& document) {
     registerEngineTypes();
     driver = std::make_shared<Driver>();
-    {
-        const std::string document = BuiltInData::document();
-        driver->init(document);
-    }
+    driver->init(document);
     controls = driver->getControls();
     inputs.assign(2, nullptr);
     attachHandlers();
@@ -270,10 +269,13 @@ void KelmEffect::resume() {
 void KelmEffect::process(float** in, float** out, int frames, bool secondInputConnected) {
     if (frames <= 0) return;
     const bool outputPair = out[1] && out[1] != out[0];
-    // A host that processes before it has given a sample rate and a block size gets silence.
-    if (driver->getSampleRate() <= 0 || driver->getMaxBlockSize() < 1 || clean[0].empty()) {
+    auto silence = [&] {
         std::fill(out[0], out[0] + frames, 0.0f);
         if (outputPair) std::fill(out[1], out[1] + frames, 0.0f);
+    };
+    // A host that processes before it has given a sample rate and a block size gets silence.
+    if (driver->getSampleRate() <= 0 || driver->getMaxBlockSize() < 1 || clean[0].empty()) {
+        silence();
         return;
     }
     DenormalGuard guard;
@@ -293,9 +295,14 @@ void KelmEffect::process(float** in, float** out, int frames, bool secondInputCo
             if (outputPair) std::memmove(out[1] + offset, mono.load() ? results[0] : results[1], n * sizeof(float));
         }
     } catch (const KELMException&) {
-        throw;  // passes to the caller as it is; the control word is left as set
+        // The chunks before the one that failed are not heard either: the whole block is
+        // silence, and the exception passes to the caller as it is.
+        guard.restore();
+        silence();
+        throw;
     } catch (...) {
         guard.restore();
+        silence();
         return;
     }
     guard.restore();
