@@ -49,7 +49,8 @@ public:
 
     static constexpr float kInputLimit = 64.0f;  // full scale is 1
 
-    bool isMono() const { return mono.load(); }
+    // Whether Stereo is at mono: the right output repeats the left (the document's graph Mono).
+    bool isMono() const;
     bool isResumed() const { return resumed.load(); }
     Driver& getDriver() { return *driver; }
     const std::shared_ptr<Driver>& driverPointer() const { return driver; }
@@ -61,7 +62,6 @@ private:
     static scalar* sanitise(const float* in, scalar* clean, int n);
 
     std::atomic<bool> resumed{true};
-    std::atomic<bool> mono{true};
     std::shared_ptr<Driver> driver;
     std::vector<ControlPtr> controls;
     std::vector<scalar*> inputs;
