@@ -165,8 +165,8 @@ TEST(PluginWhilePlaying, KnobsSweptIn50MsMakeNoStepsOfTheirOwn) {
     // output makes at either end of the sweep, plus 0.05.
     for (float rate : {44100.0f, 96000.0f}) {
         const int block = 64;
-        const size_t lead = static_cast<size_t>(rate / 2), sweep = static_cast<size_t>(rate / 20);
-        const auto x = sine(1.0, rate);
+        const size_t lead = static_cast<size_t>(rate * 0.4), sweep = static_cast<size_t>(rate / 20);
+        const auto x = sine(0.6, rate);
         for (int knob : {kGain, kBass, kTreble, kVol, kInput}) {
             for (float cpu : {1.0f, 0.0f}) {
                 double own = 0;
