@@ -102,7 +102,8 @@ private:
     };
     // A change of structure under way: the graphs whose spares take over (`changed`), those
     // of them whose outputs are crossfaded, the input multipliers of the new arrangement,
-    // the controls it brings in, and its clock in frames at the system rate.
+    // the controls it brings in, and its clock in frames at the system rate. `down` and
+    // `up` mark what lies after and before the changed graphs while it begins.
     struct Change {
         bool active = false;
         std::vector<char> changed, mixed, down, up;
@@ -117,7 +118,6 @@ private:
 
     void buildSpares();
     void resolveTargets();
-    bool deliver(const Target& t, const Property& p, int instance, bool vector);
     void beginChange();
     void finishChange();
     void advanceGlides(size_t frames);

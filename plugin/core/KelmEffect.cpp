@@ -225,11 +225,12 @@ void KelmEffect::resume() {
     struct EndWarming {
         Driver& driver;
         bool done = false;
-        ~EndWarming() {
-            if (!done) try {
-                    driver.setWarming(false);
-                } catch (...) {
-                }
+        ~EndWarming() {  // when the warm-up ends in an exception
+            if (done) return;
+            try {
+                driver.setWarming(false);
+            } catch (...) {
+            }
         }
     } endWarming{*driver};
     // The oversampling switch through its positions once, a few samples each: the resamplers'
