@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and renders a musical test signal through the built-in default.
+# Installs what building and running need (only what is missing), makes the release build,
+# copies the plug-ins into the user's folders (Kelm.so into ~/.vst, kelm.lv2 into ~/.lv2),
+# and renders a musical test signal through the built-in default.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh
 scripts/build.sh build
+cmake --build build --target kelm_install_user >/dev/null
+echo "Kelm.so is in ~/.vst and kelm.lv2 in ~/.lv2."
 mkdir -p out
 build/kelm signal --out out/test-signal.wav --seconds 4
 if build/kelm info >/dev/null 2>&1; then

@@ -22,6 +22,7 @@ public:
     void process(const scalar*, scalar*, size_t) override;
     void process(BufferList& inputs, BufferList& outputs, size_t n) override;
     using Filter::process;
+    bool changesStructure(const std::string& property) const override { return property == "Factor"; }
     ScalarVector& iterate(const ScalarVectorPtr&, int, int) override;
     ScalarVector& getLastIterationResults() override;
     void endIteration(int) override;

@@ -14,6 +14,7 @@ public:
     void propertiesChanged(const PropertyMapPtr& properties) override;
     void propertyChanged(const std::string& name, scalar value) override;
     using Filter::propertyChanged;
+    bool changesStructure(const std::string& property) const override { return property == "Position"; }
     scalar process(scalar) override { notSupported(); }
     scalar* process(scalar*, size_t) override { notSupported(); }
     void process(const scalar*, scalar*, size_t) override { notSupported(); }

@@ -1,6 +1,7 @@
 #include "engine/Driver.h"
 
 #include <cmath>
+#include <cstring>
 #include <set>
 #include <thread>
 #include <tuple>
@@ -31,11 +32,16 @@ Driver::~Driver() {
     // Graphs hold plain back references to this driver through their contexts.
     for (auto& g : *graphs)
         if (g && g->getContext()) g->getContext()->setDriver(nullptr);
+    for (auto& g : spares)
+        if (g && g->getContext()) g->getContext()->setDriver(nullptr);
 }
 
-void Driver::init(const std::string& document) {
+void Driver::init(const std::string& text) {
     NewParser parser;
-    parser.parse(document);
+    parser.parse(text);
+    document = text;
+    change.active = false;
+    spares.clear();
     graphs = parser.graphs;
     inputGraphs = parser.inputGraphs;
     inputNodes = parser.inputNodes;
@@ -63,7 +69,21 @@ void Driver::init(const std::string& document) {
     resolveProperties();
     computeSchedule();
     initialized = true;
+    resolveTargets();
+    const size_t n = graphs->size();
+    change.changed.assign(n, 0);
+    change.mixed.assign(n, 0);
+    change.down.assign(n, 0);
+    change.up.assign(n, 0);
+    change.multipliers.assign(n, 1.0);
+    change.controls.clear();
+    change.controls.reserve(controls->size());
+    mixes.assign(n, {});
+    for (size_t i = 0; i < n; ++i) mixes[i].resize(std::max(0, (*graphs)[i]->getNumberOfOutputs()));
+    stepInputs.reserve(static_cast<size_t>(std::max(2, getNumberOfInputs())));
+    if (smooth) buildSpares();
     if (sampleRate > 0) setSampleRate(sampleRate);
+    sizeBuffers();
 }
 
 void Driver::computeOrder() {
@@ -199,17 +219,28 @@ int Driver::roundedBlockSize(double multiplier) const {
 }
 
 void Driver::setSampleRate(scalar rate) {
+    finishChange();
+    finishGlides();
     sampleRate = rate;
-    if (initialized)
-        for (size_t i = 0; i < graphs->size(); ++i)
-            (*graphs)[i]->setSampleRate(static_cast<scalar>((*inputMultipliers)[i]) * rate);
+    if (!initialized) return;
+    for (size_t i = 0; i < graphs->size(); ++i) {
+        const scalar r = static_cast<scalar>((*inputMultipliers)[i]) * rate;
+        (*graphs)[i]->setSampleRate(r);
+        if (!spares.empty()) spares[i]->setSampleRate(r);
+    }
 }
 
 void Driver::setMaxBlockSize(int n) {
     if (n < 1) throw InvalidArgumentException(str("Driver: maxBlockSize must be greater than zero. maxBlockSize=", n));
+    finishChange();
     maxBlockSize = n;
-    if (initialized)
-        for (size_t i = 0; i < graphs->size(); ++i) (*graphs)[i]->setMaxBlockSize(roundedBlockSize((*inputMultipliers)[i]));
+    if (!initialized) return;
+    for (size_t i = 0; i < graphs->size(); ++i) {
+        const int frames = roundedBlockSize((*inputMultipliers)[i]);
+        (*graphs)[i]->setMaxBlockSize(frames);
+        if (!spares.empty()) spares[i]->setMaxBlockSize(frames);
+    }
+    sizeBuffers();
 }
 
 Graph& Driver::getGraph(const std::string& name) {
@@ -217,6 +248,11 @@ Graph& Driver::getGraph(const std::string& name) {
     if (it == graphsByName.end() || it->second < 0)
         throw InvalidArgumentException(name + " is not a valid graph name.");
     return *(*graphs)[it->second];
+}
+
+std::array<Graph*, 2> Driver::getGraphInstances(const std::string& name) {
+    Graph& playing = getGraph(name);
+    return {&playing, spares.empty() ? nullptr : spares[graphsByName.at(name)].get()};
 }
 
 void Driver::suspend(bool value) {
@@ -252,48 +288,146 @@ void Driver::collectResults(const BufferList& inputs) {
     }
 }
 
-void Driver::applyControls() {
-    for (auto& control : *controls) {
-        if (!control->isChanged()) continue;
-        if (!control->tryLock()) continue;
-        for (auto& p : *control->getProperties()) {
-            if (!p->element)
-                p->graph->propertyChanged(p->name, p->value);
-            else if (p->type == 0)
-                p->element->propertyChanged(p->name, p->value);
-            else if (p->type == 1)
-                p->element->propertyChanged(p->name, p->vectorValue);
+void Driver::checkCapacity(int gi, const Graph& source, int node, size_t capacity, size_t frames) const {
+    // A graph whose Multiplier promises more samples than its elements make would be read
+    // past the end of its buffers: refuse instead.
+    if (capacity < frames)
+        throw KELMException("Driver: graph " + (*graphs)[gi]->name() + " needs " + std::to_string(frames) +
+                            " samples per block from graph " + source.name() + ", which holds " +
+                            std::to_string(source.getResultCapacity(node)) +
+                            ". Does its Multiplier match what its elements do?");
+}
+
+size_t Driver::gather(int gi, const BufferList& inputs, BufferList& in, size_t framesPerBuffer, Side side) {
+    const std::vector<int>& sources = (*inputGraphs)[gi];
+    const std::vector<int>& nodes = (*inputNodes)[gi];
+    const double multiplier = side == Side::Spare ? change.multipliers[gi] : (*inputMultipliers)[gi];
+    const size_t frames = static_cast<size_t>(std::floor(static_cast<double>(framesPerBuffer) * multiplier + 0.5));
+    in.resize(sources.size());
+    for (size_t k = 0; k < sources.size(); ++k) {
+        const int src = sources[k], node = nodes[k];
+        if (src == -1) {
+            in[k] = node >= 0 && node < static_cast<int>(inputs.size()) ? inputs[node] : nullptr;
+            continue;
         }
-        control->clearChanged();
-        control->unlock();
+        const bool changed = side != Side::Playing && side != Side::Spares && change.changed[src];
+        const bool spare = side == Side::Spares || (side == Side::Spare && changed);
+        const Graph& source = spare ? *spares[src] : *(*graphs)[src];
+        if (side == Side::Joined && changed && mixing) {
+            const std::vector<scalar>& mix = mixes[src][node];
+            checkCapacity(gi, source, node, mix.size(), frames);
+            in[k] = const_cast<scalar*>(mix.data());
+            continue;
+        }
+        checkCapacity(gi, source, node, static_cast<size_t>(std::max(0, source.getResultCapacity(node))), frames);
+        in[k] = (spare ? spares[src] : (*graphs)[src])->getResult(node);
+    }
+    return frames;
+}
+
+double Driver::fadeGain(double t) const {
+    // t: frames at the system rate since the change began.
+    const double x = (t - static_cast<double>(change.preroll)) / static_cast<double>(change.fade);
+    if (x <= 0) return 0.0;
+    if (x >= 1) return 1.0;
+    return 0.5 - 0.5 * std::cos(3.14159265358979323846 * x);
+}
+
+void Driver::mixOutputs(int gi, size_t frames) {
+    Graph& playing = *(*graphs)[gi];
+    Graph& spare = *spares[gi];
+    const double rate = playing.getOutputMultiplier();
+    const size_t n = static_cast<size_t>(std::floor(static_cast<double>(frames) * rate + 0.5));
+    const double start = static_cast<double>(change.elapsed);
+    for (int o = 0; o < playing.getNumberOfOutputs(); ++o) {
+        const scalar* a = playing.getResult(o);
+        const scalar* b = spare.getResult(o);
+        std::vector<scalar>& mix = mixes[gi][o];
+        const size_t count = std::min(n, mix.size());
+        for (size_t s = 0; s < count; ++s) {
+            const scalar g = static_cast<scalar>(fadeGain(start + (static_cast<double>(s) + 0.5) / rate));
+            mix[s] = a[s] + g * (b[s] - a[s]);
+        }
     }
 }
 
-size_t Driver::gatherInputs(int gi, const BufferList& inputs, BufferList& in, size_t framesPerBuffer) {
-    const Graph& g = *(*graphs)[gi];
-    const std::vector<int>& sources = (*inputGraphs)[gi];
-    const std::vector<int>& nodes = (*inputNodes)[gi];
-    in.resize(sources.size());
-    for (size_t k = 0; k < sources.size(); ++k) {
-        if (sources[k] == -1)
-            in[k] = nodes[k] >= 0 && nodes[k] < static_cast<int>(inputs.size()) ? inputs[nodes[k]] : nullptr;
+void Driver::runGraphs(const BufferList& inputs, size_t framesPerBuffer) {
+    BufferList& in = *graphInputs;
+    if (change.active) {
+        // Graph by graph in the order of data flow: a changed graph as it was and its spare as
+        // it is to be, the spare's outputs crossfaded in where they leave the change.
+        mixing = change.elapsed + framesPerBuffer > change.preroll;
+        for (int gi : order) {
+            if (!change.changed[gi]) {
+                (*graphs)[gi]->process(in, gather(gi, inputs, in, framesPerBuffer, Side::Joined));
+                continue;
+            }
+            (*graphs)[gi]->process(in, gather(gi, inputs, in, framesPerBuffer, Side::Playing));
+            spares[gi]->process(in, gather(gi, inputs, in, framesPerBuffer, Side::Spare));
+            if (mixing && change.mixed[gi]) mixOutputs(gi, framesPerBuffer);
+        }
+        return;
+    }
+    if (!twinning) {
+        for (int gi : order) (*graphs)[gi]->process(in, gather(gi, inputs, in, framesPerBuffer, Side::Playing));
+    } else {
+        BufferList& twinIn = *twinInputs;
+        for (const auto& step : schedule) {
+            Graph& g = *(*graphs)[step.first];
+            const size_t frames = gather(step.first, inputs, in, framesPerBuffer, Side::Playing);
+            if (step.second < 0) {
+                g.process(in, frames);
+                continue;
+            }
+            Graph& twin = *(*graphs)[step.second];
+            const size_t twinFrames = gather(step.second, inputs, twinIn, framesPerBuffer, Side::Playing);
+            if (frames == twinFrames) {
+                g.processTwin(twin, in, twinIn, frames);
+            } else {  // the two run at different rates just now
+                g.process(in, frames);
+                twin.process(twinIn, twinFrames);
+            }
+        }
+    }
+    // Warming up, the spares run a system of their own on the same input.
+    if (warming && !spares.empty())
+        for (int gi : order) spares[gi]->process(in, gather(gi, inputs, in, framesPerBuffer, Side::Spares));
+}
+
+void Driver::collectStep(const BufferList& inputs, size_t offset, size_t frames, bool copy) {
+    for (size_t o = 0; o < outputGraphs->size(); ++o) {
+        const int g = (*outputGraphs)[o];
+        const int node = (*outputNodes)[o];
+        scalar* r;
+        if (g == -1)
+            r = node >= 0 && node < static_cast<int>(inputs.size()) ? inputs[node] : nullptr;
+        else if (change.active && change.changed[g] && mixing)
+            r = mixes[g][node].data();
         else
-            in[k] = (*graphs)[sources[k]]->getResult(nodes[k]);
+            r = (*graphs)[g]->getResult(node);
+        if (!copy) {
+            results[o] = r;
+        } else {
+            scalar* out = outputs[o].data() + offset;
+            if (r)
+                std::memmove(out, r, frames * sizeof(scalar));
+            else
+                std::memset(out, 0, frames * sizeof(scalar));
+            results[o] = outputs[o].data();
+        }
     }
-    const size_t frames =
-        static_cast<size_t>(std::floor(static_cast<double>(framesPerBuffer) * (*inputMultipliers)[gi] + 0.5));
-    // A graph whose Multiplier promises more samples than its elements make would be read
-    // past the end of its buffers: refuse instead.
-    for (size_t k = 0; k < sources.size(); ++k) {
-        if (sources[k] < 0) continue;
-        const Graph& source = *(*graphs)[sources[k]];
-        if (static_cast<size_t>(std::max(0, source.getResultCapacity(nodes[k]))) < frames)
-            throw KELMException("Driver: graph " + g.name() + " needs " + std::to_string(frames) +
-                                " samples per block from graph " + source.name() + ", which holds " +
-                                std::to_string(source.getResultCapacity(nodes[k])) +
-                                ". Does its Multiplier match what its elements do?");
+}
+
+bool Driver::stepsFit(size_t frames) const {
+    // Steps of kGlideStep frames give every graph a whole number of frames.
+    if (frames <= kGlideStep) return false;
+    for (size_t i = 0; i < graphs->size(); ++i) {
+        for (double m : {(*inputMultipliers)[i], change.active ? change.multipliers[i] : 1.0}) {
+            const double f = static_cast<double>(kGlideStep) * m;
+            if (std::fabs(f - std::floor(f + 0.5)) > 1e-9) return false;
+        }
     }
-    return frames;
+    return true;
 }
 
 void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
@@ -315,39 +449,27 @@ void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
     if (suspended.load()) throw KELMException("Driver: Cannot process. Driver is in the suspend state.");
     applyControls();
     if (multipliersChanged.load()) {
-        computeMultipliers();
-        for (size_t i = 0; i < graphs->size(); ++i) {
-            if (sampleRate > 0) (*graphs)[i]->setSampleRate(static_cast<scalar>((*inputMultipliers)[i]) * sampleRate);
-            if (maxBlockSize > 0) (*graphs)[i]->setMaxBlockSize(roundedBlockSize((*inputMultipliers)[i]));
-        }
+        refreshRates();
         multipliersChanged.store(false);
     }
-    BufferList& in = *graphInputs;
-    if (!twinning) {
-        for (int gi : order) {
-            const size_t frames = gatherInputs(gi, inputs, in, framesPerBuffer);
-            (*graphs)[gi]->process(in, frames);
+    // While a property glides, the block runs in steps, each after the glide has moved on.
+    const size_t step = gliding > 0 && stepsFit(framesPerBuffer) ? kGlideStep : framesPerBuffer;
+    const bool copy = step < framesPerBuffer;
+    for (size_t offset = 0; offset < framesPerBuffer; offset += step) {
+        const size_t frames = std::min(step, framesPerBuffer - offset);
+        if (gliding > 0) advanceGlides(frames);
+        const BufferList* in = &inputs;
+        if (offset > 0) {
+            stepInputs.resize(inputs.size());
+            for (size_t k = 0; k < inputs.size(); ++k) stepInputs[k] = inputs[k] ? inputs[k] + offset : nullptr;
+            in = &stepInputs;
         }
-    } else {
-        BufferList& twinIn = *twinInputs;
-        for (const auto& step : schedule) {
-            Graph& g = *(*graphs)[step.first];
-            const size_t frames = gatherInputs(step.first, inputs, in, framesPerBuffer);
-            if (step.second < 0) {
-                g.process(in, frames);
-                continue;
-            }
-            Graph& twin = *(*graphs)[step.second];
-            const size_t twinFrames = gatherInputs(step.second, inputs, twinIn, framesPerBuffer);
-            if (frames == twinFrames) {
-                g.processTwin(twin, in, twinIn, frames);
-            } else {  // the two run at different rates just now
-                g.process(in, frames);
-                twin.process(twinIn, twinFrames);
-            }
-        }
+        mixing = false;
+        runGraphs(*in, frames);
+        collectStep(*in, offset, frames, copy);
+        if (change.active) change.elapsed += frames;
     }
-    collectResults(inputs);
+    if (change.active && change.elapsed >= change.preroll + change.fade) finishChange();
 }
 
 } // namespace kelm

@@ -17,6 +17,10 @@ public:
     // Run-time change of one vector property.
     virtual void propertyChanged(const std::string& name, const ScalarVectorPtr& value);
     virtual const std::string& name() const { return elementName; }
+    // Whether a change of the property chooses another path or rate (a switch's position, a
+    // resampler's factor) rather than moving a value along: while the system plays, the
+    // Driver carries such a change out with a crossfade instead of a glide.
+    virtual bool changesStructure(const std::string&) const { return false; }
 
 protected:
     std::string elementName;

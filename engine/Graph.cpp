@@ -39,20 +39,33 @@ bool Graph::plainBeside(const Graph& other, size_t frames) const {
            frames <= static_cast<size_t>(limit);
 }
 
-void Graph::setRequest(std::vector<bool>& requests, bool& flag, bool value, int index) {
+void Graph::setRequest(std::vector<bool>& requests, bool value, int index) {
     if (index < 0) index = 0;
     if (static_cast<size_t>(index) + 1 > requests.size()) requests.resize(index + 1, false);
     requests[index] = value;
-    flag = std::find(requests.begin(), requests.end(), true) != requests.end();
+    applyRequests();
+}
+
+void Graph::applyRequests() {
+    auto any = [](const std::vector<bool>& requests) {
+        return std::find(requests.begin(), requests.end(), true) != requests.end();
+    };
+    off = !held && any(offRequests);
+    bypass = !held && any(bypassRequests);
     if (multiplier != 1.0) {
         auto ctx = getContext();
         if (ctx && ctx->driver()) ctx->driver()->setMultipliersChanged();
     }
 }
 
-void Graph::setOff(bool value, int index) { setRequest(offRequests, off, value, index); }
+void Graph::holdOn(bool on) {
+    held = on;
+    applyRequests();
+}
 
-void Graph::setBypass(bool value, int index) { setRequest(bypassRequests, bypass, value, index); }
+void Graph::setOff(bool value, int index) { setRequest(offRequests, value, index); }
+
+void Graph::setBypass(bool value, int index) { setRequest(bypassRequests, value, index); }
 
 void Graph::setSuspended(bool value, int) {
     if (multiplier != 1.0)

@@ -57,6 +57,11 @@ public:
     virtual void setProperties(const PropertyMapPtr& properties);
     virtual void propertyChanged(const std::string& name, scalar value);
 
+    // Warming up: held on, the graph runs whether a control has switched it off or bypassed
+    // it; released, it follows the controls' requests again.
+    void holdOn(bool on);
+    bool isHeldOn() const { return held; }
+
     bool isOff() const { return off; }
     bool isBypassed() const { return bypass; }
     bool isSuspended() const { return suspended; }
@@ -79,7 +84,9 @@ protected:
             if (typeid(*a[i]) != typeid(*b[i])) return false;
         return true;
     }
-    void setRequest(std::vector<bool>& requests, bool& flag, bool value, int index);
+    void setRequest(std::vector<bool>& requests, bool value, int index);
+    // Sets off and bypass from the requests (both false while held on).
+    void applyRequests();
 
     std::string graphName;
     GraphType type = GraphType::DSP;
@@ -93,6 +100,7 @@ protected:
     bool off = false;
     bool bypass = false;
     bool suspended = false;
+    bool held = false;
     std::vector<bool> bypassRequests = std::vector<bool>(1, false);
     std::vector<bool> offRequests = std::vector<bool>(1, false);
     std::vector<std::string> outputLabels;

@@ -23,7 +23,19 @@ KelmVST2Effect::~KelmVST2Effect() {}
 
 void KelmVST2Effect::suspend() { core->suspend(); }
 
-void KelmVST2Effect::resume() { core->resume(); }
+void KelmVST2Effect::resume() {
+    askForSecondInput();
+    core->resume();
+}
+
+void KelmVST2Effect::connectInput(VstInt32 index, bool connected) {
+    if (index == 1) secondInput.store(connected);
+}
+
+bool KelmVST2Effect::setSpeakerArrangement(void*, void*) {
+    askForSecondInput();
+    return false;  // 2 in, 2 out, whatever the host proposes
+}
 
 void KelmVST2Effect::setSampleRate(float rate) {
     AudioEffectX::setSampleRate(rate);
@@ -36,8 +48,7 @@ void KelmVST2Effect::setBlockSize(VstInt32 size) {
 }
 
 void KelmVST2Effect::processReplacing(float** inputs, float** outputs, VstInt32 frames) {
-    // The host is asked about the second input only when it gives one of its own.
-    const bool second = inputs[1] && inputs[1] != inputs[0] && isInputConnected(1);
+    const bool second = inputs[1] && inputs[1] != inputs[0] && secondInput.load();
     core->process(inputs, outputs, frames, second);
 }
 

@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <memory>
 
 #include "plugin/core/KelmEffect.h"
@@ -18,6 +19,8 @@ public:
     void setSampleRate(float rate) override;
     void setBlockSize(vst2::VstInt32 size) override;
     void processReplacing(float** inputs, float** outputs, vst2::VstInt32 sampleFrames) override;
+    void connectInput(vst2::VstInt32 index, bool connected) override;
+    bool setSpeakerArrangement(void* input, void* output) override;
     void setParameter(vst2::VstInt32 index, float value) override;
     float getParameter(vst2::VstInt32 index) override;
     void getParameterName(vst2::VstInt32 index, char* text) override;
@@ -36,7 +39,12 @@ public:
     static const vst2::VstInt32 kUniqueId = 0x71387966;  // "q8yf"
 
 private:
+    // Whether the host feeds input 2: asked at resume and when the host changes the pins,
+    // never from the audio thread.
+    void askForSecondInput() { secondInput.store(isInputConnected(1)); }
+
     std::unique_ptr<KelmEffect> core;
+    std::atomic<bool> secondInput{true};
 };
 
 } // namespace kelm

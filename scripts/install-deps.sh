@@ -1,12 +1,23 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need, only when some are missing.
+# Installs the Debian packages that are missing, and only those:
+#   scripts/install-deps.sh          what building and running need (./run.sh)
+#   scripts/install-deps.sh --tests  that and what the tests need besides (./test.sh): the
+#                                    references (ngspice, scipy), the LV2 tools, an X server for
+#                                    the editor's tests, Ardour, clang and libFuzzer, benchmarks.
+# The Windows builds and their wine runs install their own (scripts/install-windows-deps.sh).
 set -euo pipefail
-PACKAGES=(build-essential cmake pkg-config ccache
+BASE=(build-essential cmake pkg-config ccache
   libboost-dev libboost-graph-dev libboost-iostreams-dev libpugixml-dev libeigen3-dev libsndfile1-dev
-  libgtest-dev libbenchmark-dev ngspice python3-numpy python3-scipy
-  lv2-dev sordi lilv-utils libcairo2-dev fonts-dejavu-core
-  libx11-dev libstb-dev xvfb xdotool python3-cairo imagemagick
+  libgtest-dev lv2-dev libcairo2-dev fonts-dejavu-core libx11-dev libstb-dev)
+TESTS=(libbenchmark-dev ngspice python3-numpy python3-scipy
+  sordi lilv-utils xvfb xdotool python3-cairo imagemagick
   ardour clang-14 libclang-rt-14-dev)
+PACKAGES=("${BASE[@]}")
+case "${1:-}" in
+  --tests) PACKAGES+=("${TESTS[@]}") ;;
+  "") ;;
+  *) echo "usage: $0 [--tests]" >&2; exit 2 ;;
+esac
 missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -27,8 +27,12 @@ PropertyMapPtr rangeOf(const BuiltInTable& t) {
     return std::make_shared<PropertyMap>(PropertyMap{{"VinMin", t.vinMin}, {"VinMax", t.vinMax}, {"DeltaV", t.deltaV}});
 }
 
-Element* elementOf(Driver& driver, const char* graph, const char* element) {
-    return driver.getGraph(graph).getContext()->getElement(element);
+// The element in both instances of its graph, the one that plays and its spare.
+std::vector<Element*> instancesOf(Driver& driver, const char* graph, const char* element) {
+    std::vector<Element*> found;
+    for (Graph* g : driver.getGraphInstances(graph))
+        if (g) found.push_back(g->getContext()->getElement(element));
+    return found;
 }
 
 void setPole(FirstOrderIIR& f, scalar a1) {
@@ -38,20 +42,19 @@ void setPole(FirstOrderIIR& f, scalar a1) {
 
 } // namespace
 
-KelmEffect::KelmEffect() {
+KelmEffect::KelmEffect() : KelmEffect(BuiltInData::document()) {}
+
+KelmEffect::KelmEffect(const std::string& document) {
     registerEngineTypes();
     driver = std::make_shared<Driver>();
-    {
-        const std::string document = BuiltInData::document();
-        driver->init(document);
-    }
+    driver->init(document);
+    // Switches moved while playing crossfade, knobs glide (see the README, "In hosts").
+    driver->setSmoothChanges(true);
     controls = driver->getControls();
     inputs.assign(2, nullptr);
     attachHandlers();
     deliverTables();
     installTransforms();
-    const int stereo = parameterIndex("Stereo");
-    if (stereo >= 0) mono.store(controls[stereo]->getValue() >= 0.5f);
 }
 
 KelmEffect::~KelmEffect() {}
@@ -64,13 +67,15 @@ void KelmEffect::attachHandlers() {
     const ScalarVectorPtr resistance = vectorOf(plate);
     const char* targets[2][2] = {{"V2-DSP", "VC"}, {"V2-DSPS", "VCS"}};
     for (auto& t : targets) {
-        Filter* vc = dynamic_cast<Filter*>(elementOf(*driver, t[0], t[1]));
-        auto handler = std::make_shared<VolCtrlPropertiesHandler>(vc);
-        handler->yg().propertiesChanged(rangeOf(grid));
-        handler->yg().propertyChanged("Vout", admittance);
-        handler->rp().propertiesChanged(rangeOf(plate));
-        handler->rp().propertyChanged("Vout", resistance);
-        vc->setPropertiesHandler(handler);
+        for (Element* e : instancesOf(*driver, t[0], t[1])) {
+            Filter* vc = dynamic_cast<Filter*>(e);
+            auto handler = std::make_shared<VolCtrlPropertiesHandler>(vc);
+            handler->yg().propertiesChanged(rangeOf(grid));
+            handler->yg().propertyChanged("Vout", admittance);
+            handler->rp().propertiesChanged(rangeOf(plate));
+            handler->rp().propertyChanged("Vout", resistance);
+            vc->setPropertiesHandler(handler);
+        }
     }
 }
 
@@ -81,17 +86,20 @@ void KelmEffect::deliverTables() {
     const ScalarVectorPtr gridCurrent = vectorOf(BuiltInData::secondStageGridCurrent());
     const ScalarVectorPtr sourceAdmittance = vectorOf(BuiltInData::firstStageAdmittance());
     for (const char* g : {"V1", "V1S"}) {
-        Element* v1 = elementOf(*driver, g, "V1");
-        v1->propertyChanged("Vout", firstCurve);
-        v1->propertiesChanged(rangeOf(first));
+        for (Element* v1 : instancesOf(*driver, g, "V1")) {
+            v1->propertyChanged("Vout", firstCurve);
+            v1->propertiesChanged(rangeOf(first));
+        }
     }
     for (const char* g : {"Triodes", "TriodesS"}) {
-        Element* v2 = elementOf(*driver, g, "V2");
-        v2->propertyChanged("Vout", secondCurve);
-        v2->propertyChanged("Iin", gridCurrent);
-        elementOf(*driver, g, "Rp")->propertyChanged("out", sourceAdmittance);
+        for (Element* v2 : instancesOf(*driver, g, "V2")) {
+            v2->propertyChanged("Vout", secondCurve);
+            v2->propertyChanged("Iin", gridCurrent);
+        }
+        for (Element* rp : instancesOf(*driver, g, "Rp")) rp->propertyChanged("out", sourceAdmittance);
     }
-    for (const char* g : {"V2-DSP", "V2-DSPS"}) elementOf(*driver, g, "V2")->propertyChanged("Vout", secondCurve);
+    for (const char* g : {"V2-DSP", "V2-DSPS"})
+        for (Element* v2 : instancesOf(*driver, g, "V2")) v2->propertyChanged("Vout", secondCurve);
 }
 
 void KelmEffect::installTransforms() {
@@ -119,7 +127,11 @@ void KelmEffect::setParameter(int index, float value) {
     if (value > 1.0f) value = 1.0f;
     if (controls[index]->name == "Oversampling") value = value < 0.25f ? 0.0f : value < 0.75f ? 0.5f : 1.0f;
     controls[index]->setValue(value);
-    if (controls[index]->name == "Stereo") mono.store(value >= 0.5f);
+}
+
+bool KelmEffect::isMono() const {
+    const int stereo = parameterIndex("Stereo");
+    return stereo >= 0 && getParameter(stereo) >= 0.5f;
 }
 
 float KelmEffect::getParameter(int index) const {
@@ -205,11 +217,27 @@ void KelmEffect::resume() {
         if (static_cast<int>(c.size()) < block) c.assign(block, 0.0f);
     std::vector<scalar> silence(block, 0.0f);
     inputs[0] = inputs[1] = silence.data();
+    // While warming up, every graph runs in both of its instances, whether a switch has it off
+    // or bypassed or not, and changes take effect at once: whatever a switch brings in later
+    // (the circuit path, the tone stack in its other place, the right channel) has settled on
+    // the same silence.
+    driver->setWarming(true);
+    struct EndWarming {
+        Driver& driver;
+        bool done = false;
+        ~EndWarming() {  // when the warm-up ends in an exception
+            if (done) return;
+            try {
+                driver.setWarming(false);
+            } catch (...) {
+            }
+        }
+    } endWarming{*driver};
     // The oversampling switch through its positions once, a few samples each: the resamplers'
-    // designs for each factor and the buffers at each rate then exist before audio runs, and
-    // a host that moves the switch later allocates nothing on its audio thread (the other
-    // switches only bypass graphs). The warm-up below settles what this stirs. A value the
-    // host sets meanwhile is left alone.
+    // designs for each factor and the buffers at each rate, the crossfades' among them, then
+    // exist before audio runs, and a host that moves the switch later allocates nothing on
+    // its audio thread (the other switches only bypass graphs, and every graph runs now). The
+    // warm-up below settles what this stirs. A value the host sets meanwhile is left alone.
     if (const int os = parameterIndex("Oversampling"); os >= 0) {
         const float saved = getParameter(os);
         float last = saved;
@@ -234,8 +262,10 @@ void KelmEffect::resume() {
         }
     } blockers;
     for (const char* graph : {"DC block", "DC blockS"}) {
-        auto* blocker = dynamic_cast<FirstOrderIIR*>(elementOf(*driver, graph, "DC block"));
-        if (blocker) blockers.saved.emplace_back(blocker, blocker->coefficientA(0));
+        for (Element* e : instancesOf(*driver, graph, "DC block")) {
+            auto* blocker = dynamic_cast<FirstOrderIIR*>(e);
+            if (blocker) blockers.saved.emplace_back(blocker, blocker->coefficientA(0));
+        }
     }
     const scalar fast = static_cast<scalar>(-std::exp(-1.0 / (0.001 * rate)));
     for (auto& b : blockers.saved) setPole(*b.first, fast);
@@ -263,6 +293,8 @@ void KelmEffect::resume() {
             previous = drift;
         }
     }
+    endWarming.done = true;
+    driver->setWarming(false);
     resumed.store(true);
     inputs[0] = inputs[1] = nullptr;
 }
@@ -270,10 +302,13 @@ void KelmEffect::resume() {
 void KelmEffect::process(float** in, float** out, int frames, bool secondInputConnected) {
     if (frames <= 0) return;
     const bool outputPair = out[1] && out[1] != out[0];
-    // A host that processes before it has given a sample rate and a block size gets silence.
-    if (driver->getSampleRate() <= 0 || driver->getMaxBlockSize() < 1 || clean[0].empty()) {
+    auto silence = [&] {
         std::fill(out[0], out[0] + frames, 0.0f);
         if (outputPair) std::fill(out[1], out[1] + frames, 0.0f);
+    };
+    // A host that processes before it has given a sample rate and a block size gets silence.
+    if (driver->getSampleRate() <= 0 || driver->getMaxBlockSize() < 1 || clean[0].empty()) {
+        silence();
         return;
     }
     DenormalGuard guard;
@@ -290,12 +325,17 @@ void KelmEffect::process(float** in, float** out, int frames, bool secondInputCo
             resumed.store(false);
             const BufferList& results = driver->getResults();
             std::memmove(out[0] + offset, results[0], n * sizeof(float));
-            if (outputPair) std::memmove(out[1] + offset, mono.load() ? results[0] : results[1], n * sizeof(float));
+            if (outputPair) std::memmove(out[1] + offset, results[1], n * sizeof(float));
         }
     } catch (const KELMException&) {
-        throw;  // passes to the caller as it is; the control word is left as set
+        // The chunks before the one that failed are not heard either: the whole block is
+        // silence, and the exception passes to the caller as it is.
+        guard.restore();
+        silence();
+        throw;
     } catch (...) {
         guard.restore();
+        silence();
         return;
     }
     guard.restore();

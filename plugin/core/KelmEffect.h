@@ -16,6 +16,9 @@ namespace kelm {
 class KelmEffect {
 public:
     KelmEffect();
+    // Over another description of the same preamp (its graphs and elements by the built-in
+    // names), such as the built-in one with an element of a test's own.
+    explicit KelmEffect(const std::string& document);
     virtual ~KelmEffect();
 
     int numberOfParameters() const { return static_cast<int>(controls.size()); }
@@ -39,12 +42,15 @@ public:
     // out: two channels (out[1] may be null). Flush-to-zero and
     // denormals-are-zero are on while the engine runs. Input samples are held within
     // +-kInputLimit and NaN is read as 0; before a sample rate and a block size are set the
-    // output is silence.
+    // output is silence. A block in which anything throws is silence from its first frame to
+    // its last; the engine's exceptions (KELMException) then pass to the caller, any other
+    // ends there. The blocks after it run on.
     void process(float** in, float** out, int frames, bool secondInputConnected = true);
 
     static constexpr float kInputLimit = 64.0f;  // full scale is 1
 
-    bool isMono() const { return mono.load(); }
+    // Whether Stereo is at mono: the right output repeats the left (the document's graph Mono).
+    bool isMono() const;
     bool isResumed() const { return resumed.load(); }
     Driver& getDriver() { return *driver; }
     const std::shared_ptr<Driver>& driverPointer() const { return driver; }
@@ -56,7 +62,6 @@ private:
     static scalar* sanitise(const float* in, scalar* clean, int n);
 
     std::atomic<bool> resumed{true};
-    std::atomic<bool> mono{true};
     std::shared_ptr<Driver> driver;
     std::vector<ControlPtr> controls;
     std::vector<scalar*> inputs;

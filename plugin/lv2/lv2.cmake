@@ -21,15 +21,7 @@ add_dependencies(kelm_lv2 kelm_lv2ttl)
 # A changed generator describes the bundle anew.
 set_property(TARGET kelm_lv2 APPEND PROPERTY LINK_DEPENDS $<TARGET_FILE:kelm_lv2ttl>)
 
-option(KELM_INSTALL_USER_LV2 "Copy the LV2 bundle to ~/.lv2 after each build" ON)
-if(KELM_INSTALL_USER_LV2 AND DEFINED ENV{HOME})
-  add_custom_command(TARGET kelm_lv2 POST_BUILD
-    COMMAND ${CMAKE_COMMAND} -E copy_directory ${KELM_LV2_BUNDLE} $ENV{HOME}/.lv2/kelm.lv2
-    COMMENT "Installing kelm.lv2 into $ENV{HOME}/.lv2")
-endif()
 install(DIRECTORY ${KELM_LV2_BUNDLE} DESTINATION lib/lv2)
 
 target_compile_definitions(kelm_tests PRIVATE KELM_LV2_BUNDLE="${KELM_LV2_BUNDLE}")
 add_dependencies(kelm_tests kelm_lv2)
-add_test(NAME Lv2 COMMAND kelm_tests --gtest_filter=Lv2*)
-set_tests_properties(Lv2 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})

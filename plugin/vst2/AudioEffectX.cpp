@@ -71,6 +71,11 @@ VstIntPtr AudioEffectX::dispatcher(VstInt32 opcode, VstInt32 index, VstIntPtr va
     case effStartProcess:
     case effStopProcess:
         return 0;
+    case effConnectInput:
+        connectInput(index, value != 0);
+        return 1;
+    case effSetSpeakerArrangement:
+        return setSpeakerArrangement(reinterpret_cast<void*>(value), ptr) ? 1 : 0;
     default:
         return AudioEffect::dispatcher(opcode, index, value, ptr, opt);
     }

@@ -20,6 +20,12 @@ public:
     // Fills the properties of parameter `index`; false when there is nothing to say.
     virtual bool getParameterProperties(VstInt32, VstParameterProperties*) { return false; }
 
+    // The host tells of a pin it connects or disconnects (effConnectInput, a VST 2.0 call that
+    // some hosts still make) or proposes speaker arrangements (effSetSpeakerArrangement; the
+    // answer false keeps the effect's own). Both are made outside the audio thread.
+    virtual void connectInput(VstInt32, bool) {}
+    virtual bool setSpeakerArrangement(void*, void*) { return false; }
+
     // Whether the host connects input (or output) pin `index`: the host's answer is inverted, 0 meaning yes.
     bool isInputConnected(VstInt32 index);
     bool isOutputConnected(VstInt32 index);

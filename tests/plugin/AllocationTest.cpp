@@ -194,3 +194,33 @@ TEST(PluginAllocation, ParameterChangesOnTheAudioThreadAllocateNothing) {
         EXPECT_EQ(0, c.count()) << "case " << cpu;
     }
 }
+
+TEST(PluginAllocation, SwitchesFlippedWhilePlayingAllocateNothing) {
+    // Each switch back and forth while a signal plays, with the knobs gliding meanwhile: the
+    // spares run, take over and are set anew, the crossfades and the glides' steps run, all in
+    // what the set-up sized. The circuit path at 4x, where the buffers are largest.
+    for (const char* name : {"CPU", "EQ_Position", "Oversampling", "Stereo"}) {
+        KelmEffect effect;
+        effect.setParameter(effect.parameterIndex("CPU"), 0.0f);
+        effect.setParameter(effect.parameterIndex("Oversampling"), 1.0f);
+        effect.setSampleRate(48000);
+        effect.setBlockSize(256);
+        effect.resume();
+        std::vector<float> l(256), ol(256), orr(256);
+        for (int i = 0; i < 256; ++i) l[i] = 0.3f * std::sin(0.03f * i);
+        float* in[2] = {l.data(), l.data()};
+        float* out[2] = {ol.data(), orr.data()};
+        effect.process(in, out, 256);
+        const int flipped = effect.parameterIndex(name), gain = effect.parameterIndex("Gain");
+        int changes = 0;
+        Counting c;
+        for (int b = 0; b < 48; ++b) {
+            if (b % 8 == 0) effect.setParameter(flipped, 1.0f - effect.getParameter(flipped));
+            effect.setParameter(gain, 0.02f * b);
+            effect.process(in, out, 256);
+            changes += effect.getDriver().isChanging();
+        }
+        EXPECT_EQ(0, c.count()) << name;
+        EXPECT_GT(changes, 6) << name << ": blocks in which a change was under way";
+    }
+}

@@ -119,7 +119,7 @@ TEST(PluginBuiltIn, DocumentAndEffectSetUp) {
     const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     std::printf("building the effect took %.2f ms\n", ms);
     Driver& d = effect.getDriver();
-    EXPECT_EQ(22u, d.getGraphs().size());
+    EXPECT_EQ(23u, d.getGraphs().size());
     EXPECT_EQ(2, d.getNumberOfOutputs());
     ASSERT_EQ(9, effect.numberOfParameters());
     const char* names[] = {"Input", "Gain", "Vol", "Oversampling", "Bass", "Treble", "EQ_Position", "Stereo", "CPU"};
