@@ -6,7 +6,8 @@ PACKAGES=(build-essential cmake pkg-config ccache
   libgtest-dev libbenchmark-dev ngspice python3-numpy python3-scipy
   lv2-dev sordi lilv-utils libcairo2-dev fonts-dejavu-core
   libx11-dev libstb-dev xvfb xdotool python3-cairo imagemagick
-  ardour clang-14 libclang-rt-14-dev)
+  ardour clang-14 libclang-rt-14-dev
+  qtractor jalv jackd2 x11-utils)
 missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
