@@ -48,6 +48,12 @@ set_tests_properties(ClapX11 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
 # Kelm.clap of the Windows builds (scripts/build-windows.sh) in our CLAP host under wine.
 add_test(NAME ClapWindows64 COMMAND kelm_tests --gtest_filter=ClapWindows64/*)
 set_tests_properties(ClapWindows64 PROPERTIES RESOURCE_LOCK wine64)
+add_test(NAME ClapWindows32Binary COMMAND kelm_tests --gtest_filter=ClapWindows32/*Exports*)
 add_test(NAME ClapWindows32 COMMAND ${CMAKE_SOURCE_DIR}/tests/windows/wine32-or-skip.sh
-  $<TARGET_FILE:kelm_tests> --gtest_filter=ClapWindows32/*)
+  $<TARGET_FILE:kelm_tests> --gtest_filter=ClapWindows32/*-*Exports*)
 set_tests_properties(ClapWindows32 PROPERTIES SKIP_RETURN_CODE 77)
+# Its window under wine, compared with the Linux window's screenshot (ClapX11 writes it).
+add_test(NAME ClapWindows64Editor COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh
+  ${CMAKE_SOURCE_DIR}/tests/windows/editor/clap.sh ${CMAKE_SOURCE_DIR}/build-win64
+  ${CMAKE_BINARY_DIR}/clap-wine64.png ${CMAKE_BINARY_DIR}/clap-x11.png)
+set_tests_properties(ClapWindows64Editor PROPERTIES DEPENDS ClapX11 RESOURCE_LOCK wine64)
