@@ -98,7 +98,8 @@ struct ClapOutEvent {
 // One plug-in instance with its host.
 class ClapInstance {
 public:
-    ClapInstance(const ClapModule& module, const char* id) {
+    // offerTimers: whether the host offers timer-support (Windows hosts often do not).
+    ClapInstance(const ClapModule& module, const char* id, bool offerTimers = true) : offerTimers(offerTimers) {
         mainThread = currentThread();
         host.version = kVersion;
         host.host_data = this;
@@ -384,7 +385,7 @@ private:
         if (currentThread() != mainThread || inProcess) faults.push_back(std::string(what) + " off the main thread");
     }
 
-    static const void* KELM_CLAP_ABI hostExtension(const clap_host*, const char* id) {
+    static const void* KELM_CLAP_ABI hostExtension(const clap_host* h, const char* id) {
         static const clap_host_params params = {
             [](const clap_host* h, uint32_t flags) {
                 self(h)->mainThreadOnly("params.rescan");
@@ -431,7 +432,7 @@ private:
         if (!id) return nullptr;
         if (!std::strcmp(id, kExtParams)) return &params;
         if (!std::strcmp(id, kExtState)) return &state;
-        if (!std::strcmp(id, kExtTimerSupport)) return &timers;
+        if (!std::strcmp(id, kExtTimerSupport)) return self(h)->offerTimers ? &timers : nullptr;
         if (!std::strcmp(id, kExtThreadCheck)) return &threads;
         if (!std::strcmp(id, kExtLog)) return &log;
         if (!std::strcmp(id, kExtGui)) return &gui;
@@ -440,6 +441,7 @@ private:
 
     clap_host host;
     bool active = false, processing = false, guiCreated = false;
+    bool offerTimers;
     bool inProcess = false;  // a block runs on the main thread
     uint64_t mainThread = 0;
     uint64_t steadyTime = 0;
