@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "plugin/editor/KelmEditor.h"
+#include "plugin/vst2/VST2Editor.h"
 
 namespace kelm {
 
@@ -16,7 +17,10 @@ KelmVST2Effect::KelmVST2Effect(AudioMasterCallback audioMaster, std::unique_ptr<
     canProcessReplacing(true);
     programsAreChunks(false);
     cEffect.version = 1080;
-    setEditor(new KelmEditor(this, core->getDriver().getControls()));
+    const std::vector<ControlPtr> controls = core->getDriver().getControls();
+    setEditor(new VST2Editor(this, [controls](EditorHost& host) {
+        return std::unique_ptr<PluginEditor>(new KelmEditor(host, controls));
+    }));
 }
 
 KelmVST2Effect::~KelmVST2Effect() {}

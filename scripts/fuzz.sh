@@ -17,7 +17,7 @@ mkdir -p "$dir"
 echo "building $dir ..."
 if ! { cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
          "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-         -DKELM_FUZZ=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF \
+         -DKELM_FUZZ=ON -DKELM_BUILD_BENCH=OFF -DKELM_INSTALL_USER_VST=OFF -DKELM_INSTALL_USER_CLAP=OFF \
          "-DCMAKE_CXX_FLAGS=$flags" "-DCMAKE_C_FLAGS=$flags" "-DCMAKE_EXE_LINKER_FLAGS=-fsanitize=address,undefined" &&
        cmake --build "$dir" -j"$(nproc)" $(printf -- '--target kelm_fuzz_%s ' "${targets[@]}"); } > "$dir/build.log" 2>&1; then
   cat "$dir/build.log"

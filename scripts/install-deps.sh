@@ -11,7 +11,8 @@ BASE=(build-essential cmake pkg-config ccache
   libgtest-dev lv2-dev libcairo2-dev fonts-dejavu-core libx11-dev libstb-dev)
 TESTS=(libbenchmark-dev ngspice python3-numpy python3-scipy
   sordi lilv-utils xvfb xdotool python3-cairo imagemagick
-  ardour clang-14 libclang-rt-14-dev)
+  ardour clang-14 libclang-rt-14-dev
+  qtractor jalv jackd2 x11-utils)
 PACKAGES=("${BASE[@]}")
 case "${1:-}" in
   --tests) PACKAGES+=("${TESTS[@]}") ;;

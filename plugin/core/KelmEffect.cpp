@@ -139,9 +139,8 @@ float KelmEffect::getParameter(int index) const {
     return controls[index]->getValue();
 }
 
-const std::string& KelmEffect::parameterName(int index) const {
-    static const std::string none;
-    if (index < 0 || index >= numberOfParameters()) return none;
+std::string KelmEffect::parameterName(int index) const {
+    if (index < 0 || index >= numberOfParameters()) return "";
     return controls[index]->displayName;
 }
 
@@ -151,10 +150,9 @@ int KelmEffect::parameterIndex(const std::string& name) const {
     return -1;
 }
 
-std::string KelmEffect::parameterDisplay(int index) const {
+std::string KelmEffect::parameterText(int index, float x) const {
     if (index < 0 || index >= numberOfParameters()) return "";
     const std::string& name = controls[index]->name;
-    const float x = controls[index]->getValue();
     char text[32];
     auto decibels = [&](double gain) {
         if (gain <= 0) return std::string("-inf");
@@ -175,6 +173,26 @@ std::string KelmEffect::parameterDisplay(int index) const {
     }
     std::snprintf(text, sizeof text, "%.1f", x * 10.0);
     return text;
+}
+
+bool KelmEffect::parameterFromText(int index, const std::string& text, float& value) const {
+    if (index < 0 || index >= numberOfParameters()) return false;
+    const std::string& name = controls[index]->name;
+    const char* start = text.c_str();
+    char* end = nullptr;
+    const double number = std::strtod(start, &end);
+    if (end != start && std::isfinite(number) && parameterPositions(index) == 0) {
+        double x = number / 10.0;
+        if (name == "Input" || name == "Vol") x = 0.5 * std::pow(10.0, number / 20.0);
+        if (name == "Bass" || name == "Treble") x = number / 20.0 + 0.5;
+        const float candidate = static_cast<float>(std::min(1.0, std::max(0.0, x)));
+        const std::string shown = parameterText(index, candidate);
+        if (text.compare(0, shown.size(), shown) == 0) {
+            value = candidate;
+            return true;
+        }
+    }
+    return EffectCore::parameterFromText(index, text, value);
 }
 
 std::string KelmEffect::parameterLabel(int index) const {

@@ -10,19 +10,17 @@
 
 namespace kelm {
 
-KelmEditor::KelmEditor(vst2::AudioEffect* effect, const std::vector<ControlPtr>& controls)
-    : AEffGUIEditor(effect), controls(controls), background(CBitmap::load("background.png")) {
-    area.top = 0;
-    area.left = 0;
-    area.bottom = static_cast<short>(background->getHeight());
-    area.right = static_cast<short>(background->getWidth());
-}
+KelmEditor::KelmEditor(EditorHost& host, const std::vector<ControlPtr>& controls)
+    : PluginEditor(host), controls(controls), background(CBitmap::load("background.png")) {}
 
 KelmEditor::~KelmEditor() { close(); }
 
+int KelmEditor::width() const { return background->getWidth(); }
+
+int KelmEditor::height() const { return background->getHeight(); }
+
 bool KelmEditor::open(void* parent) {
     close();  // a second open without close starts afresh
-    AEffGUIEditor::open(parent);
     for (const ControlPtr& c : controls)
         if (!c->image.empty() && !bitmaps.count(c->image)) bitmaps[c->image] = CBitmap::load(c->image);
 
@@ -30,7 +28,7 @@ bool KelmEditor::open(void* parent) {
     std::vector<CControl*> made;
     for (size_t i = 0; i < controls.size(); ++i) {
         CControl* view = makeView(*controls[i], static_cast<int>(i));
-        view->setValue(controls[i]->getValue());
+        view->setValue(host.parameterValue(static_cast<int>(i)));
         f->addView(view);
         made.push_back(view);
     }
@@ -61,7 +59,7 @@ void KelmEditor::close() {
     views.clear();
 }
 
-void KelmEditor::setParameter(vst2::VstInt32 index, float value) {
+void KelmEditor::parameterChanged(int index, float value) {
     ViewAccess access(*this);
     if (!access.open() || index < 0 || static_cast<size_t>(index) >= views.size()) return;
     views[index]->setValue(value);
@@ -69,8 +67,8 @@ void KelmEditor::setParameter(vst2::VstInt32 index, float value) {
 
 void KelmEditor::idle() {
     if (!getFrame()) return;
-    for (size_t i = 0; i < views.size(); ++i) views[i]->setValue(controls[i]->getValue());
-    AEffGUIEditor::idle();
+    for (size_t i = 0; i < views.size(); ++i) views[i]->setValue(host.parameterValue(static_cast<int>(i)));
+    PluginEditor::idle();
 }
 
 void KelmEditor::valueChanged(CControl* control) {

@@ -5,26 +5,29 @@
 #include <vector>
 
 #include "engine/Control.h"
-#include "plugin/gui/AEffGUIEditor.h"
 #include "plugin/gui/CControl.h"
+#include "plugin/gui/PluginEditor.h"
 
 namespace kelm {
 
 // The preamp's window: one view per control, built from the control's UI
 // properties in the system description (ControlType, Image, X, Y, Width,
 // Height, NumberOfImages, HeightOfOneImage) over the fixed background, and the
-// donate button. A view's tag is its control's index, which is the parameter index.
-class KelmEditor : public AEffGUIEditor, public CControlListener {
+// donate button. A view's tag is its control's index, which is the parameter index. The
+// controls give the layout only; values come from the host.
+class KelmEditor : public PluginEditor, public CControlListener {
 public:
-    KelmEditor(vst2::AudioEffect* effect, const std::vector<ControlPtr>& controls);
+    KelmEditor(EditorHost& host, const std::vector<ControlPtr>& controls);
     ~KelmEditor() override;
 
+    int width() const override;
+    int height() const override;
     // parent: the host's window (X11 Window id or HWND); null opens off-screen.
     bool open(void* parent) override;
     void close() override;
-    // From the effect, on any thread: moves the view while the window is open.
-    void setParameter(vst2::VstInt32 index, float value) override;
-    // Brings every view to its control's value (a host change that came while the
+    // From the plug-in, on any thread: moves the view while the window is open.
+    void parameterChanged(int index, float value) override;
+    // Brings every view to the plug-in's value (a host change that came while the
     // window was opening is not lost), then draws and presents what changed.
     void idle() override;
 

@@ -14,8 +14,21 @@ target_link_libraries(kelm_lv2 PRIVATE kelm_plugin_core kelm_builtin
 if(NOT KELM_SANITIZE AND NOT KELM_TSAN)
   target_link_options(kelm_lv2 PRIVATE -Wl,--no-undefined -static-libstdc++)
 endif()
+# The window: kelm_ui.so in the same bundle, an X11 UI on the editor every format shows
+# (the GUI toolkit, and so X11, stay out of the plug-in's own shared object).
+add_library(kelm_lv2_ui MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UI.cpp
+  ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UIMain.cpp $<TARGET_OBJECTS:kelm_resources>)
+set_target_properties(kelm_lv2_ui PROPERTIES OUTPUT_NAME "kelm_ui" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
+  CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+target_link_libraries(kelm_lv2_ui PRIVATE kelm_gui kelm_plugin_core kelm_builtin
+  -Wl,--version-script=${CMAKE_SOURCE_DIR}/plugin/lv2/ui/exports.map)
+if(NOT KELM_SANITIZE AND NOT KELM_TSAN)
+  target_link_options(kelm_lv2_ui PRIVATE -Wl,--no-undefined -static-libstdc++)
+endif()
+add_dependencies(kelm_lv2 kelm_lv2_ui)
+
 add_custom_command(TARGET kelm_lv2 POST_BUILD
-  COMMAND kelm_lv2ttl ${KELM_LV2_BUNDLE} $<TARGET_FILE_NAME:kelm_lv2>
+  COMMAND kelm_lv2ttl ${KELM_LV2_BUNDLE} $<TARGET_FILE_NAME:kelm_lv2> $<TARGET_FILE_NAME:kelm_lv2_ui>
   COMMENT "Describing the LV2 bundle")
 add_dependencies(kelm_lv2 kelm_lv2ttl)
 # A changed generator describes the bundle anew.
@@ -25,3 +38,11 @@ install(DIRECTORY ${KELM_LV2_BUNDLE} DESTINATION lib/lv2)
 
 target_compile_definitions(kelm_tests PRIVATE KELM_LV2_BUNDLE="${KELM_LV2_BUNDLE}")
 add_dependencies(kelm_tests kelm_lv2)
+# The LV2 UI in a host's X11 window, on an Xvfb server started for the test.
+add_test(NAME Lv2UiX11 COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh $<TARGET_FILE:kelm_tests>
+  --gtest_filter=X11Lv2Ui*)
+set_tests_properties(Lv2UiX11 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
+# And in Debian's jalv, where it is installed.
+add_test(NAME Lv2UiJalv COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh ${CMAKE_SOURCE_DIR}/tests/plugin/jalv-ui.sh
+  ${CMAKE_BINARY_DIR}/lv2)
+set_tests_properties(Lv2UiJalv PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR} SKIP_RETURN_CODE 77)

@@ -3,12 +3,14 @@
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "circuit/Circuit.h"
 #include "dsp/Convolver.h"
 #include "dsp/DSPContext.h"
 #include "plugin/KelmVST2Effect.h"
+#include "plugin/clap/ClapPlugin.h"
 #include "plugin/core/KelmEffect.h"
 #include "solvers/NewtonSolver.h"
 #include "tests/TestUtil.h"
@@ -84,6 +86,57 @@ TEST(PluginAllocation, ProcessingAllocatesNothingOnceSetUp) {
             EXPECT_EQ(0, c.count()) << "CPU " << cpu << " oversampling " << oversampling;
         }
     }
+}
+
+TEST(PluginAllocation, ClapBlocksWithEventsAndTheWindowsEditsAllocateNothing) {
+    using namespace kelm::clap;
+    const ClapPlugin::Kind kind = {{kVersion, "test", "test", "", "", "", "", "", "", nullptr},
+                                   [] { return std::unique_ptr<EffectCore>(new KelmEffect()); }, nullptr};
+    clap_host host = {kVersion, nullptr, "test", "", "", "1", nullptr, nullptr, nullptr, nullptr};
+    ClapPlugin* adapter = new ClapPlugin(kind, &host);
+    const clap_plugin* p = adapter->clapPlugin();
+    ASSERT_TRUE(p->init(p));
+    ASSERT_TRUE(p->activate(p, 48000, 1, 256));
+    ASSERT_TRUE(p->start_processing(p));
+    // Three parameter events in every block, the oversampling switch among them.
+    std::vector<clap_event_param_value> events(3);
+    const clap_id ids[3] = {1, 5, 3};
+    for (int k = 0; k < 3; ++k) {
+        clap_event_param_value& e = events[k];
+        std::memset(&e, 0, sizeof e);
+        e.header = {sizeof e, static_cast<uint32_t>(10 + 90 * k), kCoreEventSpace, kEventParamValue, 0};
+        e.param_id = ids[k];
+        e.note_id = -1;
+        e.port_index = e.channel = e.key = -1;
+    }
+    clap_input_events in = {&events, [](const clap_input_events*) { return 3u; },
+                            [](const clap_input_events* l, uint32_t i) -> const clap_event_header* {
+                                return &(*static_cast<std::vector<clap_event_param_value>*>(l->ctx))[i].header;
+                            }};
+    clap_output_events out = {nullptr, [](const clap_output_events*, const clap_event_header*) { return true; }};
+    std::vector<float> l(256), r(256), ol(256), orr(256);
+    for (int i = 0; i < 256; ++i) l[i] = r[i] = 0.3f * std::sin(0.07f * i);
+    float* inputs[2] = {l.data(), r.data()};
+    float* outputs[2] = {ol.data(), orr.data()};
+    clap_audio_buffer input = {inputs, nullptr, 2, 0, 0}, output = {outputs, nullptr, 2, 0, 0};
+    clap_process process = {0, 256, nullptr, &input, &output, 1, 1, &in, &out};
+    ASSERT_EQ(kProcessContinue, p->process(p, &process));
+    Counting c;
+    for (int b = 0; b < 30; ++b) {
+        for (int k = 0; k < 3; ++k) events[k].value = k == 2 ? (b / 10) % 3 : 0.03 * (b % 30);
+        if (b % 5 == 0) {
+            counting = false;  // the window's side runs on the main thread
+            adapter->beginEdit(4);
+            adapter->performEdit(4, 0.02f * b);
+            adapter->endEdit(4);
+            counting = true;
+        }
+        ASSERT_EQ(kProcessContinue, p->process(p, &process));
+    }
+    EXPECT_EQ(0, c.count());
+    p->stop_processing(p);
+    p->deactivate(p);
+    p->destroy(p);
 }
 
 TEST(PluginAllocation, ConvolverProcessAllocatesNothing) {

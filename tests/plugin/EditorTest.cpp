@@ -11,6 +11,7 @@
 #include "plugin/editor/DonateButton.h"
 #include "plugin/editor/KelmEditor.h"
 #include "plugin/gui/CAnimKnob.h"
+#include "plugin/vst2/VST2Editor.h"
 #include "tests/TestUtil.h"
 #include "tests/plugin/PngFile.h"
 
@@ -48,7 +49,8 @@ std::vector<HostCall> takeCalls() {
 
 struct EditorFixture {
     KelmVST2Effect effect{recordingHost, std::unique_ptr<KelmEffect>(new KelmEffect())};
-    KelmEditor& editor = *static_cast<KelmEditor*>(effect.getEditor());
+    VST2Editor& vst2Editor = *static_cast<VST2Editor*>(effect.getEditor());
+    KelmEditor& editor = static_cast<KelmEditor&>(vst2Editor.getEditor());
     int index(const char* name) { return effect.getCore().parameterIndex(name); }
     CControl& view(const char* name) { return *editor.getViews().at(index(name)); }
     VstIntPtr dispatch(VstInt32 op, VstInt32 i = 0, VstIntPtr v = 0, void* p = nullptr) {
@@ -339,7 +341,7 @@ TEST(PluginEditor, UnknownControlTypeIsRefused) {
     controls[0]->width = controls[0]->height = 70;
     controls[1]->controlType = "CSlider";
     controls[1]->image = "7381knob.png";
-    KelmEditor editor(&f.effect, controls);
+    KelmEditor editor(f.vst2Editor, controls);
     EXPECT_EQ("Invalid ControlType CSlider", messageOf([&] { editor.open(nullptr); }));
     EXPECT_EQ(nullptr, editor.getFrame());
     EXPECT_TRUE(editor.getViews().empty());

@@ -11,6 +11,7 @@
 
 #include "plugin/KelmVST2Effect.h"
 #include "plugin/editor/KelmEditor.h"
+#include "plugin/vst2/VST2Editor.h"
 #include "plugin/vst2/aeffect.h"
 #include "tests/TestUtil.h"
 #include "tests/plugin/PngFile.h"
@@ -137,7 +138,7 @@ TEST(X11Editor, ShowsAsAChildAndMouseChangesParameters) {
     ASSERT_TRUE(writePng("editor-x11.png", shot));
     KelmVST2Effect reference(host, std::unique_ptr<KelmEffect>(new KelmEffect()));
     reference.getEditor()->open(nullptr);
-    const PixelBuffer& offScreen = static_cast<KelmEditor*>(reference.getEditor())->getFrame()->getBuffer();
+    const PixelBuffer& offScreen = static_cast<VST2Editor*>(reference.getEditor())->getEditor().getFrame()->getBuffer();
     int differ = 0;
     for (int y = 0; y < 340; ++y)
         for (int x = 0; x < 730; ++x) differ += (shot.rgba(x, y) | 255) != (offScreen.rgba(x, y) | 255);

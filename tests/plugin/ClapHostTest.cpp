@@ -1,0 +1,332 @@
+// Kelm.clap in our own CLAP host (tests/clap/ClapTestHost.h), loaded as hosts load it:
+// the file's exports, the factory and its plug-in, the parameters and their texts, renders
+// with parameters set by events (one in the middle of a block) against `kelm render` and
+// the effect core, state from one instance into another, and what the plug-in asks of the
+// host. Debian's Qtractor scanner reads the file where it is installed.
+#include <cmath>
+#include <cstdio>
+
+#include "plugin/core/KelmEffect.h"
+#include "tests/TestUtil.h"
+#include "tests/clap/ClapTestHost.h"
+
+using namespace kelm;
+using namespace kelm::test;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KELM_SKIP_IN_SANITIZED_BUILD() GTEST_SKIP() << "a sanitized plug-in carries no runtime of its own"
+#else
+#define KELM_SKIP_IN_SANITIZED_BUILD() (void)0
+#endif
+
+namespace {
+
+const ClapModule& module() {
+    static ClapModule m(KELM_CLAP_PATH);
+    return m;
+}
+
+// Two channels that differ: a chord on the left, a plucked decay on the right.
+void stereoSignal(size_t n, std::vector<float>& left, std::vector<float>& right) {
+    left.resize(n);
+    right.resize(n);
+    for (size_t i = 0; i < n; ++i) {
+        const double t = static_cast<double>(i) / 48000;
+        left[i] = static_cast<float>(0.3 * std::sin(2 * M_PI * 196 * t) + 0.15 * std::sin(2 * M_PI * 2470 * t));
+        right[i] = static_cast<float>(0.5 * std::exp(-3 * t) * std::sin(2 * M_PI * 330 * t));
+    }
+}
+
+// The effect core driven as kelm render and our host drive it, with `at` frames of one
+// block given to the core before the parameter changes and the rest after.
+void renderCore(const std::vector<float>& left, const std::vector<float>& right, std::vector<float>& outLeft,
+                std::vector<float>& outRight, const std::vector<std::pair<int, float>>& before, size_t changeFrame,
+                const std::vector<std::pair<int, float>>& change, int block) {
+    KelmEffect effect;
+    for (auto& p : before) effect.setParameter(p.first, p.second);
+    effect.setSampleRate(48000);
+    effect.setBlockSize(block);
+    effect.resume();
+    outLeft.assign(left.size(), 0.0f);
+    outRight.assign(left.size(), 0.0f);
+    auto run = [&](size_t from, size_t to) {
+        float* in[2] = {const_cast<float*>(left.data()) + from, const_cast<float*>(right.data()) + from};
+        float* out[2] = {outLeft.data() + from, outRight.data() + from};
+        effect.process(in, out, static_cast<int>(to - from));
+    };
+    for (size_t at = 0; at < left.size(); at += block) {
+        const size_t end = std::min(left.size(), at + block);
+        if (changeFrame > at && changeFrame < end) {
+            run(at, changeFrame);
+            for (auto& p : change) effect.setParameter(p.first, p.second);
+            run(changeFrame, end);
+        } else {
+            if (changeFrame == at)
+                for (auto& p : change) effect.setParameter(p.first, p.second);
+            run(at, end);
+        }
+    }
+}
+
+int firstDifference(const std::vector<float>& a, const std::vector<float>& b) {
+    if (a.size() != b.size()) return -2;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (a[i] != b[i]) return static_cast<int>(i);
+    return -1;
+}
+
+} // namespace
+
+TEST(ClapFile, ExportsOnlyTheEntryAndCarriesItsRuntime) {
+    KELM_SKIP_IN_SANITIZED_BUILD();
+    auto symbols = run("nm -D --defined-only " + std::string(KELM_CLAP_PATH));
+    ASSERT_EQ(0, symbols.status) << symbols.output;
+    std::vector<std::string> names;
+    for (size_t at = 0, end; (end = symbols.output.find('\n', at)) != std::string::npos; at = end + 1) {
+        const std::string line = symbols.output.substr(at, end - at);
+        const size_t space = line.rfind(' ');
+        if (space != std::string::npos && line.find(" A ") == std::string::npos) names.push_back(line.substr(space + 1));
+    }
+    EXPECT_EQ(std::vector<std::string>{"clap_entry"}, names) << symbols.output;
+    auto needed = run("readelf -d " + std::string(KELM_CLAP_PATH) + " | grep NEEDED");
+    EXPECT_EQ(std::string::npos, needed.output.find("libstdc++")) << needed.output;
+}
+
+TEST(ClapFile, FactoryListsThePreampAndMakesItByItsIdOnly) {
+    const ClapModule& m = module();
+    ASSERT_TRUE(m.ok()) << m.error;
+    EXPECT_EQ(1u, m.entry->version.major);
+    EXPECT_EQ(nullptr, m.entry->get_factory("clap.preset-discovery-factory"));
+    ASSERT_EQ(1u, m.count());
+    const clap_plugin_descriptor* d = m.descriptor(0);
+    ASSERT_NE(nullptr, d);
+    EXPECT_EQ(nullptr, m.descriptor(1));
+    EXPECT_EQ("kelm.preamp", std::string(d->id));
+    EXPECT_EQ("Kelm Preamp", std::string(d->name));
+    EXPECT_EQ("Tallowbridge Labs", std::string(d->vendor));
+    EXPECT_EQ("1.0.80", std::string(d->version_text));
+    std::vector<std::string> features;
+    for (const char* const* f = d->features; *f; ++f) features.push_back(*f);
+    EXPECT_EQ((std::vector<std::string>{"audio-effect", "distortion", "stereo"}), features);
+    // An id with anything after it, or an unknown one, makes nothing.
+    EXPECT_FALSE(ClapInstance(m, "kelm.preamp ").ok());
+    EXPECT_FALSE(ClapInstance(m, "kelm.pre").ok());
+    ClapInstance p(m, "kelm.preamp");
+    ASSERT_TRUE(p.ok());
+    EXPECT_EQ(d, p.plugin->desc);
+    // A stereo pair in and out, and no latency.
+    for (bool input : {true, false}) {
+        ASSERT_EQ(1u, p.ports->count(p.plugin, input));
+        clap_audio_port_info info;
+        ASSERT_TRUE(p.ports->get(p.plugin, 0, input, &info));
+        EXPECT_EQ(2u, info.channel_count);
+        EXPECT_EQ(kAudioPortIsMain, info.flags);
+        EXPECT_EQ("stereo", std::string(info.port_type));
+        EXPECT_FALSE(p.ports->get(p.plugin, 1, input, &info));
+    }
+    ASSERT_NE(nullptr, p.latency);
+    EXPECT_EQ(0u, p.latency->get(p.plugin));
+}
+
+TEST(ClapParameters, AsTheEffectHasThemWithTextBothWays) {
+    ClapInstance p(module(), "kelm.preamp");
+    ASSERT_TRUE(p.ok());
+    KelmEffect effect;
+    ASSERT_EQ(static_cast<uint32_t>(effect.numberOfParameters()), p.paramCount());
+    for (uint32_t i = 0; i < p.paramCount(); ++i) {
+        const clap_param_info info = p.info(i);
+        const int positions = effect.parameterPositions(static_cast<int>(i));
+        EXPECT_EQ(i, info.id);
+        EXPECT_EQ(effect.parameterName(static_cast<int>(i)), info.name);
+        EXPECT_EQ(std::string(), info.module);
+        EXPECT_EQ(nullptr, info.cookie);
+        EXPECT_EQ(0.0, info.min_value);
+        EXPECT_EQ(positions > 1 ? positions - 1 : 1.0, info.max_value) << info.name;
+        const uint32_t stepped = kParamIsStepped | kParamIsEnum;
+        EXPECT_EQ(kParamIsAutomatable | (positions > 1 ? stepped : 0u), info.flags) << info.name;
+        const double defaultValue = effect.getParameter(static_cast<int>(i)) * (positions > 1 ? positions - 1 : 1);
+        EXPECT_EQ(defaultValue, info.default_value) << info.name;
+        EXPECT_EQ(defaultValue, p.value(info.id)) << info.name;
+        // Every value's text reads back as a value with the same text, and the unit follows.
+        const int samples = positions > 1 ? positions : 41;
+        for (int k = 0; k < samples; ++k) {
+            const double v = positions > 1 ? k : k / 40.0;
+            const std::string text = p.text(info.id, v);
+            ASSERT_NE("<none>", text);
+            EXPECT_FALSE(text.empty());
+            double back = -1;
+            ASSERT_TRUE(p.fromText(info.id, text, back)) << info.name << " " << text;
+            EXPECT_EQ(text, p.text(info.id, back)) << info.name << " " << v;
+            if (positions > 1) {
+                EXPECT_EQ(std::floor(back), back);
+            }
+        }
+    }
+    const clap_id gain = p.idOf("Gain"), input = p.idOf("Input"), oversampling = p.idOf("Oversampling");
+    EXPECT_EQ("5.0", p.text(gain, 0.5));
+    EXPECT_EQ("+0.0 dB", p.text(input, 0.5));
+    EXPECT_EQ("-inf dB", p.text(input, 0.0));
+    EXPECT_EQ("4x", p.text(oversampling, 2));
+    EXPECT_EQ("2x", p.text(oversampling, 0.9999));  // a host's 0.9999 is the position 1
+    double v = 0;
+    EXPECT_TRUE(p.fromText(oversampling, "2x", v));
+    EXPECT_EQ(1.0, v);
+    EXPECT_TRUE(p.fromText(input, "+6.0 dB", v));
+    EXPECT_NEAR(0.5 * std::pow(10.0, 0.3), v, 1e-6);
+    EXPECT_TRUE(p.fromText(gain, "7.5", v));
+    EXPECT_NEAR(0.75, v, 1e-6);
+    EXPECT_FALSE(p.fromText(gain, "loud", v));
+    EXPECT_FALSE(p.fromText(oversampling, "3x", v));
+    EXPECT_EQ(kInvalidId, p.info(p.paramCount()).id);
+    EXPECT_EQ("<none>", p.text(p.paramCount(), 0.5));
+}
+
+TEST(ClapRender, ParametersSetByEventsGiveWhatKelmRenderGives) {
+    std::vector<float> left, right, outLeft, outRight;
+    stereoSignal(48000, left, right);
+    ClapInstance p(module(), "kelm.preamp");
+    ASSERT_TRUE(p.ok());
+    // Set before activation, as a host restores a session: the warm-up runs at these values.
+    p.flush({{p.idOf("Gain"), 0.8}, {p.idOf("Bass"), 0.3}, {p.idOf("Oversampling"), 2.0}, {p.idOf("CPU"), 0.0}});
+    EXPECT_FLOAT_EQ(0.8f, static_cast<float>(p.value(p.idOf("Gain"))));
+    EXPECT_EQ(2.0, p.value(p.idOf("Oversampling")));
+    ASSERT_TRUE(p.activate(48000, 512, 512));
+    ASSERT_EQ(kProcessContinue, p.render(left, right, outLeft, outRight, 512));
+
+    std::vector<float> interleaved;
+    for (size_t i = 0; i < left.size(); ++i) interleaved.insert(interleaved.end(), {left[i], right[i]});
+    const std::string in = tempPath("clap_in.wav"), out = tempPath("clap_out.wav");
+    writeWav(in, interleaved, 2, 48000);
+    auto r = run(std::string(KELM_CLI_PATH) + " render --in " + in + " --out " + out +
+                 " --set Gain=0.8 --set Bass=0.3 --set Oversampling=1 --set CPU=0 --block 512");
+    ASSERT_EQ(0, r.status) << r.output;
+    const std::vector<float> tool = readWav(out);
+    std::remove(in.c_str());
+    std::remove(out.c_str());
+    ASSERT_EQ(tool.size(), 2 * outLeft.size());
+    std::vector<float> toolLeft, toolRight;
+    for (size_t i = 0; i < tool.size(); i += 2) {
+        toolLeft.push_back(tool[i]);
+        toolRight.push_back(tool[i + 1]);
+    }
+    EXPECT_EQ(-1, firstDifference(toolLeft, outLeft));
+    EXPECT_EQ(-1, firstDifference(toolRight, outRight));
+    EXPECT_GT(relativeError(std::vector<float>(outLeft.size(), 0.0f), outLeft), 0.0);
+    EXPECT_TRUE(p.faults.empty()) << p.faults.front();
+}
+
+TEST(ClapRender, AChangeInTheMiddleOfABlockFallsOnItsFrame) {
+    std::vector<float> left, right, outLeft, outRight;
+    stereoSignal(8 * 256, left, right);
+    ClapInstance p(module(), "kelm.preamp");
+    ASSERT_TRUE(p.ok());
+    const int gain = static_cast<int>(p.idOf("Gain")), treble = static_cast<int>(p.idOf("Treble"));
+    const int cpu = static_cast<int>(p.idOf("CPU"));
+    p.flush({{static_cast<clap_id>(cpu), 0.0}});
+    ASSERT_TRUE(p.activate(48000, 1, 256));
+    // Block 3 (frames 768 to 1023) changes Gain and Treble at its frame 100.
+    const std::vector<ClapParamChange> changes = {{868, static_cast<clap_id>(gain), 0.9},
+                                                  {868, static_cast<clap_id>(treble), 0.1}};
+    ASSERT_EQ(kProcessContinue, p.render(left, right, outLeft, outRight, 256, changes));
+    std::vector<float> coreLeft, coreRight;
+    renderCore(left, right, coreLeft, coreRight, {{cpu, 0.0f}}, 868, {{gain, 0.9f}, {treble, 0.1f}}, 256);
+    EXPECT_EQ(-1, firstDifference(coreLeft, outLeft));
+    EXPECT_EQ(-1, firstDifference(coreRight, outRight));
+    // Applied at the block's start instead, the change would be heard 100 frames early.
+    std::vector<float> earlyLeft, earlyRight;
+    renderCore(left, right, earlyLeft, earlyRight, {{cpu, 0.0f}}, 768, {{gain, 0.9f}, {treble, 0.1f}}, 256);
+    EXPECT_EQ(768, firstDifference(earlyLeft, outLeft));
+    EXPECT_FLOAT_EQ(0.9f, static_cast<float>(p.value(static_cast<clap_id>(gain))));
+    EXPECT_TRUE(p.faults.empty()) << p.faults.front();
+}
+
+TEST(ClapRender, BlocksOfAnySizeAndNoInput) {
+    ClapInstance p(module(), "kelm.preamp");
+    ASSERT_TRUE(p.ok());
+    ASSERT_TRUE(p.activate(44100, 1, 20000));  // larger than the effect's own blocks
+    std::vector<float> l(20000, 0.25f), r(20000, -0.25f), ol, orr;
+    EXPECT_EQ(kProcessContinue, p.render(l, r, ol, orr, 20000));
+    EXPECT_EQ(kProcessContinue, p.render(l, r, ol, orr, 1));
+    // A block of no frames applies its events and touches no audio.
+    ClapInstance::EventList events({{0, p.idOf("Gain"), 0.25}}, 0, 1);
+    float* none[2] = {nullptr, nullptr};
+    EXPECT_EQ(kProcessContinue, p.processBlock(none, none, 2, 0, events));
+    EXPECT_EQ(0.25, p.value(p.idOf("Gain")));
+    // No input port buffers: the effect hears silence, and every frame is written.
+    std::vector<float> a(300, 1.0f), b(300, 1.0f);
+    float* out[2] = {a.data(), b.data()};
+    ClapInstance::EventList noEvents({}, 0, 0);
+    clap_audio_buffer output = {out, nullptr, 2, 0, 0};
+    clap_process process = {-1, 300, nullptr, nullptr, &output, 0, 1, &noEvents.list, nullptr};
+    EXPECT_EQ(kProcessContinue, p.plugin->process(p.plugin, &process));
+    for (float x : a) ASSERT_TRUE(std::isfinite(x) && x != 1.0f) << x;
+}
+
+TEST(ClapState, SavedFromOneInstanceRestoresAnother) {
+    ClapInstance a(module(), "kelm.preamp");
+    ASSERT_TRUE(a.ok());
+    a.flush({{a.idOf("Gain"), 0.71}, {a.idOf("Treble"), 0.13}, {a.idOf("Oversampling"), 1}, {a.idOf("Stereo"), 1}});
+    std::string saved;
+    ASSERT_TRUE(a.save(saved));  // 23 bytes a write
+    EXPECT_EQ(0u, saved.find("KelmParameters 1\n"));
+
+    ClapInstance b(module(), "kelm.preamp");
+    ASSERT_TRUE(b.ok());
+    ASSERT_TRUE(b.load(saved));  // 17 bytes a read
+    for (uint32_t i = 0; i < a.paramCount(); ++i) EXPECT_EQ(a.value(i), b.value(i)) << a.info(i).name;
+    EXPECT_EQ(std::vector<uint32_t>{kRescanValues}, b.rescans);  // the host re-reads the values
+    std::string again;
+    ASSERT_TRUE(b.save(again, 1 << 20));
+    EXPECT_EQ(saved, again);
+
+    // Both give the same samples.
+    std::vector<float> left, right, la, ra, lb, rb;
+    stereoSignal(4800, left, right);
+    ASSERT_TRUE(a.activate(48000, 480, 480));
+    ASSERT_TRUE(b.activate(48000, 480, 480));
+    a.render(left, right, la, ra, 480);
+    b.render(left, right, lb, rb, 480);
+    EXPECT_EQ(-1, firstDifference(la, lb));
+    EXPECT_EQ(-1, firstDifference(ra, rb));
+    EXPECT_EQ(-1, firstDifference(lb, rb));  // Stereo=Mono came along: the right is the left
+
+    // What is no state changes nothing: empty, another format, a broken line.
+    ClapInstance c(module(), "kelm.preamp");
+    ASSERT_TRUE(c.ok());
+    const double before = c.value(c.idOf("Gain"));
+    for (const std::string& junk : {std::string(), std::string("\x89PNG\r\n\x1a\n", 8), std::string("KelmParameters 1\n1 0.2 Gain\n99 1 X\n"),
+                                    std::string("KelmParameters 1\n1 abc Gain\n")}) {
+        EXPECT_FALSE(c.load(junk)) << junk;
+        EXPECT_EQ(before, c.value(c.idOf("Gain")));
+    }
+    EXPECT_TRUE(c.rescans.empty());
+    EXPECT_TRUE(a.faults.empty() && b.faults.empty() && c.faults.empty());
+}
+
+TEST(ClapQtractor, ItsScannerListsThePlugin) {
+    KELM_SKIP_IN_SANITIZED_BUILD();
+    const auto where = run("dpkg -L qtractor 2>/dev/null | grep '/qtractor_plugin_scan$'");
+    std::string scanner = where.output.substr(0, where.output.find('\n'));
+    if (where.status != 0 || scanner.empty()) GTEST_SKIP() << "Qtractor is not installed (apt-get install qtractor)";
+    const auto r = run("echo 'CLAP:" + std::string(KELM_CLAP_PATH) + "' | " + scanner);
+    ASSERT_EQ(0, r.status) << r.output;
+    // TYPE|name|audio in:out|midi in:out|params in:out|flags|path|index|id
+    const size_t line = r.output.find("CLAP|");
+    ASSERT_NE(std::string::npos, line) << r.output;
+    std::vector<std::string> fields;
+    std::string rest = r.output.substr(line, r.output.find('\n', line) - line);
+    for (size_t at = 0, bar; at <= rest.size(); at = bar + 1) {
+        bar = rest.find('|', at);
+        if (bar == std::string::npos) bar = rest.size();
+        fields.push_back(rest.substr(at, bar - at));
+    }
+    ASSERT_GE(fields.size(), 9u) << rest;
+    EXPECT_EQ("Kelm Preamp", fields[1]);
+    EXPECT_EQ("2:2", fields[2]);
+    EXPECT_EQ("0:0", fields[3]);
+    EXPECT_EQ("9:0", fields[4]);
+    EXPECT_NE(std::string::npos, fields[5].find("GUI")) << rest;  // it found the window
+    EXPECT_EQ(KELM_CLAP_PATH, fields[6]);
+    EXPECT_EQ("0", fields[7]);
+    std::printf("%s\n", rest.c_str());
+}
