@@ -78,6 +78,7 @@ set_target_properties(kelm_vst2 PROPERTIES OUTPUT_NAME "Kelm" PREFIX "" SUFFIX "
 target_link_libraries(kelm_vst2 PRIVATE kelm_plugin_core kelm_builtin ${KELM_WIN32_PLUGIN_LIBRARIES})
 target_link_options(kelm_vst2 PRIVATE ${KELM_WIN_STATIC_LINK} -Wl,--no-undefined)
 add_dependencies(kelm_vst2 kelm_resources_rc)
+include(${CMAKE_SOURCE_DIR}/plugin/vst2/circuit/circuit.cmake)  # KelmCircuit.dll
 
 # Our Windows test host and a probe DLL that runs any document inside a DLL of its
 # own (for resources read from the DLL's own module under wine).
