@@ -234,7 +234,7 @@ void CircuitEffect::resume() {
     }
     acquire();
     lastInputGain = gainOf(parameters[kInputLevel].load());
-    lastOutputGain = gainOf(parameters[kOutputLevel].load());
+    lastOutputGain = 1.0f / gainOf(parameters[kOutputLevel].load());
     lastMix = parameters[kMix].load();
     slowSeconds = 0;
     cpu.store(0.0f);
@@ -278,9 +278,10 @@ std::unique_ptr<CircuitDocument> CircuitEffect::build(const std::string& text, c
 }
 
 void CircuitEffect::install(std::unique_ptr<CircuitDocument> doc, const std::string& text, const std::string& name,
-                            const std::string& path, uint64_t serial, bool now) {
+                            const std::string& path, uint64_t serial, bool now, int64_t follows) {
     std::lock_guard<std::mutex> publish(publishMutex);
     if (serial < latestSerial.load()) return;  // a later load or state came first
+    if (follows >= 0 && follows != generations.load()) return;  // another document came meanwhile
     const uint32_t generation = ++generations;
     doc->setTag(generation);
     {
@@ -368,7 +369,7 @@ void CircuitEffect::runRequest(const Request& r) {
         }
     }
     std::unique_ptr<CircuitDocument> doc = build(text, name, r.path, settingsNow(), carriedValues());
-    if (doc) install(std::move(doc), text, name, r.path, r.serial, !active.load());
+    if (doc) install(std::move(doc), text, name, r.path, r.serial, !active.load(), r.follows);
 }
 
 void CircuitEffect::work() {
@@ -386,6 +387,7 @@ void CircuitEffect::work() {
             if (wanted != builtFactor.load() && wanted != attemptedFactor) {
                 attemptedFactor = wanted;
                 polled.reset(new Request());
+                polled->follows = generations.load();
                 std::lock_guard<std::mutex> guard(infoMutex);
                 polled->text = info.text;
                 polled->name = info.name;
@@ -408,13 +410,14 @@ void CircuitEffect::work() {
                 } else if (reload.load() && stamp != 0 && stamp != watchedStamp) {
                     watchedStamp = stamp;
                     polled.reset(new Request());
+                    polled->follows = generations.load();
                     polled->file = true;
                     polled->path = path;
                 }
             }
             lock.lock();
             if (polled && !waiting) {
-                polled->serial = ++latestSerial;
+                polled->serial = latestSerial.load();
                 waiting = std::move(polled);
             }
         }
@@ -465,12 +468,11 @@ bool CircuitEffect::setState(const void* data, size_t size) {
     if (s.parameters.size() > static_cast<size_t>(kOversampling))
         settings.oversampling = factorOf(s.parameters[kOversampling]);
     const uint64_t serial = ++latestSerial;
+    // A plain document (a preset file) starts at its own values.
     CircuitDocument::SlotValues values;
     if (!s.parameters.empty()) {
         const std::vector<float> saved = s.parameters;
         values = [saved](int i, const std::string&) { return i < static_cast<int>(saved.size()) ? saved[i] : kNaN; };
-    } else {
-        values = carriedValues();
     }
     std::unique_ptr<CircuitDocument> doc = build(s.document, name, s.path, settings, values);
     if (!doc) return false;

@@ -106,6 +106,10 @@ private:
         bool file = false;      // read `path`, else build `text`
         std::string text, name, path;
         uint64_t serial = 0;
+        // A load of the worker's own (the same text at a new oversampling, a file changed
+        // on disk): the document generation it follows, so that it never replaces a
+        // document the host or the user gave meanwhile. -1 for a load asked for.
+        int64_t follows = -1;
     };
     struct SlotInfo {
         std::string name, label;
@@ -128,7 +132,7 @@ private:
     // Makes `doc` the document that plays: while suspended in place at once, else through
     // `pending` and the crossfade. Dropped when a later load superseded it.
     void install(std::unique_ptr<CircuitDocument> doc, const std::string& text, const std::string& name,
-                 const std::string& path, uint64_t serial, bool now);
+                 const std::string& path, uint64_t serial, bool now, int64_t follows = -1);
     void request(Request r);
     void work();
     void runRequest(const Request& r);
@@ -177,7 +181,7 @@ private:
     Info info;
     std::mutex publishMutex;
     std::atomic<uint64_t> latestSerial{0};
-    uint32_t generations = 0;  // under publishMutex
+    std::atomic<uint32_t> generations{0};  // written under publishMutex
     mutable std::mutex workMutex;
     mutable std::condition_variable workChanged;
     std::unique_ptr<Request> waiting;  // under workMutex
