@@ -4,7 +4,7 @@ set -euo pipefail
 PACKAGES=(build-essential cmake pkg-config ccache
   libboost-dev libboost-graph-dev libboost-iostreams-dev libpugixml-dev libeigen3-dev libsndfile1-dev
   libgtest-dev libbenchmark-dev ngspice python3-numpy python3-scipy
-  lv2-dev sordi lilv-utils libcairo2-dev fonts-dejavu-core
+  lv2-dev sordi lilv-utils liblilv-dev libcairo2-dev fonts-dejavu-core
   libx11-dev libstb-dev xvfb xdotool python3-cairo imagemagick
   ardour clang-14 libclang-rt-14-dev)
 missing=()

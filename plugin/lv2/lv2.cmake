@@ -40,6 +40,12 @@ endif()
 install(DIRECTORY ${KELM_LV2_BUNDLE} DESTINATION lib/lv2)
 
 target_compile_definitions(kelm_tests PRIVATE KELM_LV2_BUNDLE="${KELM_LV2_BUNDLE}")
+# lilv (Debian's liblilv-dev) hosts Kelm Circuit in the state round-trip test.
+pkg_check_modules(LILV IMPORTED_TARGET lilv-0)
+if(LILV_FOUND)
+  target_link_libraries(kelm_tests PRIVATE PkgConfig::LILV)
+  target_compile_definitions(kelm_tests PRIVATE KELM_HAVE_LILV)
+endif()
 add_dependencies(kelm_tests kelm_lv2)
 add_test(NAME Lv2 COMMAND kelm_tests --gtest_filter=Lv2*)
 set_tests_properties(Lv2 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
