@@ -165,7 +165,7 @@ void CircuitEditor::openOverlay(Overlay kind, const std::string& title, const st
     frame->addView(list);
     panel.push_back(list);
     const int y = kListArea.bottom + 6;
-    if (kind == Browser) {
+    if (kind == FileBrowser) {
         auto* up = new CTextButton(CRect::ofSize(kMargin, y, 90, 24), font, "Up", [this] {
             later([this] { browse(FileList::parent(folder)); });
         });
@@ -182,7 +182,7 @@ void CircuitEditor::showExamples() {
     if (!frame) return;
     std::vector<std::string> rows;
     for (int i = 0; i < BuiltInExamples::count(); ++i) rows.push_back(BuiltInExamples::name(i));
-    openOverlay(Examples, "Built-in examples: click one to load it", rows);
+    openOverlay(ExampleList, "Built-in examples: click one to load it", rows);
 }
 
 void CircuitEditor::browse(const std::string& where) {
@@ -198,16 +198,16 @@ void CircuitEditor::browse(const std::string& where) {
         rows.push_back(e.folder ? e.name + "/" : e.name);
         folderEntries.push_back(FileList::join(folder, e.name));
     }
-    openOverlay(Browser, folder, rows);
+    openOverlay(FileBrowser, folder, rows);
 }
 
 void CircuitEditor::pickRow(int row) {
-    if (shown == Examples) {
+    if (shown == ExampleList) {
         core.loadExample(row);
         closeOverlay();
         return;
     }
-    if (shown != Browser || row < 0 || row >= static_cast<int>(folderEntries.size())) return;
+    if (shown != FileBrowser || row < 0 || row >= static_cast<int>(folderEntries.size())) return;
     const std::string& path = folderEntries[row];
     if (path.empty()) {
         browse(FileList::parent(folder));
@@ -224,7 +224,7 @@ void CircuitEditor::pickRow(int row) {
 
 void CircuitEditor::closeOverlay() {
     if (!frame) return;
-    shown = None;
+    shown = NoOverlay;
     buildPanel();
     refresh();
 }
@@ -250,7 +250,7 @@ void CircuitEditor::close() {
     nameLabel = statusLabel = cpuLabel = warningLabel = nullptr;
     reloadButton = nullptr;
     meter = nullptr;
-    shown = None;
+    shown = NoOverlay;
     actions.clear();
 }
 
@@ -267,7 +267,7 @@ void CircuitEditor::setParameter(vst2::VstInt32 index, float value) {
 void CircuitEditor::refresh() {
     const CircuitEffect::Status s = core.status();
     const uint32_t names = core.namesSerial();
-    if (names != namesShown && shown == None) {
+    if (names != namesShown && shown == NoOverlay) {
         namesShown = names;
         buildPanel();
     }
@@ -289,7 +289,7 @@ void CircuitEditor::refresh() {
     const float load = core.cpuLoad();
     meter->setValue(load);
     char text[64];
-    std::snprintf(text, sizeof text, "%.0f %%", static_cast<double>(load * 100.0f));
+    std::snprintf(text, sizeof text, load < 0.1f ? "%.1f %%" : "%.0f %%", static_cast<double>(load * 100.0f));
     cpuLabel->setText(text);
     warningLabel->setText(core.isOverloaded() ? "Too slow: blocks take longer than real time" : "");
     if (reloadButton->isOn() != core.reloadOnChange()) reloadButton->setOn(core.reloadOnChange());
@@ -324,6 +324,10 @@ CRect CircuitEditor::examplesButtonArea() const { return kExamplesButton; }
 CRect CircuitEditor::listArea() const { return kListArea; }
 
 int CircuitEditor::listRowHeight() const { return list ? list->rowHeight() : 0; }
+
+int CircuitEditor::listScroll() const { return list ? list->getScroll() : 0; }
+
+int CircuitEditor::listVisibleRows() const { return list ? list->visibleRows() : 0; }
 
 std::vector<int> CircuitEditor::shownSlots() const {
     std::vector<int> slots;

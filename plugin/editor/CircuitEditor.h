@@ -43,7 +43,7 @@ public:
     void controlEndEdit(CControl* control) override;
 
     // What is open over the knobs.
-    enum Overlay { None, Examples, Browser };
+    enum Overlay { NoOverlay, ExampleList, FileBrowser };
     Overlay overlay() const { return shown; }
     // The file browser at a folder (Load does this where there is no system dialog).
     void browse(const std::string& folder);
@@ -57,6 +57,9 @@ public:
     CRect examplesButtonArea() const;
     CRect listArea() const;
     int listRowHeight() const;
+    // The first row shown, and how many rows show at once.
+    int listScroll() const;
+    int listVisibleRows() const;
     // The slot knobs shown, with their parameter indices.
     std::vector<int> shownSlots() const;
     std::string labelOfSlot(int index) const;
@@ -75,7 +78,7 @@ private:
     CircuitEffect& core;
     CFontPtr font, titleFont;
     CBitmapPtr knobImage;
-    Overlay shown = None;
+    Overlay shown = NoOverlay;
     std::string folder;
     std::vector<std::string> folderEntries;  // the browser's rows as paths ("" for the folder above)
     uint32_t namesShown = 0;
