@@ -41,3 +41,8 @@ set_tests_properties(KelmCircuit PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR
 add_test(NAME KelmCircuitX11 COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh $<TARGET_FILE:kelm_tests>
   --gtest_filter=KelmCircuitX11*)
 set_tests_properties(KelmCircuitX11 PROPERTIES WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
+# The window of the 64-bit DLL (scripts/build-windows.sh) under wine: two examples picked
+# from its list with xdotool, the system's file dialog opened and closed.
+add_test(NAME KelmCircuitWindows64Editor COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh
+  ${CMAKE_SOURCE_DIR}/tests/windows/editor/circuit.sh ${CMAKE_SOURCE_DIR}/build-win64 ${CMAKE_BINARY_DIR}/circuit-wine64)
+set_tests_properties(KelmCircuitWindows64Editor PROPERTIES RESOURCE_LOCK wine64)
