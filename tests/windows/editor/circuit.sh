@@ -21,17 +21,22 @@ for _ in $(seq 600); do
 done
 grep -q '^rect' "$log" || { echo "FAIL: the host did not open the editor:"; cat "$log"; exit 1; }
 sleep 2
-# The Examples button, then a row of the list (rows of 21 pixels from y = 102), in the order
-# of the examples' file names: bassman-tonestack.cir first, baxandall.xml second.
+# The Examples button, then the example's row of the list (rows of 21 pixels from y = 102, eight
+# of them shown), in the order of the examples' file names as the plug-in compiles them in.
+examples="$(cd "$(dirname "$0")/../../../examples" && pwd)"
 pick() {
+  local row
+  row=$(cd "$examples" && shopt -s nullglob && printf '%s\n' *.xml *.cir *.net | LC_ALL=C sort | grep -n -x -F "$1" |
+        cut -d: -f1 || true)
+  [ -n "$row" ] && [ "$row" -le 8 ] || { echo "FAIL: $1 is not among the first rows of the list"; kill $host; exit 1; }
   xdotool mousemove --sync 613 24 click 1
   sleep 1
-  xdotool mousemove --sync 60 $((102 + $1 * 21 + 10)) click 1
+  xdotool mousemove --sync 60 $((102 + (row - 1) * 21 + 10)) click 1
   sleep 3
 }
-pick 1
+pick baxandall.xml
 import -window root -crop 780x480+0+0 +repage "$out-1.png"
-pick 0
+pick bassman-tonestack.cir
 import -window root -crop 780x480+0+0 +repage "$out-2.png"
 xdotool mousemove --sync 518 24 click 1
 sleep 4
