@@ -65,6 +65,9 @@ public:
     const std::string& controlLabel(int i) const { return slots[i].label; }
     // The document's own value of control i on the slot's 0 to 1 scale.
     float defaultValue(int i) const { return slots[i].defaultValue; }
+    // The control's values at slot values 0 and 1.
+    float controlLow(int i) const { return slots[i].low; }
+    float controlHigh(int i) const { return slots[i].high; }
     // The control's value at slot value v, as text.
     std::string controlDisplay(int i, float v) const;
     // The slot value last set (or built with).

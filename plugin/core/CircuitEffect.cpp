@@ -296,9 +296,8 @@ void CircuitEffect::install(std::unique_ptr<CircuitDocument> doc, const std::str
             s.name = doc->controlName(i);
             s.label = doc->controlLabel(i);
             s.defaultValue = doc->defaultValue(i);
-            const std::string shown = doc->controlDisplay(i, 0.0f), top = doc->controlDisplay(i, 1.0f);
-            s.low = std::strtof(shown.c_str(), nullptr);
-            s.high = std::strtof(top.c_str(), nullptr);
+            s.low = doc->controlLow(i);
+            s.high = doc->controlHigh(i);
             info.slots.push_back(s);
         }
     }
