@@ -34,8 +34,9 @@ public:
     };
 
     // Limits that keep a load from running for ever: the text's size in bytes, the number
-    // of elements, the first block's time in seconds, and how many times slower than real
-    // time the warm-up may run.
+    // of elements, the first sample's computing time in seconds, and how many times slower
+    // than real time the warm-up may compute (the building thread's own time, whatever
+    // else the machine does).
     static constexpr size_t kMaxTextBytes = 4u << 20;
     static constexpr int kMaxElements = 2000;
     static constexpr double kMaxFirstBlockSeconds = 2.0;
@@ -72,7 +73,7 @@ public:
     std::string controlDisplay(int i, float v) const;
     // The slot value last set (or built with).
     float slotValue(int i) const { return slots[i].value; }
-    // The warm-up's speed: seconds of computing per second of audio.
+    // The warm-up's speed: seconds of the building thread's computing per second of audio.
     double warmUpLoad() const { return load; }
 
     // Audio thread: gives control i slot value v (0 to 1) when it differs from the last one.
