@@ -34,5 +34,15 @@ kelm_layer(kelm_circuit DIRS circuit circuit/devices DEPS kelm_engine)
 # SPICE netlists read into system descriptions (text only: it builds no circuit).
 kelm_layer(kelm_netlist DIRS netlist DEPS kelm_engine)
 kelm_layer(kelm_solvers DIRS solvers DEPS kelm_circuit kelm_dsp)
-kelm_layer(kelm_plugin_core DIRS plugin/core DEPS kelm_solvers)
+# The example documents compiled into the effect core (Kelm Circuit's built-in list).
+set(KELM_EXAMPLES_CPP ${CMAKE_BINARY_DIR}/generated/Examples.cpp)
+file(GLOB KELM_EXAMPLE_FILES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/examples/*.xml ${CMAKE_SOURCE_DIR}/examples/*.cir
+  ${CMAKE_SOURCE_DIR}/examples/*.net)
+add_custom_command(OUTPUT ${KELM_EXAMPLES_CPP}
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/generated
+  COMMAND ${CMAKE_COMMAND} -DEXAMPLES_DIR=${CMAKE_SOURCE_DIR}/examples -DOUTPUT=${KELM_EXAMPLES_CPP}
+          -P ${CMAKE_SOURCE_DIR}/cmake/embed_examples.cmake
+  DEPENDS ${KELM_EXAMPLE_FILES} ${CMAKE_SOURCE_DIR}/cmake/embed_examples.cmake
+  COMMENT "Embedding the example documents")
+kelm_layer(kelm_plugin_core DIRS plugin/core DEPS kelm_solvers kelm_netlist EXTRA ${KELM_EXAMPLES_CPP})
 target_include_directories(kelm_plugin_core PUBLIC ${CMAKE_BINARY_DIR}/generated)

@@ -79,6 +79,7 @@ target_link_libraries(kelm_vst2 PRIVATE kelm_plugin_core kelm_builtin ${KELM_WIN
 target_link_options(kelm_vst2 PRIVATE ${KELM_WIN_STATIC_LINK} -Wl,--no-undefined)
 add_dependencies(kelm_vst2 kelm_resources_rc)
 include(${CMAKE_SOURCE_DIR}/plugin/clap/clap.cmake)
+include(${CMAKE_SOURCE_DIR}/plugin/vst2/circuit/circuit.cmake)  # KelmCircuit.dll
 
 # Our Windows test host and a probe DLL that runs any document inside a DLL of its
 # own (for resources read from the DLL's own module under wine).

@@ -2,10 +2,11 @@
 # -fsanitize=fuzzer-no-link,address,undefined by scripts/fuzz.sh) they link libFuzzer;
 # otherwise each gets a plain main that replays the kept inputs under tests/fuzz/, for ctest.
 option(KELM_FUZZ "Link the fuzz targets with libFuzzer" OFF)
-set(KELM_FUZZ_TARGETS system wave cli netlist)
+set(KELM_FUZZ_TARGETS system wave cli netlist circuit)
 set(KELM_FUZZ_SOURCE_system ${CMAKE_SOURCE_DIR}/fuzz/SystemFuzz.cpp)
 set(KELM_FUZZ_SOURCE_wave ${CMAKE_SOURCE_DIR}/fuzz/WaveFuzz.cpp)
 set(KELM_FUZZ_SOURCE_netlist ${CMAKE_SOURCE_DIR}/fuzz/NetlistFuzz.cpp)
+set(KELM_FUZZ_SOURCE_circuit ${CMAKE_SOURCE_DIR}/fuzz/CircuitStateFuzz.cpp)
 # The command-line parser with the tool's other parts it names (formats, plot kinds).
 set(KELM_FUZZ_CLI_SOURCES ${KELM_CLI_SOURCES})
 list(FILTER KELM_FUZZ_CLI_SOURCES EXCLUDE REGEX "/cli/Main\\.cpp$")

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(system wave cli netlist)
+[ ${#targets[@]} -gt 0 ] || targets=(system wave cli netlist circuit)
 dir=build-fuzz
 flags="-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined"
 mkdir -p "$dir"
@@ -37,6 +37,11 @@ seed() {
          printf 'info\0--system\0x.xml' > "$corpus/info"
          printf 'tables\0--out\0dir' > "$corpus/tables" ;;
     netlist) cp tests/data/netlist/*.cir "$corpus"/ ;;
+    circuit) cp examples/*.xml examples/*.cir "$corpus"/
+             for f in examples/baxandall.xml examples/bassman-tonestack.cir; do
+               { printf 'KelmCircuit 1\nname: %s\npath: \nreload: 0\nparameters: 0.8 0.3 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0.5 0.5 0 1\ndocument: %s\n' \
+                   "$(basename "$f")" "$(wc -c < "$f")"; cat "$f"; } > "$corpus/state-$(basename "$f")"
+             done ;;
   esac
   [ -d "tests/fuzz/$t" ] && cp tests/fuzz/"$t"/* "$corpus"/ 2>/dev/null || true
 }

@@ -10,7 +10,7 @@ BASE=(build-essential cmake pkg-config ccache
   libboost-dev libboost-graph-dev libboost-iostreams-dev libpugixml-dev libeigen3-dev libsndfile1-dev
   libgtest-dev lv2-dev libcairo2-dev fonts-dejavu-core libx11-dev libstb-dev)
 TESTS=(libbenchmark-dev ngspice python3-numpy python3-scipy
-  sordi lilv-utils xvfb xdotool python3-cairo imagemagick
+  sordi lilv-utils liblilv-dev xvfb xdotool python3-cairo imagemagick
   ardour clang-14 libclang-rt-14-dev
   qtractor jalv jackd2 x11-utils)
 PACKAGES=("${BASE[@]}")

@@ -55,4 +55,37 @@ void PixelBuffer::blend(const PixelBuffer& src, const CRect& area, int x, int y)
     }
 }
 
+void PixelBuffer::fill(const CRect& area, uint32_t rgb) {
+    const CRect r = area.intersected(CRect(0, 0, w, h));
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) {
+            uint8_t* d = &pixels[(static_cast<size_t>(y) * w + x) * 4];
+            d[0] = static_cast<uint8_t>(rgb >> 16);
+            d[1] = static_cast<uint8_t>(rgb >> 8);
+            d[2] = static_cast<uint8_t>(rgb);
+            d[3] = 255;
+        }
+}
+
+void PixelBuffer::tint(const PixelBuffer& mask, const CRect& area, int x, int y, uint32_t rgb, const CRect& clip) {
+    const uint8_t colour[3] = {static_cast<uint8_t>(rgb >> 16), static_cast<uint8_t>(rgb >> 8), static_cast<uint8_t>(rgb)};
+    const CRect bounds = clip.intersected(CRect(0, 0, w, h));
+    for (int row = 0; row < area.height(); ++row) {
+        const int ty = y + row, sy = area.top + row;
+        if (ty < bounds.top || ty >= bounds.bottom || sy < 0 || sy >= mask.h) continue;
+        for (int col = 0; col < area.width(); ++col) {
+            const int tx = x + col, sx = area.left + col;
+            if (tx < bounds.left || tx >= bounds.right || sx < 0 || sx >= mask.w) continue;
+            const unsigned a = mask.pixel(sx, sy)[3];
+            if (a == 0) continue;
+            uint8_t* d = &pixels[(static_cast<size_t>(ty) * w + tx) * 4];
+            for (int c = 0; c < 3; ++c) {
+                const unsigned v = colour[c] * a + d[c] * (255 - a) + 128;
+                d[c] = static_cast<uint8_t>((v + (v >> 8)) >> 8);
+            }
+            d[3] = 255;
+        }
+    }
+}
+
 } // namespace kelm

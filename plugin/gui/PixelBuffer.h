@@ -26,6 +26,11 @@ public:
     void copy(const PixelBuffer& src, const CRect& from, int x, int y);
     // Draws the area `from` of src over this buffer at (x, y), mixing by the source's alpha.
     void blend(const PixelBuffer& src, const CRect& from, int x, int y);
+    // Fills the area (clipped to the buffer) with one colour, 0xRRGGBB, opaque.
+    void fill(const CRect& area, uint32_t rgb);
+    // Draws the colour 0xRRGGBB through the alpha of the area `from` of mask at (x, y), with
+    // only the part inside `clip` touched (a glyph of a font, a shape).
+    void tint(const PixelBuffer& mask, const CRect& from, int x, int y, uint32_t rgb, const CRect& clip);
 
 private:
     // Clips the transfer to both buffers; false when nothing is left.

@@ -2,9 +2,12 @@
 
 namespace kelm {
 
-// The plug-in's LV2 URI. Hosts keep sessions by it: it never changes.
+// The plug-ins' LV2 URIs. Hosts keep sessions by them: they never change.
 constexpr const char* kKelmLV2Uri = "urn:kelm:preamp";
 // Its window (an X11 UI, in kelm_ui.so in the same bundle).
 constexpr const char* kKelmLV2UiUri = "urn:kelm:preamp:ui";
+// Kelm Circuit's URI, and the key of its state (the document and every parameter).
+constexpr const char* kKelmCircuitLV2Uri = "urn:kelm:circuit";
+constexpr const char* kKelmCircuitStateUri = "urn:kelm:circuit#state";
 
 } // namespace kelm

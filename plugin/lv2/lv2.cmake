@@ -27,16 +27,32 @@ if(NOT KELM_SANITIZE AND NOT KELM_TSAN)
 endif()
 add_dependencies(kelm_lv2 kelm_lv2_ui)
 
+# Kelm Circuit in the same bundle: its own shared object, described in circuit.ttl.
+add_library(kelm_circuit_lv2 MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Plugin.cpp
+  ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Main.cpp)
+set_target_properties(kelm_circuit_lv2 PROPERTIES OUTPUT_NAME "kelm-circuit" PREFIX "" LIBRARY_OUTPUT_DIRECTORY
+  ${KELM_LV2_BUNDLE} CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+target_link_libraries(kelm_circuit_lv2 PRIVATE kelm_plugin_core
+  -Wl,--version-script=${CMAKE_SOURCE_DIR}/plugin/lv2/exports.map)
+if(NOT KELM_SANITIZE AND NOT KELM_TSAN)
+  target_link_options(kelm_circuit_lv2 PRIVATE -Wl,--no-undefined -static-libstdc++)
+endif()
 add_custom_command(TARGET kelm_lv2 POST_BUILD
-  COMMAND kelm_lv2ttl ${KELM_LV2_BUNDLE} $<TARGET_FILE_NAME:kelm_lv2> $<TARGET_FILE_NAME:kelm_lv2_ui>
+  COMMAND kelm_lv2ttl ${KELM_LV2_BUNDLE} $<TARGET_FILE_NAME:kelm_lv2> $<TARGET_FILE_NAME:kelm_lv2_ui> $<TARGET_FILE_NAME:kelm_circuit_lv2>
   COMMENT "Describing the LV2 bundle")
-add_dependencies(kelm_lv2 kelm_lv2ttl)
+add_dependencies(kelm_lv2 kelm_lv2ttl kelm_circuit_lv2)
 # A changed generator describes the bundle anew.
 set_property(TARGET kelm_lv2 APPEND PROPERTY LINK_DEPENDS $<TARGET_FILE:kelm_lv2ttl>)
 
 install(DIRECTORY ${KELM_LV2_BUNDLE} DESTINATION lib/lv2)
 
 target_compile_definitions(kelm_tests PRIVATE KELM_LV2_BUNDLE="${KELM_LV2_BUNDLE}")
+# lilv (Debian's liblilv-dev) hosts Kelm Circuit in the state round-trip test.
+pkg_check_modules(LILV IMPORTED_TARGET lilv-0)
+if(LILV_FOUND)
+  target_link_libraries(kelm_tests PRIVATE PkgConfig::LILV)
+  target_compile_definitions(kelm_tests PRIVATE KELM_HAVE_LILV)
+endif()
 add_dependencies(kelm_tests kelm_lv2)
 # The LV2 UI in a host's X11 window, on an Xvfb server started for the test.
 add_test(NAME Lv2UiX11 COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh $<TARGET_FILE:kelm_tests>

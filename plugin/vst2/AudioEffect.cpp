@@ -183,6 +183,12 @@ VstIntPtr AudioEffect::dispatcher(VstInt32 opcode, VstInt32 index, VstIntPtr val
     case effEditIdle:
         if (editor) editor->idle();
         return 0;
+    case effGetChunk:
+        if (!ptr) return 0;
+        return getChunk(static_cast<void**>(ptr), index != 0);
+    case effSetChunk:
+        if (value < 0) return 0;
+        return setChunk(ptr, static_cast<VstInt32>(value), index != 0);
     default:
         return 0;
     }

@@ -39,6 +39,20 @@ public:
     virtual VstInt32 getProgram() { return curProgram; }
     virtual void setProgramName(char*) {}
     virtual void getProgramName(char* name) { name[0] = 0; }
+    // The program (isPreset) or bank as one block of bytes, for effects whose programs are
+    // chunks: *data points at memory the effect keeps until the next call; returns its size.
+    virtual VstInt32 getChunk(void** data, bool isPreset) {
+        (void)isPreset;
+        *data = nullptr;
+        return 0;
+    }
+    // Bytes the host kept from getChunk (or a preset file); returns 1 when they were taken.
+    virtual VstInt32 setChunk(void* data, VstInt32 byteSize, bool isPreset) {
+        (void)data;
+        (void)byteSize;
+        (void)isPreset;
+        return 0;
+    }
     virtual bool getEffectName(char*) { return false; }
     virtual bool getVendorString(char*) { return false; }
     virtual bool getProductString(char*) { return false; }

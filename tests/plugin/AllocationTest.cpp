@@ -14,15 +14,21 @@
 #include "plugin/core/KelmEffect.h"
 #include "solvers/NewtonSolver.h"
 #include "tests/TestUtil.h"
+#include "tests/plugin/circuit/CircuitTestUtil.h"
 
 namespace {
 std::atomic<bool> counting{false};
 std::atomic<long> allocations{0};
+// Where other threads allocate as they should (a loader beside the audio thread), only the
+// threads marked count.
+std::atomic<bool> onlyMarkedThreads{false};
+thread_local bool markedThread = false;
 } // namespace
 
 // Counts every allocation of the test binary while `counting` is set.
 void* operator new(std::size_t size) {
-    if (counting.load(std::memory_order_relaxed)) allocations.fetch_add(1, std::memory_order_relaxed);
+    if (counting.load(std::memory_order_relaxed) && (!onlyMarkedThreads.load(std::memory_order_relaxed) || markedThread))
+        allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* p = std::malloc(size ? size : 1)) return p;
     throw std::bad_alloc();
 }
@@ -276,4 +282,59 @@ TEST(PluginAllocation, SwitchesFlippedWhilePlayingAllocateNothing) {
         EXPECT_EQ(0, c.count()) << name;
         EXPECT_GT(changes, 6) << name << ": blocks in which a change was under way";
     }
+}
+
+// Kelm Circuit's audio thread allocates nothing while documents are switched under it (a
+// load, a new oversampling factor, a state) and its slots move.
+TEST(PluginAllocation, KelmCircuitSwitchesDocumentsWithoutAllocating) {
+    const int block = 256;
+    const auto in = kelm::test::circuit::testSignal(block, 48000);
+    const std::string bax = readText(sourcePath("examples/baxandall.xml"));
+    const std::string clipper = readText(sourcePath("examples/diode-clipper.xml"));
+    const std::string tonestack = readText(sourcePath("tests/data/netlist/tonestack.cir"));
+    CircuitEffect e;
+    kelm::test::circuit::startWith(e, bax, 48000, block);
+    std::vector<float> ol(block), orr(block);
+    float* i[2] = {const_cast<float*>(in[0].data()), const_cast<float*>(in[1].data())};
+    float* o[2] = {ol.data(), orr.data()};
+    e.process(i, o, block);
+    std::atomic<bool> stop{false};
+    std::atomic<int> done{0};
+    long counted = -1;
+    std::thread audio([&] {
+        markedThread = true;
+        allocations = 0;
+        onlyMarkedThreads = true;
+        counting = true;
+        ::operator delete(::operator new(16));  // the one this thread is seen to make
+        for (int b = 0; !stop.load(); ++b) {
+            e.setParameter(b % 3, 0.1f * (b % 9));  // the slots, as an LV2 host's ports do
+            e.process(i, o, block);
+            done.fetch_add(1);
+            std::this_thread::sleep_for(std::chrono::microseconds(300));
+        }
+        counted = allocations.load();
+        counting = false;
+        onlyMarkedThreads = false;
+    });
+    auto settle = [&] {
+        const int at = done.load();
+        while (done.load() < at + 30) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    e.loadText(clipper, "clipper.xml");
+    e.waitForLoads(10);
+    settle();
+    e.setParameter(CircuitEffect::kOversampling, 1.0f / 3.0f);
+    e.waitForLoads(10);
+    settle();
+    e.loadText(tonestack, "tonestack.cir");
+    e.waitForLoads(10);
+    settle();
+    const std::string state = e.getState();
+    e.setState(state.data(), state.size());
+    settle();
+    stop = true;
+    audio.join();
+    EXPECT_EQ("tonestack.cir", e.status().name);
+    EXPECT_EQ(1, counted);
 }

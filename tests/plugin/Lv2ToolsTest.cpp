@@ -72,7 +72,7 @@ std::vector<PortInfo> parsePorts(const std::string& text) {
 } // namespace
 
 TEST(Lv2Tools, BundleValidatesAndExportsOnlyItsEntryPoint) {
-    auto r = run("lv2_validate " + kBundle + "/manifest.ttl " + kBundle + "/kelm.ttl");
+    auto r = run("lv2_validate " + kBundle + "/manifest.ttl " + kBundle + "/kelm.ttl " + kBundle + "/circuit.ttl");
     EXPECT_NE(std::string::npos, r.output.find("Found 0 errors")) << r.output;
     EXPECT_EQ(std::string::npos, r.output.find("error:")) << r.output;
     KELM_SKIP_IN_SANITIZED_BUILD();

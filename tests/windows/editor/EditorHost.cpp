@@ -1,6 +1,7 @@
-// A Windows host window for the plug-in's editor: loads Kelm.dll, opens the editor
+// A Windows host window for a plug-in's editor: loads Kelm.dll (or KelmCircuit.dll), opens the editor
 // in a top-level window of its own, runs the message loop with the editor's idle
-// calls for a while, and prints the parameters at the end and what the host heard.
+// calls for a while, and prints the parameters at the end, what the host heard and the
+// first parameters' names.
 //
 //   EditorHost Kelm.dll SECONDS
 //
@@ -86,6 +87,14 @@ int main(int argc, char** argv) {
     const bool childGone = GetWindow(parent, GW_CHILD) == nullptr;
     std::printf("gain %.4f cpu %.4f automate %d begin %d end %d closed %d\n", effect->getParameter(effect, 1),
                 effect->getParameter(effect, 8), automated, begun, ended, childGone ? 1 : 0);
+    // The first parameters' names, as the host would list them (Kelm Circuit's follow its document).
+    std::printf("names");
+    for (int i = 0; i < 4 && i < effect->numParams; ++i) {
+        char name[64] = {0};
+        effect->dispatcher(effect, effGetParamName, i, 0, name, 0);
+        std::printf("%s%s", i ? "," : " ", name);
+    }
+    std::printf("\n");
     effect->dispatcher(effect, effClose, 0, 0, nullptr, 0);
     DestroyWindow(parent);
     FreeLibrary(dll);

@@ -5,6 +5,11 @@
 //   KelmHost check  Kelm.dll
 //   KelmHost render Kelm.dll IN.f32 OUT.f32 CHANNELS BLOCK [INDEX=VALUE ...] [OUT2.f32 [INDEX=VALUE ...]] ...
 //   KelmHost probe  KelmProbe.dll DOCUMENT.xml IN.f32 OUT.f32 RATE BLOCK
+//   KelmHost circuit KelmCircuit.dll DOCUMENT IN.f32 OUT.f32 BLOCK
+//
+// circuit: Kelm Circuit's identity, then the document's text as a chunk set while
+// suspended (as hosts restore sessions), a render of the mono input, and the chunk read back
+// (effGetChunk) given to a new instance, which must render the same samples.
 //
 // .f32 files are raw little-endian 32-bit floats, interleaved; the rendered output has
 // two channels, at 48000 Hz. Each further output name starts another render of the same
@@ -323,6 +328,81 @@ int renderCommand(int argc, char** argv) {
     return 0;
 }
 
+// Reads a whole file as bytes; false when it cannot be read.
+bool readBytes(const char* path, std::string& text) {
+    FILE* f = std::fopen(path, "rb");
+    if (!f) return false;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
+    std::fclose(f);
+    return true;
+}
+
+// Kelm Circuit from a chunk, as a host restores a session: suspended, the chunk, the
+// settings, resume; then the mono input in blocks. Returns the two outputs interleaved.
+std::vector<float> renderChunk(const std::string& chunk, const std::vector<float>& x, int block, std::string* readBack) {
+    Plugin p;
+    p.call(effOpen);
+    p.call(effMainsChanged, 0, 0);
+    check(p.call(effSetChunk, 0, static_cast<VstIntPtr>(chunk.size()), const_cast<char*>(chunk.data())) == 1,
+          "the chunk is taken");
+    p.call(effSetSampleRate, 0, 0, nullptr, 48000);
+    p.call(effSetBlockSize, 0, block);
+    p.call(effMainsChanged, 0, 1);
+    std::vector<float> l(block), ol(block), orr(block), out;
+    for (size_t at = 0; at < x.size(); at += block) {
+        const int n = static_cast<int>(std::min<size_t>(block, x.size() - at));
+        std::copy(x.begin() + at, x.begin() + at + n, l.begin());
+        float* in[2] = {l.data(), nullptr};
+        float* o[2] = {ol.data(), orr.data()};
+        p.e->processReplacing(p.e, in, o, n);
+        for (int i = 0; i < n; ++i) {
+            out.push_back(ol[i]);
+            out.push_back(orr[i]);
+        }
+    }
+    if (readBack) {
+        void* data = nullptr;
+        const VstIntPtr size = p.call(effGetChunk, 0, 0, &data);
+        check(size > 0 && data, "effGetChunk gives the state");
+        if (size > 0 && data) readBack->assign(static_cast<const char*>(data), static_cast<size_t>(size));
+    }
+    return out;
+}
+
+int circuitCommand(int, char** argv) {
+    Module m(argv[2]);
+    module = &m;
+    if (!m.entry) {
+        std::printf("FAIL: cannot load %s\n", argv[2]);
+        return 1;
+    }
+    {
+        Plugin p;
+        check(p.e != nullptr && p.e->magic == kEffectMagic, "Kelm Circuit is created");
+        if (!p.e) return failures;
+        check(p.e->uniqueID == 0x6b636972, "unique id 'kcir'");
+        check(p.e->numParams == 20 && p.e->numInputs == 2 && p.e->numOutputs == 2, "20 parameters, 2 in, 2 out");
+        check((p.e->flags & effFlagsProgramChunks) != 0, "programs are chunks");
+        check(p.text(effGetEffectName) == "Kelm Circuit", "name: " + p.text(effGetEffectName));
+        check(p.call(effSetChunk, 0, 0, const_cast<char*>("")) == 0, "an empty chunk is refused");
+        const char binary[] = {'\x89', 'P', 'N', 'G', '\0', '\0', '\x1a'};
+        check(p.call(effSetChunk, 0, sizeof binary, const_cast<char*>(binary)) == 0, "binary bytes are refused");
+    }
+    std::string document, readBack;
+    std::vector<float> x;
+    const int block = std::atoi(argv[6]);
+    if (!readBytes(argv[3], document) || !readFloats(argv[4], x) || block < 1) return 1;
+    const std::vector<float> y = renderChunk(document, x, block, &readBack);
+    const std::vector<float> again = renderChunk(readBack, x, block, nullptr);
+    check(again == y, "the chunk read back renders the same samples in a new instance");
+    if (!writeFloats(argv[5], y)) return 1;
+    std::printf("KelmHost: Kelm Circuit, %d checks, %d failed (%d-bit)\n", checks, failures,
+                static_cast<int>(sizeof(void*) * 8));
+    return failures;
+}
+
 // The probe DLL runs a document with the engine inside a module of its own.
 typedef int (*ProbeRender)(const char* document, const float* in, float* out, int frames, float rate, int block,
                            char* error, int errorSize);
@@ -362,11 +442,15 @@ int runCommand(int argc, char** argv) {
         int arguments;
         int (*run)(int, char**);
     };
-    const Command commands[] = {{"check", 3, checkCommand}, {"render", 7, renderCommand}, {"probe", 8, probeCommand}};
+    const Command commands[] = {{"check", 3, checkCommand},
+                                {"render", 7, renderCommand},
+                                {"probe", 8, probeCommand},
+                                {"circuit", 7, circuitCommand}};
     for (const Command& c : commands)
         if (argc >= c.arguments && std::strcmp(argv[1], c.name) == 0) return c.run(argc, argv);
     std::printf("usage: KelmHost COMMAND [+ COMMAND...], a COMMAND being check DLL | render DLL IN OUT CHANNELS "
-                "BLOCK [INDEX=VALUE...] | probe PROBE.dll DOC.xml IN OUT RATE BLOCK\n");
+                "BLOCK [INDEX=VALUE...] | probe PROBE.dll DOC.xml IN OUT RATE BLOCK | circuit CIRCUIT.dll DOC IN OUT "
+                "BLOCK\n");
     return 1;
 }
 

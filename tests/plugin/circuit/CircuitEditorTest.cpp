@@ -1,0 +1,324 @@
+// Kelm Circuit's window: off-screen (what it shows of the effect, what a drag sends to the
+// host) and in a real X11 parent window driven by xdotool (the example list, the Load
+// browser over a folder, the screenshots for the README). The X11 suite needs DISPLAY
+// (ctest runs it through tests/plugin/with-xvfb.sh).
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "plugin/core/BuiltInExamples.h"
+#include "plugin/editor/CircuitEditor.h"
+#include "plugin/vst2/circuit/CircuitVST2Effect.h"
+#include "tests/plugin/PngFile.h"
+#include "tests/plugin/circuit/CircuitTestUtil.h"
+
+// Last: Xlib's macros (None, Bool) would break the test framework's headers.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+
+extern char** environ;
+
+using namespace kelm;
+using namespace kelm::vst2;
+using namespace kelm::test;
+
+namespace {
+
+std::vector<std::pair<VstInt32, VstInt32>> heard;  // (opcode, index) of edits
+
+VstIntPtr KELM_VSTCALLBACK host(AEffect*, VstInt32 opcode, VstInt32 index, VstIntPtr, void*, float) {
+    if (opcode == audioMasterVersion) return 2400;
+    if (opcode == audioMasterAutomate || opcode == audioMasterBeginEdit || opcode == audioMasterEndEdit)
+        heard.emplace_back(opcode, index);
+    return 0;
+}
+
+struct Fixture {
+    CircuitVST2Effect effect{host, std::unique_ptr<CircuitEffect>(new CircuitEffect())};
+    CircuitEditor& editor = *static_cast<CircuitEditor*>(effect.getEditor());
+    CircuitEffect& core = effect.getCore();
+    VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
+        return effect.getAeffect()->dispatcher(effect.getAeffect(), op, index, value, ptr, opt);
+    }
+    void start() {
+        call(effSetSampleRate, 0, 0, nullptr, 48000);
+        call(effSetBlockSize, 0, 256);
+        call(effMainsChanged, 0, 1);
+    }
+    // Loads run on the effect's worker; the window follows on its idle.
+    void settle() {
+        ASSERT_TRUE(core.waitForLoads(10));
+        for (int i = 0; i < 3; ++i) call(effEditIdle);
+    }
+    void mouse(MouseEvent::Type type, int x, int y) {
+        MouseEvent e;
+        e.type = type;
+        e.x = x;
+        e.y = y;
+        editor.getFrame()->onMouse(e);
+    }
+    void click(int x, int y) {
+        mouse(MouseEvent::Down, x, y);
+        mouse(MouseEvent::Up, x, y);
+        call(effEditIdle);
+    }
+    void click(const CRect& r) { click((r.left + r.right) / 2, (r.top + r.bottom) / 2); }
+    // Clicks the row of the open list that reads `text`.
+    bool clickRow(const std::string& text) {
+        const std::vector<std::string> rows = editor.listedRows();
+        for (size_t i = 0; i < rows.size(); ++i)
+            if (rows[i] == text) {
+                const CRect list = editor.listArea();
+                click(list.left + 20, list.top + static_cast<int>(i) * editor.listRowHeight() + editor.listRowHeight() / 2);
+                return true;
+            }
+        return false;
+    }
+};
+
+std::string sourceExample(const char* name) { return readText(sourcePath(std::string("examples/") + name)); }
+
+} // namespace
+
+// The window shows the document's name, a knob per used slot with its control's name and
+// value, and the fixed parameters; the error line names file and line.
+TEST(KelmCircuitEditor, ShowsTheDocumentsControlsAndItsErrors) {
+    Fixture f;
+    f.start();
+    ASSERT_EQ(1, f.call(effEditOpen));
+    f.call(effEditIdle);
+    EXPECT_EQ(CircuitEditor::NoOverlay, f.editor.overlay());
+    const std::string bax = sourceExample("baxandall.xml");
+    ASSERT_EQ(1, f.call(effSetChunk, 0, static_cast<VstIntPtr>(bax.size()), const_cast<char*>(bax.data())));
+    f.settle();
+    EXPECT_EQ((std::vector<int>{0, 1}), f.editor.shownSlots());
+    EXPECT_EQ("Bass", f.editor.labelOfSlot(0));
+    EXPECT_EQ("Treble", f.editor.labelOfSlot(1));
+    EXPECT_EQ("", f.editor.labelOfSlot(2));
+
+    // A broken file: the error line, the knobs of the document that plays stay.
+    const std::string path = (std::filesystem::temp_directory_path() / "kelm-broken.xml").string();
+    {
+        std::ofstream(path) << "<System>\n  <Graphs>\n    <Graph Name=\"x\"\n</System>\n";
+    }
+    f.core.loadFile(path);
+    f.settle();
+    EXPECT_NE(std::string::npos, f.editor.errorLine().find(path + ":4: XML")) << f.editor.errorLine();
+    EXPECT_EQ((std::vector<int>{0, 1}), f.editor.shownSlots());
+    std::filesystem::remove(path);
+
+    // A drag on the Bass knob reaches the host as one gesture.
+    heard.clear();
+    const int x = 14 + 12 + 35, y = 78 + 2 + 35;
+    f.mouse(MouseEvent::Down, x, y);
+    f.mouse(MouseEvent::Move, x, y - 20);
+    f.mouse(MouseEvent::Up, x, y - 40);
+    EXPECT_NEAR(0.7f, f.core.getParameter(0), 0.011f);
+    ASSERT_GE(heard.size(), 3u);
+    EXPECT_EQ(std::make_pair(VstInt32(audioMasterBeginEdit), VstInt32(0)), heard.front());
+    EXPECT_EQ(std::make_pair(VstInt32(audioMasterEndEdit), VstInt32(0)), heard.back());
+
+    // The examples list, and a pick from it.
+    f.click(f.editor.examplesButtonArea());
+    ASSERT_EQ(CircuitEditor::ExampleList, f.editor.overlay());
+    EXPECT_EQ(static_cast<size_t>(BuiltInExamples::count()), f.editor.listedRows().size());
+    ASSERT_TRUE(f.clickRow("dsp-demo.xml"));
+    f.settle();
+    EXPECT_EQ(CircuitEditor::NoOverlay, f.editor.overlay());
+    EXPECT_EQ("dsp-demo.xml", f.core.status().name);
+    EXPECT_EQ("Select", f.editor.labelOfSlot(2));
+    f.call(effEditClose);
+}
+
+namespace {
+
+// A host's window with the effect's editor in it.
+struct X11Host {
+    Display* display = XOpenDisplay(nullptr);
+    Window parent = 0;
+    Fixture f;
+
+    X11Host() {
+        if (!display) return;
+        parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, CircuitEditor::kWidth,
+                                     CircuitEditor::kHeight, 0, 0, 0x202020);
+        XSelectInput(display, parent, StructureNotifyMask);
+        XMapWindow(display, parent);
+        for (XEvent e;;) {
+            XNextEvent(display, &e);
+            if (e.type == MapNotify) break;
+        }
+        f.start();
+    }
+    ~X11Host() {
+        f.call(effEditClose);
+        if (display) XCloseDisplay(display);
+    }
+    void* parentHandle() const { return reinterpret_cast<void*>(static_cast<uintptr_t>(parent)); }
+    void idleFor(int milliseconds) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+        while (std::chrono::steady_clock::now() < end) {
+            f.call(effEditIdle);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    int xdotool(const std::vector<std::string>& args) {
+        std::vector<std::string> all{"xdotool"};
+        all.insert(all.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (std::string& a : all) argv.push_back(&a[0]);
+        argv.push_back(nullptr);
+        pid_t pid = 0;
+        if (posix_spawnp(&pid, "xdotool", nullptr, nullptr, argv.data(), environ) != 0) return -1;
+        int status = 0;
+        while (waitpid(pid, &status, WNOHANG) == 0) idleFor(10);
+        idleFor(150);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    int clickAt(int x, int y) {
+        const std::string w = std::to_string(parent);
+        return xdotool({"mousemove", "--window", w, std::to_string(x), std::to_string(y), "click", "1"});
+    }
+    int clickAt(const CRect& r) { return clickAt((r.left + r.right) / 2, (r.top + r.bottom) / 2); }
+    // Scrolls the open list with the wheel until the row that reads `text` shows, and clicks it.
+    int clickRow(const std::string& text) {
+        const std::vector<std::string> rows = f.editor.listedRows();
+        const CRect list = f.editor.listArea();
+        const std::string w = std::to_string(parent);
+        for (size_t i = 0; i < rows.size(); ++i) {
+            if (rows[i] != text) continue;
+            for (int tries = 0; tries < 50 && static_cast<int>(i) >= f.editor.listScroll() + f.editor.listVisibleRows();
+                 ++tries)
+                if (xdotool({"mousemove", "--window", w, std::to_string(list.left + 30), std::to_string(list.top + 30),
+                             "click", "5"}) != 0)
+                    return -1;
+            const int row = static_cast<int>(i) - f.editor.listScroll();
+            return clickAt(list.left + 30, list.top + row * f.editor.listRowHeight() + f.editor.listRowHeight() / 2);
+        }
+        return -1;
+    }
+    void waitForLoad() {
+        ASSERT_TRUE(f.core.waitForLoads(10));
+        idleFor(200);
+    }
+    // A second of audio through the effect, so that the meter shows what it costs.
+    void play() {
+        const auto in = circuit::testSignal(256, 48000);
+        std::vector<float> l(256), r(256);
+        float* i[2] = {const_cast<float*>(in[0].data()), const_cast<float*>(in[1].data())};
+        float* o[2] = {l.data(), r.data()};
+        for (int b = 0; b < 188; ++b) f.effect.getAeffect()->processReplacing(f.effect.getAeffect(), i, o, 256);
+        idleFor(100);
+    }
+    PixelBuffer screenshot() {
+        XSync(display, False);
+        const int w = CircuitEditor::kWidth, h = CircuitEditor::kHeight;
+        XImage* image = XGetImage(display, parent, 0, 0, w, h, AllPlanes, ZPixmap);
+        PixelBuffer out(w, h);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const unsigned long p = XGetPixel(image, x, y);
+                uint8_t* d = out.data() + (static_cast<size_t>(y) * w + x) * 4;
+                d[0] = (p >> 16) & 255;
+                d[1] = (p >> 8) & 255;
+                d[2] = p & 255;
+                d[3] = 255;
+            }
+        XDestroyImage(image);
+        return out;
+    }
+    // How many pixels differ from the window's own rendering.
+    int differsFromOffScreen(const PixelBuffer& shot) {
+        const PixelBuffer& own = f.editor.getFrame()->getBuffer();
+        int differ = 0;
+        for (int y = 0; y < CircuitEditor::kHeight; ++y)
+            for (int x = 0; x < CircuitEditor::kWidth; ++x) differ += (shot.rgba(x, y) | 255) != (own.rgba(x, y) | 255);
+        return differ;
+    }
+};
+
+} // namespace
+
+// Two examples picked from the list with the mouse: each shows its own knobs. The
+// screenshots are kept beside the build (circuit-*.png) for the README.
+TEST(KelmCircuitX11, TwoExamplesShowTheirOwnKnobs) {
+    X11Host h;
+    ASSERT_TRUE(h.display) << "no X display";
+    ASSERT_EQ(1, h.f.call(effEditOpen, 0, 0, h.parentHandle()));
+    h.idleFor(200);
+
+    ASSERT_EQ(0, h.clickAt(h.f.editor.examplesButtonArea()));
+    ASSERT_EQ(CircuitEditor::ExampleList, h.f.editor.overlay());
+    ASSERT_EQ(0, h.clickRow("baxandall.xml"));
+    h.waitForLoad();
+    EXPECT_EQ("baxandall.xml", h.f.core.status().name);
+    EXPECT_EQ((std::vector<int>{0, 1}), h.f.editor.shownSlots());
+    EXPECT_EQ("Treble", h.f.editor.labelOfSlot(1));
+    h.f.effect.setParameter(0, 0.7f);  // as a host's automation
+    h.play();
+    PixelBuffer shot = h.screenshot();
+    EXPECT_EQ(0, h.differsFromOffScreen(shot));
+    ASSERT_TRUE(writePng("circuit-baxandall.png", shot));
+
+    ASSERT_EQ(0, h.clickAt(h.f.editor.examplesButtonArea()));
+    ASSERT_EQ(0, h.clickRow("bassman-tonestack.cir"));
+    h.waitForLoad();
+    EXPECT_EQ("bassman-tonestack.cir", h.f.core.status().name);
+    EXPECT_EQ((std::vector<int>{0, 1, 2}), h.f.editor.shownSlots());
+    EXPECT_EQ("Treble", h.f.editor.labelOfSlot(0));
+    EXPECT_EQ("Bass", h.f.editor.labelOfSlot(1));
+    EXPECT_EQ("Middle", h.f.editor.labelOfSlot(2));
+    h.f.effect.setParameter(2, 0.3f);
+    h.play();
+    shot = h.screenshot();
+    EXPECT_EQ(0, h.differsFromOffScreen(shot));
+    ASSERT_TRUE(writePng("circuit-tonestack.png", shot));
+}
+
+// Load opens the browser at the folder of the document that plays: folders and the .xml,
+// .cir and .net files only; a click on a file loads it.
+TEST(KelmCircuitX11, TheLoadBrowserListsAFolderAndLoadsAFile) {
+    X11Host h;
+    ASSERT_TRUE(h.display) << "no X display";
+    ASSERT_EQ(1, h.f.call(effEditOpen, 0, 0, h.parentHandle()));
+    h.f.core.loadFile(sourcePath("examples/triode-stage.xml"));
+    h.waitForLoad();
+    ASSERT_EQ(0, h.clickAt(h.f.editor.loadButtonArea()));
+    ASSERT_EQ(CircuitEditor::FileBrowser, h.f.editor.overlay());
+    EXPECT_EQ(std::filesystem::path(sourcePath("examples")).lexically_normal(),
+              std::filesystem::path(h.f.editor.browsedFolder()).lexically_normal());
+    const std::vector<std::string> rows = h.f.editor.listedRows();
+    ASSERT_FALSE(rows.empty());
+    EXPECT_EQ("../", rows[0]);
+    for (const char* name : {"baxandall.xml", "bassman-tonestack.cir", "wah.xml"})
+        EXPECT_NE(rows.end(), std::find(rows.begin(), rows.end(), name)) << name;
+    for (const std::string& r : rows) {
+        const bool listed = r.back() == '/' || r.size() > 4;
+        EXPECT_TRUE(listed) << r;
+        if (r.back() != '/') {
+            const std::string ext = r.substr(r.rfind('.'));
+            EXPECT_TRUE(ext == ".xml" || ext == ".cir" || ext == ".net") << r;
+        }
+    }
+    const PixelBuffer shot = h.screenshot();
+    EXPECT_EQ(0, h.differsFromOffScreen(shot));
+    ASSERT_TRUE(writePng("circuit-load.png", shot));
+
+    ASSERT_EQ(0, h.clickRow("opamp-overdrive.xml"));
+    h.waitForLoad();
+    EXPECT_EQ(CircuitEditor::NoOverlay, h.f.editor.overlay());
+    EXPECT_EQ("opamp-overdrive.xml", h.f.core.status().name);
+    EXPECT_EQ("", h.f.core.status().error);
+
+    // Up goes to the folder above; a folder's row opens it.
+    ASSERT_EQ(0, h.clickAt(h.f.editor.loadButtonArea()));
+    ASSERT_EQ(0, h.clickRow("../"));
+    EXPECT_EQ(std::filesystem::path(sourcePath("")).lexically_normal().parent_path(),
+              std::filesystem::path(h.f.editor.browsedFolder()).lexically_normal());
+    ASSERT_EQ(0, h.clickRow("examples/"));
+    EXPECT_NE(std::string::npos, h.f.editor.browsedFolder().find("examples"));
+}
