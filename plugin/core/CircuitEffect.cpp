@@ -152,9 +152,9 @@ std::string CircuitEffect::parameterName(int index) const {
     return index < static_cast<int>(info.slots.size()) ? info.slots[index].label : "-";
 }
 
-std::string CircuitEffect::parameterDisplay(int index) const {
+std::string CircuitEffect::parameterText(int index, float value) const {
     if (index < 0 || index >= kNumberOfParameters) return "";
-    const float v = parameters[index].load();
+    const float v = value != value ? 0.0f : std::min(1.0f, std::max(0.0f, value));
     char text[32];
     switch (index) {
     case kInputLevel:

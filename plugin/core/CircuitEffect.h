@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "plugin/core/CircuitDocument.h"
+#include "plugin/core/EffectCore.h"
 
 namespace kelm {
 
@@ -23,7 +24,7 @@ namespace kelm {
 // unused slot is named "-" and does nothing), then Input level and Output level (-40 to
 // +40 dB, 0 dB in the middle: how many volts a sample value of 1 is), Oversampling (1x,
 // 2x, 4x, 8x around the whole document) and Mix (dry to wet).
-class CircuitEffect {
+class CircuitEffect : public EffectCore {
 public:
     static constexpr int kSlots = 16;
     static constexpr int kInputLevel = 16;
@@ -46,34 +47,34 @@ public:
     };
 
     CircuitEffect();
-    ~CircuitEffect();
+    ~CircuitEffect() override;
     CircuitEffect(const CircuitEffect&) = delete;
     CircuitEffect& operator=(const CircuitEffect&) = delete;
 
-    int numberOfParameters() const { return kNumberOfParameters; }
+    int numberOfParameters() const override { return kNumberOfParameters; }
     // Any thread. Values outside 0 to 1 and NaN are clamped; Oversampling takes its positions.
-    void setParameter(int index, float value);
-    float getParameter(int index) const;
+    void setParameter(int index, float value) override;
+    float getParameter(int index) const override;
     // Not the audio thread: names and texts of the document that plays.
-    std::string parameterName(int index) const;
-    std::string parameterDisplay(int index) const;
-    std::string parameterLabel(int index) const;
+    std::string parameterName(int index) const override;
+    std::string parameterText(int index, float value) const override;
+    std::string parameterLabel(int index) const override;
     // 4 for Oversampling, 0 for continuous parameters.
-    int parameterPositions(int index) const;
+    int parameterPositions(int index) const override;
     // Grows by one whenever the slots' names change (a document with other controls).
-    uint32_t namesSerial() const { return namesChanged.load(); }
+    uint32_t namesSerial() const override { return namesChanged.load(); }
 
     // The host's settings, while suspended: rate in Hz, the largest block in frames.
-    void setSampleRate(float rate);
-    void setBlockSize(int frames);
-    void suspend();
+    void setSampleRate(float rate) override;
+    void setBlockSize(int frames) override;
+    void suspend() override;
     // Builds the document afresh at the host's settings (unless the one in place was built
     // for them and has not run), so that every start is the same as a fresh `kelm render`.
-    void resume();
+    void resume() override;
     bool isResumed() const { return active.load(); }
     // The audio thread. in: one or two channels (in[1] may be null or equal to in[0], a mono
     // input that feeds both); out: two channels (out[1] may be null or equal to out[0]).
-    void process(float** in, float** out, int frames, bool secondInputConnected = true);
+    void process(float** in, float** out, int frames, bool secondInputConnected = true) override;
 
     // Loads asynchronously (not on the audio thread): the outcome shows in status().
     void loadFile(const std::string& path);
@@ -84,12 +85,12 @@ public:
 
     // The state a host keeps (CircuitState): the document's text, name, path, the reload
     // toggle and every parameter.
-    std::string getState() const;
+    std::string getState() const override;
     // Builds the state's document at once, on the calling thread. While suspended it is in
     // place for the next resume without a crossfade; while running it replaces the current
     // one with the crossfade. False (the error in status(), the current document kept) when
     // the state or its document does not load.
-    bool setState(const void* data, size_t size);
+    bool setState(const void* data, size_t size) override;
 
     // Reload the file whenever it changes on disk.
     void setReloadOnChange(bool on);

@@ -43,12 +43,7 @@ CBitmapPtr makeBackground() {
 
 } // namespace
 
-CircuitEditor::CircuitEditor(vst2::AudioEffect* effect, CircuitEffect& core) : AEffGUIEditor(effect), core(core) {
-    area.top = 0;
-    area.left = 0;
-    area.bottom = kHeight;
-    area.right = kWidth;
-}
+CircuitEditor::CircuitEditor(EditorHost& host, CircuitEffect& core) : PluginEditor(host), core(core) {}
 
 CircuitEditor::~CircuitEditor() { close(); }
 
@@ -254,7 +249,7 @@ void CircuitEditor::close() {
     actions.clear();
 }
 
-void CircuitEditor::setParameter(vst2::VstInt32 index, float value) {
+void CircuitEditor::parameterChanged(int index, float value) {
     ViewAccess access(*this);
     if (!access.open()) return;
     // Only the fixed knobs are reached from here (the slots' knobs come and go with the
@@ -298,12 +293,12 @@ void CircuitEditor::refresh() {
 void CircuitEditor::idle() {
     if (!getFrame()) return;
     refresh();
-    AEffGUIEditor::idle();
+    PluginEditor::idle();
     if (actions.empty()) return;
     std::vector<std::function<void()>> now;
     now.swap(actions);
     for (auto& a : now) a();
-    AEffGUIEditor::idle();
+    PluginEditor::idle();
 }
 
 void CircuitEditor::valueChanged(CControl* control) {

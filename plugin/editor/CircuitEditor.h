@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "plugin/core/CircuitEffect.h"
-#include "plugin/gui/AEffGUIEditor.h"
 #include "plugin/gui/CControl.h"
 #include "plugin/gui/CFont.h"
+#include "plugin/gui/PluginEditor.h"
 
 namespace kelm {
 
@@ -23,17 +23,22 @@ class CTextLabel;
 // system's file dialog where there is one (Windows), else a browser of folders and .xml,
 // .cir and .net files drawn in the window; Examples lists the built-in documents. A knob's
 // tag is its parameter's index.
-class CircuitEditor : public AEffGUIEditor, public CControlListener {
+class CircuitEditor : public PluginEditor, public CControlListener {
 public:
     static constexpr int kWidth = 780, kHeight = 480;
 
-    CircuitEditor(vst2::AudioEffect* effect, CircuitEffect& core);
+    // host: the format's side of the window (edits and gestures); core: the effect itself,
+    // for loading documents and what the window shows of them.
+    CircuitEditor(EditorHost& host, CircuitEffect& core);
     ~CircuitEditor() override;
 
+    int width() const override { return kWidth; }
+    int height() const override { return kHeight; }
     // parent: the host's window (X11 Window id or HWND); null opens off-screen.
     bool open(void* parent) override;
     void close() override;
-    void setParameter(vst2::VstInt32 index, float value) override;
+    // From the plug-in, on any thread.
+    void parameterChanged(int index, float value) override;
     // Follows the effect (values, a new document's knobs, the error, the CPU meter), takes
     // the window's events and draws what changed.
     void idle() override;

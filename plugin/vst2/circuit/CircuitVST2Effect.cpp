@@ -3,10 +3,27 @@
 #include <cstring>
 
 #include "plugin/editor/CircuitEditor.h"
+#include "plugin/vst2/VST2Editor.h"
 
 namespace kelm {
 
 using namespace vst2;
+
+// The window, which also tells the host of new names after a load it started: the host's
+// idle calls are the one regular turn on its GUI thread.
+class CircuitVST2Effect::Editor : public VST2Editor {
+public:
+    explicit Editor(CircuitVST2Effect& e)
+        : VST2Editor(&e, [&e](EditorHost& host) { return std::unique_ptr<PluginEditor>(new CircuitEditor(host, *e.core)); }),
+          owner(e) {}
+    void idle() override {
+        VST2Editor::idle();
+        owner.tellHostOfNewNames();
+    }
+
+private:
+    CircuitVST2Effect& owner;
+};
 
 CircuitVST2Effect::CircuitVST2Effect(AudioMasterCallback audioMaster, std::unique_ptr<CircuitEffect> c)
     : AudioEffectX(audioMaster, 1, CircuitEffect::kNumberOfParameters), core(std::move(c)) {
@@ -17,8 +34,9 @@ CircuitVST2Effect::CircuitVST2Effect(AudioMasterCallback audioMaster, std::uniqu
     programsAreChunks(true);
     cEffect.version = 1000;
     namesTold = core->namesSerial();
-    setEditor(new CircuitEditor(this, *core));
+    setEditor(new Editor(*this));
 }
+
 
 CircuitVST2Effect::~CircuitVST2Effect() {}
 

@@ -44,6 +44,7 @@ public:
     static const vst2::VstInt32 kUniqueId = 0x6b636972;  // "kcir"
 
 private:
+    class Editor;
     std::unique_ptr<CircuitEffect> core;
     std::string chunk;  // the last state handed to the host
     uint32_t namesTold = 0;

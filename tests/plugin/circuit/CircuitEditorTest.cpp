@@ -12,6 +12,7 @@
 
 #include "plugin/core/BuiltInExamples.h"
 #include "plugin/editor/CircuitEditor.h"
+#include "plugin/vst2/VST2Editor.h"
 #include "plugin/vst2/circuit/CircuitVST2Effect.h"
 #include "tests/plugin/PngFile.h"
 #include "tests/plugin/circuit/CircuitTestUtil.h"
@@ -39,7 +40,7 @@ VstIntPtr KELM_VSTCALLBACK host(AEffect*, VstInt32 opcode, VstInt32 index, VstIn
 
 struct Fixture {
     CircuitVST2Effect effect{host, std::unique_ptr<CircuitEffect>(new CircuitEffect())};
-    CircuitEditor& editor = *static_cast<CircuitEditor*>(effect.getEditor());
+    CircuitEditor& editor = static_cast<CircuitEditor&>(static_cast<vst2::VST2Editor*>(effect.getEditor())->getEditor());
     CircuitEffect& core = effect.getCore();
     VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
         return effect.getAeffect()->dispatcher(effect.getAeffect(), op, index, value, ptr, opt);
