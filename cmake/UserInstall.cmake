@@ -20,7 +20,7 @@ set(KELM_USER_LV2 $ENV{HOME}/.lv2/kelm.lv2)
 set(KELM_USER_CLAP $ENV{HOME}/.clap)
 set(KELM_COPY_VST
   COMMAND ${CMAKE_COMMAND} -E make_directory ${KELM_USER_VST}
-  COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:kelm_vst2> ${KELM_USER_VST}/)
+  COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:kelm_vst2> $<TARGET_FILE:kelm_circuit_vst2> ${KELM_USER_VST}/)
 set(KELM_COPY_LV2
   COMMAND ${CMAKE_COMMAND} -E make_directory ${KELM_USER_LV2}
   COMMAND ${CMAKE_COMMAND} -E copy_directory ${KELM_LV2_BUNDLE} ${KELM_USER_LV2})
@@ -28,10 +28,11 @@ set(KELM_COPY_CLAP
   COMMAND ${CMAKE_COMMAND} -E make_directory ${KELM_USER_CLAP}
   COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:kelm_clap> ${KELM_USER_CLAP}/)
 add_custom_target(kelm_install_user ${KELM_COPY_VST} ${KELM_COPY_LV2} ${KELM_COPY_CLAP}
-  DEPENDS kelm_vst2 kelm_lv2 kelm_clap
-  COMMENT "Installing Kelm.so into ${KELM_USER_VST}, kelm.lv2 into ${KELM_USER_LV2}, Kelm.clap into ${KELM_USER_CLAP}")
+  DEPENDS kelm_vst2 kelm_circuit_vst2 kelm_lv2 kelm_clap
+  COMMENT "Installing Kelm.so and KelmCircuit.so into ${KELM_USER_VST}, kelm.lv2 into ${KELM_USER_LV2}, Kelm.clap into ${KELM_USER_CLAP}")
 if(KELM_INSTALL_USER_VST)
-  add_custom_command(TARGET kelm_vst2 POST_BUILD ${KELM_COPY_VST} COMMENT "Installing Kelm.so into ${KELM_USER_VST}")
+  add_custom_command(TARGET kelm_circuit_vst2 POST_BUILD ${KELM_COPY_VST} COMMENT "Installing Kelm.so and KelmCircuit.so into ${KELM_USER_VST}")
+  add_dependencies(kelm_circuit_vst2 kelm_vst2)
 endif()
 if(KELM_INSTALL_USER_LV2)
   # After the bundle's description is written (kelm_lv2's own step before this one).
