@@ -71,7 +71,8 @@ add_custom_target(kelm_resources_rc DEPENDS ${KELM_RESOURCES_RC})
 set(KELM_WIN32_PLUGIN_SOURCES)
 set(KELM_WIN32_PLUGIN_LIBRARIES)
 include(${CMAKE_SOURCE_DIR}/plugin/gui/GuiWin32.cmake OPTIONAL)  # the editor
-file(GLOB KELM_VST2_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/vst2/*.cpp ${CMAKE_SOURCE_DIR}/plugin/*.cpp)
+file(GLOB KELM_VST2_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/vst2/*.cpp ${CMAKE_SOURCE_DIR}/plugin/vst2/entry/*.cpp
+  ${CMAKE_SOURCE_DIR}/plugin/vst2/preamp/*.cpp)
 add_library(kelm_vst2 MODULE ${KELM_VST2_SOURCES} ${KELM_WIN32_PLUGIN_SOURCES} ${KELM_RESOURCES_RC}
   ${CMAKE_SOURCE_DIR}/plugin/vst2/exports.def)
 set_target_properties(kelm_vst2 PROPERTIES OUTPUT_NAME "Kelm" PREFIX "" SUFFIX ".dll")

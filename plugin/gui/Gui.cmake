@@ -16,7 +16,7 @@ target_link_libraries(kelm_vst2 PRIVATE kelm_gui)
 # The tests build the effect with its editor in-process (off-screen) as well as
 # loading the plug-in; the entry points stay out (their "main" would clash).
 file(GLOB KELM_VST2_LAYER_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/vst2/*.cpp)
-target_sources(kelm_tests PRIVATE ${KELM_VST2_LAYER_SOURCES} ${CMAKE_SOURCE_DIR}/plugin/KelmVST2Effect.cpp)
+target_sources(kelm_tests PRIVATE ${KELM_VST2_LAYER_SOURCES} ${CMAKE_SOURCE_DIR}/plugin/vst2/preamp/KelmVST2Effect.cpp)
 target_link_libraries(kelm_tests PRIVATE kelm_gui)
 
 # The editor in a real X11 parent window, on an Xvfb server started for the test.

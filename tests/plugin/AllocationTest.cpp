@@ -9,7 +9,7 @@
 #include "circuit/Circuit.h"
 #include "dsp/Convolver.h"
 #include "dsp/DSPContext.h"
-#include "plugin/KelmVST2Effect.h"
+#include "plugin/vst2/preamp/KelmVST2Effect.h"
 #include "plugin/clap/ClapPlugin.h"
 #include "plugin/core/KelmEffect.h"
 #include "solvers/NewtonSolver.h"

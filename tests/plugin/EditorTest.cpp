@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "engine/KELMException.h"
-#include "plugin/KelmVST2Effect.h"
+#include "plugin/vst2/preamp/KelmVST2Effect.h"
 #include "plugin/editor/DonateButton.h"
 #include "plugin/editor/KelmEditor.h"
 #include "plugin/gui/CAnimKnob.h"

@@ -9,7 +9,7 @@
 #include <chrono>
 #include <thread>
 
-#include "plugin/KelmVST2Effect.h"
+#include "plugin/vst2/preamp/KelmVST2Effect.h"
 #include "plugin/editor/KelmEditor.h"
 #include "plugin/vst2/VST2Editor.h"
 #include "plugin/vst2/aeffect.h"

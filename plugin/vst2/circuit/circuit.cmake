@@ -1,7 +1,7 @@
 # Kelm Circuit as a VST 2 plug-in: KelmCircuit.so (Linux) or KelmCircuit.dll (cmake/Windows.cmake),
 # the VST 2 layer and the effect core with its window, exporting VSTPluginMain and main only.
 file(GLOB KELM_VST2_LAYER_ONLY CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/plugin/vst2/*.cpp)
-set(KELM_CIRCUIT_VST2_SOURCES ${KELM_VST2_LAYER_ONLY}
+set(KELM_CIRCUIT_VST2_SOURCES ${KELM_VST2_LAYER_ONLY} ${CMAKE_SOURCE_DIR}/plugin/vst2/entry/VST2Entry.cpp
   ${CMAKE_SOURCE_DIR}/plugin/vst2/circuit/CircuitVST2Effect.cpp
   ${CMAKE_SOURCE_DIR}/plugin/vst2/circuit/CircuitVST2Main.cpp)
 

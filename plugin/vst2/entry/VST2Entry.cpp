@@ -2,11 +2,9 @@
 // On Linux the export list is plugin/vst2/exports.map and main is an assembler name; on
 // Windows plugin/vst2/exports.def exports both (main as a name of kelmVstMain).
 #include <cstdint>
-#include <memory>
 
-#include "plugin/KelmVST2Effect.h"
+#include "plugin/vst2/entry/VST2Entry.h"
 
-using namespace kelm;
 using namespace kelm::vst2;
 
 #ifdef _WIN32
@@ -24,9 +22,7 @@ KELM_EXPORT AEffect* KELM_VSTCALLBACK VSTPluginMain(AudioMasterCallback audioMas
     // A Windows host has a C++ runtime of its own: an exception leaving the DLL ends it.
     try {
 #endif
-        std::unique_ptr<KelmEffect> core(new KelmEffect());
-        KelmVST2Effect* effect = new KelmVST2Effect(audioMaster, std::move(core));
-        return effect->getAeffect();
+        return createPluginEffect(audioMaster);
 #ifdef _WIN32
     } catch (...) {
         return nullptr;
