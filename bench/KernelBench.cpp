@@ -14,6 +14,7 @@
 
 #include "circuit/Circuit.h"
 #include "engine/Control.h"
+#include "engine/Element.h"
 #include "engine/Driver.h"
 #include "solvers/EngineTypes.h"
 #include "solvers/NodalKernel.h"
@@ -65,7 +66,19 @@ void runExample(benchmark::State& state, const std::string& file, double level, 
         solves0 += k->solveCount();
         iterations0 += k->iterationCount();
     }
-    ControlPtr knob = turning && !d->getControls().empty() ? d->getControls().front() : nullptr;
+    // The first knob: a control that moves no switch or rate (those are changes of structure,
+    // carried out with spare graphs, not turned on every block).
+    ControlPtr knob;
+    for (const ControlPtr& c : turning ? d->getControls() : std::vector<ControlPtr>()) {
+        bool continuous = true;
+        if (!c->getProperties()) continue;
+        for (const PropertyPtr& p : *c->getProperties())
+            continuous = continuous && !(p->element && p->element->changesStructure(p->name)) && p->element;
+        if (continuous) {
+            knob = c;
+            break;
+        }
+    }
     long blocks = 0;
     for (auto _ : state) {
         state.PauseTiming();
