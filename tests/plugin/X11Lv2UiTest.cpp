@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <map>
 
-#include <lv2/atom/atom.h>
 #include <lv2/instance-access/instance-access.h>
 #include <lv2/state/state.h>
 #include <lv2/ui/ui.h>
