@@ -16,6 +16,9 @@ public:
     void draw(PixelBuffer& target) override;
 
 private:
+    // The bar's length in pixels inside the frame for a value.
+    int barWidth(float v) const;
+
     float warnAt;
     std::atomic<float> value{0.0f};
 };

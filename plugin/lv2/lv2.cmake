@@ -14,10 +14,12 @@ target_link_libraries(kelm_lv2 PRIVATE kelm_plugin_core kelm_builtin
 if(NOT KELM_SANITIZE AND NOT KELM_TSAN)
   target_link_options(kelm_lv2 PRIVATE -Wl,--no-undefined -static-libstdc++)
 endif()
-# The window: kelm_ui.so in the same bundle, an X11 UI on the editor every format shows
-# (the GUI toolkit, and so X11, stay out of the plug-in's own shared object).
+# The windows: kelm_ui.so in the same bundle, the X11 UIs of the preamp and of Kelm Circuit on
+# the editors every format shows (the GUI toolkit, and so X11, stay out of the plug-ins' own
+# shared objects).
 add_library(kelm_lv2_ui MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UI.cpp
-  ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UIMain.cpp $<TARGET_OBJECTS:kelm_resources>)
+  ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/CircuitLV2UI.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UIMain.cpp
+  $<TARGET_OBJECTS:kelm_resources>)
 set_target_properties(kelm_lv2_ui PROPERTIES OUTPUT_NAME "kelm_ui" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(kelm_lv2_ui PRIVATE kelm_gui kelm_plugin_core kelm_builtin

@@ -11,6 +11,7 @@
 #include "plugin/editor/DonateButton.h"
 #include "plugin/editor/KelmEditor.h"
 #include "plugin/gui/CAnimKnob.h"
+#include "plugin/gui/CMeter.h"
 #include "plugin/vst2/VST2Editor.h"
 #include "tests/TestUtil.h"
 #include "tests/plugin/PngFile.h"
@@ -165,6 +166,26 @@ TEST(PluginGuiToolkit, ImagesHaveTheirSizesAndBadOnesAreRefused) {
     EXPECT_EQ("Bitmap resource not found: nothing.png", messageOf([] { CBitmap::load("nothing.png"); }));
     const unsigned char junk[] = {0x89, 'P', 'N', 'G', 1, 2, 3};
     EXPECT_EQ("Bitmap is not a PNG image: junk", messageOf([&] { CBitmap::decode(junk, sizeof junk, "junk"); }));
+}
+
+// A meter redrawn only when it says it is dirty shows what a fresh drawing shows, through a
+// slow sweep of its value (each pixel of the bar passes) and across the warning level.
+TEST(PluginGuiToolkit, MeterAskedToRedrawWheneverItsBarMoves) {
+    CMeter meter(CRect::ofSize(4, 3, 340, 14), 0.8f);
+    PixelBuffer shown(350, 20), fresh(350, 20);
+    meter.draw(shown);
+    meter.takeDirty();
+    int redrawn = 0;
+    for (int k = 0; k <= 1200; ++k) {
+        meter.setValue(k / 1000.0f);
+        if (meter.takeDirty()) {
+            meter.draw(shown);
+            ++redrawn;
+        }
+        meter.draw(fresh);
+        ASSERT_EQ(0, std::memcmp(shown.data(), fresh.data(), 350 * 20 * 4)) << "value " << k / 1000.0f;
+    }
+    EXPECT_LT(redrawn, 400);  // about once per pixel of the 338 inside the frame, not per step
 }
 
 TEST(PluginEditor, WindowLifecycleAsHostsDriveIt) {

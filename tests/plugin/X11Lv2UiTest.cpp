@@ -1,16 +1,27 @@
-// The LV2 UI (kelm_ui.so in the bundle) as an LV2 host runs an X11 UI: instantiated with the
+// The LV2 UIs (kelm_ui.so in the bundle) as an LV2 host runs an X11 UI: instantiated with the
 // host's window as its parent, idled through its idle interface, told the ports' values with
 // port events; a knob dragged with xdotool writes its control port inside a touch gesture.
+// Kelm Circuit's window also gets the plug-in instance itself (instance-access), loaded here
+// from kelm-circuit.so and run a block per idle, as a host's audio thread would.
 // Needs DISPLAY (ctest runs this suite through tests/plugin/with-xvfb.sh).
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <map>
 
+#include <lv2/instance-access/instance-access.h>
+#include <lv2/state/state.h>
 #include <lv2/ui/ui.h>
+#include <lv2/urid/urid.h>
 
+#include "plugin/core/CircuitEffect.h"
+#include "plugin/core/CircuitState.h"
 #include "plugin/core/KelmEffect.h"
+#include "plugin/editor/CircuitEditor.h"
 #include "plugin/editor/KelmEditor.h"
 #include "plugin/lv2/KelmLV2Plugin.h"
+#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
+#include "plugin/lv2/ui/CircuitLV2UI.h"
 #include "tests/TestUtil.h"
 #include "tests/plugin/PngFile.h"
 #include "tests/plugin/X11ParentWindow.h"
@@ -30,10 +41,17 @@ struct Heard {
 struct Lv2UiHost {
     std::vector<Heard> heard;
     int width = 0, height = 0;
+    // Where a plug-in instance's control ports are, when there is one: writes land there.
+    float* controls = nullptr;
+    uint32_t firstControl = 0, controlCount = 0;
 
     static void write(LV2UI_Controller c, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
-        if (format == 0 && size == sizeof(float))
-            static_cast<Lv2UiHost*>(c)->heard.push_back({false, port, *static_cast<const float*>(buffer)});
+        if (format != 0 || size != sizeof(float)) return;
+        Lv2UiHost& host = *static_cast<Lv2UiHost*>(c);
+        const float v = *static_cast<const float*>(buffer);
+        host.heard.push_back({false, port, v});
+        if (host.controls && port >= host.firstControl && port - host.firstControl < host.controlCount)
+            host.controls[port - host.firstControl] = v;
     }
     static int resize(LV2UI_Feature_Handle h, int w, int ht) {
         static_cast<Lv2UiHost*>(h)->width = w;
@@ -45,10 +63,93 @@ struct Lv2UiHost {
     }
 };
 
+// kelm_ui.so, opened as a host opens it; its descriptors by index.
+struct UiModule {
+    void* module = dlopen((std::string(KELM_LV2_BUNDLE) + "/kelm_ui.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    LV2UI_DescriptorFunction entry =
+        module ? reinterpret_cast<LV2UI_DescriptorFunction>(dlsym(module, "lv2ui_descriptor")) : nullptr;
+    ~UiModule() {
+        if (module) dlclose(module);
+    }
+    const LV2UI_Descriptor* descriptor(uint32_t index) const { return entry ? entry(index) : nullptr; }
+    static const LV2UI_Idle_Interface* idleOf(const LV2UI_Descriptor* d) {
+        return static_cast<const LV2UI_Idle_Interface*>(d->extension_data(LV2_UI__idleInterface));
+    }
+};
+
 struct OffScreenEditor : EditorHost {
     KelmEffect effect;
     KelmEditor editor{*this, effect.getDriver().getControls()};
     float parameterValue(int index) override { return effect.getParameter(index); }
+    void beginEdit(int) override {}
+    void performEdit(int, float) override {}
+    void endEdit(int) override {}
+};
+
+// Kelm Circuit's plug-in (kelm-circuit.so) as a host instantiates and runs it: a URID map, the
+// ports connected (the controls at the description's defaults), blocks of 64 frames.
+struct CircuitPlugin {
+    std::map<std::string, LV2_URID> ids;
+    LV2_URID_Map map{this, [](LV2_URID_Map_Handle h, const char* uri) -> LV2_URID {
+                         auto& ids = static_cast<CircuitPlugin*>(h)->ids;
+                         return ids.emplace(uri, static_cast<LV2_URID>(ids.size() + 1)).first->second;
+                     }};
+    LV2_Feature mapFeature{LV2_URID__map, &map};
+    const LV2_Feature* features[2] = {&mapFeature, nullptr};
+    void* module = dlopen((std::string(KELM_LV2_BUNDLE) + "/kelm-circuit.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    const LV2_Descriptor* d = nullptr;
+    LV2_Handle handle = nullptr;
+    static constexpr uint32_t kFrames = 64;
+    std::vector<float> audio[4];
+    float controls[CircuitEffect::kNumberOfParameters];
+
+    CircuitPlugin() {
+        if (!module) return;
+        auto entry = reinterpret_cast<LV2_Descriptor_Function>(dlsym(module, "lv2_descriptor"));
+        d = entry ? entry(0) : nullptr;
+        if (!d) return;
+        handle = d->instantiate(d, 48000, KELM_LV2_BUNDLE "/", features);
+        if (!handle) return;
+        for (uint32_t p = 0; p < 4; ++p) {
+            audio[p].assign(kFrames, p < 2 ? 0.01f : 0.0f);
+            d->connect_port(handle, p, audio[p].data());
+        }
+        for (int i = 0; i < CircuitEffect::kNumberOfParameters; ++i) {
+            controls[i] = i < CircuitEffect::kSlots ? 0.5f : core().getParameter(i);
+            d->connect_port(handle, CircuitLV2Plugin::kFirstControlPort + i, &controls[i]);
+        }
+        d->activate(handle);
+    }
+    ~CircuitPlugin() {
+        if (handle) {
+            d->deactivate(handle);
+            d->cleanup(handle);
+        }
+        if (module) dlclose(module);
+    }
+    // The effect inside the instance (this test is built from the same sources as the plug-in).
+    CircuitEffect& core() const { return static_cast<CircuitLV2Plugin*>(handle)->getCore(); }
+    void run() { d->run(handle, kFrames); }
+    // The plug-in's state as the host's save stores it.
+    CircuitState saved() {
+        auto iface = static_cast<const LV2_State_Interface*>(d->extension_data(LV2_STATE__interface));
+        std::string stored;
+        auto store = [](LV2_State_Handle h, uint32_t, const void* value, size_t size, uint32_t, uint32_t) {
+            static_cast<std::string*>(h)->assign(static_cast<const char*>(value), size);
+            return LV2_STATE_SUCCESS;
+        };
+        if (!iface || iface->save(handle, store, &stored, 0, nullptr) != LV2_STATE_SUCCESS) return CircuitState();
+        if (!stored.empty() && stored.back() == '\0') stored.pop_back();  // a string's size counts its NUL
+        return CircuitState::decode(stored.data(), stored.size());
+    }
+};
+
+// Kelm Circuit's window drawn off-screen over the same effect, as the reference of what the
+// X11 window must show.
+struct OffScreenCircuitEditor : EditorHost {
+    CircuitEditor editor;
+    explicit OffScreenCircuitEditor(CircuitEffect& core) : editor(*this, core) {}
+    float parameterValue(int) override { return 0; }
     void beginEdit(int) override {}
     void performEdit(int, float) override {}
     void endEdit(int) override {}
@@ -66,15 +167,15 @@ int differingPixels(const PixelBuffer& a, const PixelBuffer& b) {
 TEST(X11Lv2Ui, OpensInTheHostsWindowAndAKnobWritesItsPort) {
     X11ParentWindow parent(760, 360);
     ASSERT_TRUE(parent.ready()) << "no X display";
-    void* module = dlopen((std::string(KELM_LV2_BUNDLE) + "/kelm_ui.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(nullptr, module) << dlerror();
-    auto entry = reinterpret_cast<LV2UI_DescriptorFunction>(dlsym(module, "lv2ui_descriptor"));
-    ASSERT_NE(nullptr, entry);
-    const LV2UI_Descriptor* d = entry(0);
+    UiModule uis;
+    ASSERT_NE(nullptr, uis.module) << dlerror();
+    const LV2UI_Descriptor* d = uis.descriptor(0);
     ASSERT_NE(nullptr, d);
-    EXPECT_EQ(nullptr, entry(1));
     EXPECT_EQ("urn:kelm:preamp:ui", std::string(d->URI));
-    auto idleInterface = static_cast<const LV2UI_Idle_Interface*>(d->extension_data(LV2_UI__idleInterface));
+    ASSERT_NE(nullptr, uis.descriptor(1));
+    EXPECT_EQ("urn:kelm:circuit:ui", std::string(uis.descriptor(1)->URI));
+    EXPECT_EQ(nullptr, uis.descriptor(2));
+    auto idleInterface = UiModule::idleOf(d);
     ASSERT_NE(nullptr, idleInterface);
 
     Lv2UiHost host;
@@ -149,17 +250,148 @@ TEST(X11Lv2Ui, OpensInTheHostsWindowAndAKnobWritesItsPort) {
 
     d->cleanup(ui);
     EXPECT_EQ(0u, parent.children());
-    dlclose(module);
+}
+
+// Kelm Circuit's window: made only with the plug-in instance, sized for the host, showing the
+// document that plays; an example picked with the mouse loads into the effect (and so into
+// the host's saved state), and a slot knob dragged writes its port inside a touch gesture.
+TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
+    X11ParentWindow parent(CircuitEditor::kWidth, CircuitEditor::kHeight);
+    ASSERT_TRUE(parent.ready()) << "no X display";
+    UiModule uis;
+    ASSERT_NE(nullptr, uis.module) << dlerror();
+    const LV2UI_Descriptor* d = uis.descriptor(1);
+    ASSERT_NE(nullptr, d);
+    auto idleInterface = UiModule::idleOf(d);
+    ASSERT_NE(nullptr, idleInterface);
+    CircuitPlugin plugin;
+    ASSERT_NE(nullptr, plugin.handle) << dlerror();
+    CircuitEffect& core = plugin.core();
+
+    Lv2UiHost host;
+    LV2UI_Resize resize = {&host, &Lv2UiHost::resize};
+    LV2UI_Touch touch = {&host, &Lv2UiHost::touch};
+    const LV2_Feature parentFeature = {LV2_UI__parent, parent.handle()};
+    const LV2_Feature resizeFeature = {LV2_UI__resize, &resize};
+    const LV2_Feature touchFeature = {LV2_UI__touch, &touch};
+    const LV2_Feature instanceFeature = {LV2_INSTANCE_ACCESS_URI, plugin.handle};
+    const LV2_Feature* features[] = {&parentFeature, &resizeFeature, &touchFeature, &instanceFeature, nullptr};
+    const LV2_Feature* noInstance[] = {&parentFeature, &resizeFeature, &touchFeature, nullptr};
+    const LV2_Feature* noParent[] = {&resizeFeature, &instanceFeature, nullptr};
+    LV2UI_Widget widget = nullptr;
+    // No instance-access, no parent, or the preamp's URI: no UI, and nothing in the window.
+    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:circuit", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget,
+                                      noInstance));
+    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:circuit", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget,
+                                      noParent));
+    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:preamp", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget,
+                                      features));
+    EXPECT_EQ(0u, parent.children());
+    EXPECT_EQ(0, host.width);
+
+    LV2UI_Handle ui =
+        d->instantiate(d, "urn:kelm:circuit", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget, features);
+    ASSERT_NE(nullptr, ui);
+    EXPECT_EQ(CircuitEditor::kWidth, host.width);
+    EXPECT_EQ(CircuitEditor::kHeight, host.height);
+    EXPECT_EQ(1u, parent.children());
+    ASSERT_NE(nullptr, widget);
+    // The handle is a CircuitLV2UI (this test is built from the same sources as kelm_ui.so).
+    CircuitEditor& editor = static_cast<CircuitLV2UI*>(ui)->getEditor();
+    // The host reports every control port's value; the UI's writes land in the ports.
+    for (int i = 0; i < CircuitEffect::kNumberOfParameters; ++i)
+        d->port_event(ui, CircuitLV2Plugin::kFirstControlPort + i, sizeof(float), 0, &plugin.controls[i]);
+    host.controls = plugin.controls;
+    host.firstControl = CircuitLV2Plugin::kFirstControlPort;
+    host.controlCount = CircuitEffect::kNumberOfParameters;
+    bool playing = true;
+    const auto idle = [&] {
+        if (playing) plugin.run();
+        EXPECT_EQ(0, idleInterface->idle(ui));
+    };
+    parent.idleFor(200, idle);
+
+    // The default example has no controls: no slot knobs, as the effect says.
+    EXPECT_EQ("triode-stage.xml", core.status().name);
+    EXPECT_TRUE(core.status().controls.empty());
+    EXPECT_TRUE(editor.shownSlots().empty());
+
+    // Examples, then the row of baxandall.xml, with the mouse.
+    const CRect button = editor.examplesButtonArea();
+    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", std::to_string((button.left + button.right) / 2),
+                                 std::to_string((button.top + button.bottom) / 2), "click", "1"},
+                                idle));
+    ASSERT_EQ(CircuitEditor::ExampleList, editor.overlay());
+    const std::vector<std::string> rows = editor.listedRows();
+    const auto row = std::find(rows.begin(), rows.end(), "baxandall.xml") - rows.begin();
+    ASSERT_LT(row, editor.listVisibleRows());  // shown without scrolling
+    const CRect list = editor.listArea();
+    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", std::to_string(list.left + 30),
+                                 std::to_string(list.top + static_cast<int>(row) * editor.listRowHeight() +
+                                                editor.listRowHeight() / 2),
+                                 "click", "1"},
+                                idle));
+    ASSERT_TRUE(core.waitForLoads(10));
+    parent.idleFor(200, idle);
+    EXPECT_EQ(CircuitEditor::NoOverlay, editor.overlay());
+    EXPECT_EQ("baxandall.xml", core.status().name);
+    EXPECT_EQ((std::vector<int>{0, 1}), editor.shownSlots());
+    EXPECT_EQ("Bass", editor.labelOfSlot(0));
+    EXPECT_EQ("Treble", editor.labelOfSlot(1));
+    // The host's save keeps the document loaded from the window.
+    const CircuitState state = plugin.saved();
+    EXPECT_EQ("baxandall.xml", state.name);
+    EXPECT_NE(std::string::npos, state.document.find("Baxandall"));
+
+    // Drag the Bass knob (slot 1, port 4) up by 40 pixels: touch, writes, release, all on its
+    // port, and the plug-in plays the value written last.
+    host.heard.clear();
+    const float before = core.getParameter(0);
+    const CRect knob = CRect::ofSize(14 + 12, 78 + 2, 70, 70);
+    const std::string x = std::to_string(knob.left + 35), y = std::to_string(knob.top + 35);
+    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", x, y, "mousedown", "1", "mousemove", "--window",
+                                 "WINDOW", x, std::to_string(knob.top + 15), "mousemove", "--window", "WINDOW", x,
+                                 std::to_string(knob.top - 5), "mouseup", "1"},
+                                idle));
+    ASSERT_GE(host.heard.size(), 3u);
+    EXPECT_TRUE(host.heard.front().touch && host.heard.front().value == 1.0f);
+    EXPECT_TRUE(host.heard.back().touch && host.heard.back().value == 0.0f);
+    for (const Heard& h : host.heard) EXPECT_EQ(CircuitLV2Plugin::kFirstControlPort, h.port);
+    const Heard& last = host.heard[host.heard.size() - 2];
+    EXPECT_FALSE(last.touch);
+    EXPECT_NEAR(before + 0.2f, last.value, 0.011f);
+    EXPECT_FLOAT_EQ(last.value, plugin.controls[0]);
+    EXPECT_FLOAT_EQ(last.value, core.getParameter(0));
+
+    // With the blocks stopped (the CPU meter holds still), the window shows what the editor
+    // draws off-screen over the same effect.
+    playing = false;
+    parent.idleFor(100, idle);
+    const PixelBuffer shot = parent.screenshot(CircuitEditor::kWidth, CircuitEditor::kHeight);
+    ASSERT_TRUE(writePng("lv2-circuit-ui-x11.png", shot));
+    OffScreenCircuitEditor reference(core);
+    reference.editor.open(nullptr);
+    EXPECT_EQ(0, differingPixels(shot, reference.editor.getFrame()->getBuffer()));
+    reference.editor.close();
+
+    d->cleanup(ui);
+    EXPECT_EQ(0u, parent.children());
 }
 
 TEST(Lv2Ui, TheBundleDescribesTheWindow) {
     const std::string bundle = KELM_LV2_BUNDLE;
     const std::string dir = bundle.substr(0, bundle.rfind('/'));
-    auto r = run("LV2_PATH=" + dir + ":/usr/lib/lv2 lv2info urn:kelm:preamp");
-    ASSERT_EQ(0, r.status) << r.output;
-    EXPECT_NE(std::string::npos, r.output.find("urn:kelm:preamp:ui")) << r.output;
-    EXPECT_NE(std::string::npos, r.output.find("http://lv2plug.in/ns/extensions/ui#X11UI")) << r.output;
-    EXPECT_NE(std::string::npos, r.output.find(bundle + "/kelm_ui.so")) << r.output;
+    CommandResult r;
+    // Both plug-ins have their window in kelm_ui.so.
+    for (const std::string plugin : {"urn:kelm:preamp", "urn:kelm:circuit"}) {
+        r = run("LV2_PATH=" + dir + ":/usr/lib/lv2 lv2info " + plugin);
+        ASSERT_EQ(0, r.status) << r.output;
+        const size_t ui = r.output.find("\t\t" + plugin + ":ui\n");
+        ASSERT_NE(std::string::npos, ui) << r.output;
+        EXPECT_EQ(ui + 1, r.output.find("\t" + plugin + ":ui\n\t\t\tClass:  http://lv2plug.in/ns/extensions/ui#X11UI\n"
+                                        "\t\t\tBinary: file://" + bundle + "/kelm_ui.so"))
+            << r.output;
+    }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     // The UI's file exports its entry alone and carries its C++ runtime.
     r = run("nm -D --defined-only " + bundle + "/kelm_ui.so | grep -v ' A '");

@@ -22,14 +22,7 @@ using namespace kelm;
 
 namespace {
 
-// The instance and the URIDs its state uses.
-struct Instance {
-    CircuitLV2Plugin plugin;
-    LV2_URID stateKey = 0, stringType = 0;
-    Instance(double rate, int block) : plugin(rate, block) {}
-};
-
-Instance* instance(LV2_Handle h) { return static_cast<Instance*>(h); }
+CircuitLV2Plugin* instance(LV2_Handle h) { return static_cast<CircuitLV2Plugin*>(h); }
 
 const LV2_URID_Map* mapOf(const LV2_Feature* const* features) {
     for (int i = 0; features && features[i]; ++i)
@@ -60,7 +53,7 @@ LV2_Handle instantiate(const LV2_Descriptor*, double rate, const char*, const LV
     const LV2_URID_Map* map = mapOf(features);
     if (!(rate > 0) || !map) return nullptr;  // the state's keys need the map
     try {
-        Instance* i = new Instance(rate, blockLengthOption(features, map));
+        CircuitLV2Plugin* i = new CircuitLV2Plugin(rate, blockLengthOption(features, map));
         i->stateKey = map->map(map->handle, kKelmCircuitStateUri);
         i->stringType = map->map(map->handle, LV2_ATOM__String);
         return i;
@@ -69,11 +62,11 @@ LV2_Handle instantiate(const LV2_Descriptor*, double rate, const char*, const LV
     }
 }
 
-void connectPort(LV2_Handle h, uint32_t port, void* data) { instance(h)->plugin.connectPort(port, data); }
+void connectPort(LV2_Handle h, uint32_t port, void* data) { instance(h)->connectPort(port, data); }
 
 void activate(LV2_Handle h) {
     try {
-        instance(h)->plugin.activate();
+        instance(h)->activate();
     } catch (...) {
     }
 }
@@ -83,18 +76,18 @@ void run(LV2_Handle h, uint32_t frames) {
     const unsigned csr = _mm_getcsr();
 #endif
     try {
-        instance(h)->plugin.run(frames);
+        instance(h)->run(frames);
     } catch (...) {
 #if defined(__SSE__)
         _mm_setcsr(csr);
 #endif
-        instance(h)->plugin.silence(frames);
+        instance(h)->silence(frames);
     }
 }
 
 void deactivate(LV2_Handle h) {
     try {
-        instance(h)->plugin.deactivate();
+        instance(h)->deactivate();
     } catch (...) {
     }
 }
@@ -106,8 +99,8 @@ void cleanup(LV2_Handle h) { delete instance(h); }
 LV2_State_Status save(LV2_Handle h, LV2_State_Store_Function store, LV2_State_Handle handle, uint32_t,
                       const LV2_Feature* const*) {
     try {
-        Instance* i = instance(h);
-        const std::string state = i->plugin.saveState();
+        CircuitLV2Plugin* i = instance(h);
+        const std::string state = i->saveState();
         return store(handle, i->stateKey, state.c_str(), state.size() + 1, i->stringType,
                      LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE);
     } catch (...) {
@@ -118,7 +111,7 @@ LV2_State_Status save(LV2_Handle h, LV2_State_Store_Function store, LV2_State_Ha
 LV2_State_Status restore(LV2_Handle h, LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle, uint32_t,
                          const LV2_Feature* const*) {
     try {
-        Instance* i = instance(h);
+        CircuitLV2Plugin* i = instance(h);
         size_t size = 0;
         uint32_t type = 0, flags = 0;
         const void* data = retrieve(handle, i->stateKey, &size, &type, &flags);
@@ -126,7 +119,7 @@ LV2_State_Status restore(LV2_Handle h, LV2_State_Retrieve_Function retrieve, LV2
         if (type != i->stringType) return LV2_STATE_ERR_BAD_TYPE;
         // A string's size counts its terminating NUL.
         if (size > 0 && static_cast<const char*>(data)[size - 1] == '\0') --size;
-        return i->plugin.restoreState(data, size) ? LV2_STATE_SUCCESS : LV2_STATE_ERR_UNKNOWN;
+        return i->restoreState(data, size) ? LV2_STATE_SUCCESS : LV2_STATE_ERR_UNKNOWN;
     } catch (...) {
         return LV2_STATE_ERR_UNKNOWN;
     }

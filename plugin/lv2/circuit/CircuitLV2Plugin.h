@@ -12,6 +12,9 @@ namespace kelm {
 // the audio inputs (left, right), 2 and 3 the audio outputs, then one control input per
 // parameter (values 0 to 1): the 16 slots, Input level, Output level, Oversampling, Mix.
 // The document travels in the plug-in's state (the same bytes as a VST 2 chunk).
+// The LV2 handle is the CircuitLV2Plugin itself: Kelm Circuit's UI (kelm_ui.so, built with it
+// into the same bundle) receives it through the instance-access feature and reaches the
+// effect with getCore().
 class CircuitLV2Plugin {
 public:
     static constexpr uint32_t kFirstControlPort = 4;
@@ -30,6 +33,9 @@ public:
     bool restoreState(const void* data, size_t size);
 
     CircuitEffect& getCore() { return *core; }
+
+    // The URIDs of the state's key and of its type (atom:String), mapped at instantiation.
+    uint32_t stateKey = 0, stringType = 0;
 
 private:
     void applyControls();

@@ -1,15 +1,26 @@
-// The LV2 UI's entry point, lv2ui_descriptor, and the descriptor's functions over KelmLV2UI.
-// The window is laid out from the built-in document's controls, read without building the
-// effect.
+// The LV2 UIs' entry point, lv2ui_descriptor: index 0 the preamp's window (KelmLV2UI), index
+// 1 Kelm Circuit's (CircuitLV2UI).
+//
+// Both windows live in this one binary: it is the bundle's only one with the GUI toolkit, its
+// images and fonts and X11, and the plug-ins' binaries stay free of them. Kelm Circuit's
+// window works on the effect that kelm-circuit.so made (reached through instance-access), so
+// the two binaries must come from one build of the same sources, which a bundle built and
+// installed as a whole guarantees.
+//
+// The preamp's window is laid out from the built-in document's controls, read without
+// building the effect.
 #include <cstring>
 #include <memory>
 
 #include <lv2/core/lv2.h>
+#include <lv2/instance-access/instance-access.h>
 #include <lv2/ui/ui.h>
 
 #include "engine/NewParser.h"
 #include "plugin/core/BuiltInData.h"
 #include "plugin/lv2/KelmLV2Uri.h"
+#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
+#include "plugin/lv2/ui/CircuitLV2UI.h"
 #include "plugin/lv2/ui/KelmLV2UI.h"
 #include "solvers/EngineTypes.h"
 
@@ -24,55 +35,116 @@ std::vector<ControlPtr> builtInControls() {
     return *parser.controls;
 }
 
-KelmLV2UI* ui(LV2UI_Handle h) { return static_cast<KelmLV2UI*>(h); }
-
-LV2UI_Handle instantiate(const LV2UI_Descriptor*, const char* pluginUri, const char*, LV2UI_Write_Function write,
-                         LV2UI_Controller controller, LV2UI_Widget* widget, const LV2_Feature* const* features) {
-    if (!pluginUri || std::strcmp(pluginUri, kKelmLV2Uri) != 0 || !write || !widget) return nullptr;
+// The features both windows use.
+struct Features {
     void* parent = nullptr;
     const LV2UI_Resize* resize = nullptr;
     const LV2UI_Touch* touch = nullptr;
-    for (int i = 0; features && features[i]; ++i) {
-        const char* uri = features[i]->URI;
-        if (std::strcmp(uri, LV2_UI__parent) == 0) parent = features[i]->data;
-        if (std::strcmp(uri, LV2_UI__resize) == 0) resize = static_cast<const LV2UI_Resize*>(features[i]->data);
-        if (std::strcmp(uri, LV2_UI__touch) == 0) touch = static_cast<const LV2UI_Touch*>(features[i]->data);
+    void* instance = nullptr;  // the plug-in's LV2 handle (instance-access)
+
+    explicit Features(const LV2_Feature* const* features) {
+        for (int i = 0; features && features[i]; ++i) {
+            const char* uri = features[i]->URI;
+            if (std::strcmp(uri, LV2_UI__parent) == 0) parent = features[i]->data;
+            if (std::strcmp(uri, LV2_UI__resize) == 0) resize = static_cast<const LV2UI_Resize*>(features[i]->data);
+            if (std::strcmp(uri, LV2_UI__touch) == 0) touch = static_cast<const LV2UI_Touch*>(features[i]->data);
+            if (std::strcmp(uri, LV2_INSTANCE_ACCESS_URI) == 0) instance = features[i]->data;
+        }
     }
-    if (!parent) return nullptr;  // an X11 UI lives in the host's window
+};
+
+// Opens a made window in the host's and hands it over; null when anything fails.
+template <typename UI>
+LV2UI_Handle opened(std::unique_ptr<UI> made, const Features& f, LV2UI_Widget* widget) {
+    made->open(f.parent);
+    // The host sizes its window to ours; the window keeps that size.
+    if (f.resize && f.resize->ui_resize) f.resize->ui_resize(f.resize->handle, made->width(), made->height());
+    *widget = made->widget();
+    return made.release();
+}
+
+// ---- the preamp ----
+
+KelmLV2UI* preamp(LV2UI_Handle h) { return static_cast<KelmLV2UI*>(h); }
+
+LV2UI_Handle instantiatePreamp(const LV2UI_Descriptor*, const char* pluginUri, const char*, LV2UI_Write_Function write,
+                               LV2UI_Controller controller, LV2UI_Widget* widget, const LV2_Feature* const* features) {
+    if (!pluginUri || std::strcmp(pluginUri, kKelmLV2Uri) != 0 || !write || !widget) return nullptr;
+    const Features f(features);
+    if (!f.parent) return nullptr;  // an X11 UI lives in the host's window
     try {
-        std::unique_ptr<KelmLV2UI> made(new KelmLV2UI(builtInControls(), write, controller, touch));
-        made->open(parent);
-        // The host sizes its window to ours; the window keeps that size.
-        if (resize && resize->ui_resize) resize->ui_resize(resize->handle, made->width(), made->height());
-        *widget = made->widget();
-        return made.release();
+        return opened(std::unique_ptr<KelmLV2UI>(new KelmLV2UI(builtInControls(), write, controller, f.touch)), f, widget);
     } catch (...) {
         return nullptr;  // nothing may pass into a C host
     }
 }
 
-void cleanup(LV2UI_Handle h) { delete ui(h); }
+void cleanupPreamp(LV2UI_Handle h) { delete preamp(h); }
 
-void portEvent(LV2UI_Handle h, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
-    ui(h)->portEvent(port, size, format, buffer);
+void portEventPreamp(LV2UI_Handle h, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
+    preamp(h)->portEvent(port, size, format, buffer);
 }
 
-int idle(LV2UI_Handle h) {
+int idlePreamp(LV2UI_Handle h) {
     try {
-        return ui(h)->idle();
+        return preamp(h)->idle();
     } catch (...) {
         return 1;
     }
 }
 
-const LV2UI_Idle_Interface idleInterface = {idle};
+const LV2UI_Idle_Interface preampIdle = {idlePreamp};
 
-const void* extensionData(const char* uri) {
-    return uri && std::strcmp(uri, LV2_UI__idleInterface) == 0 ? &idleInterface : nullptr;
+const void* preampExtensionData(const char* uri) {
+    return uri && std::strcmp(uri, LV2_UI__idleInterface) == 0 ? &preampIdle : nullptr;
 }
 
-const LV2UI_Descriptor descriptor = {kKelmLV2UiUri, instantiate, cleanup, portEvent, extensionData};
+// ---- Kelm Circuit ----
+
+CircuitLV2UI* circuit(LV2UI_Handle h) { return static_cast<CircuitLV2UI*>(h); }
+
+LV2UI_Handle instantiateCircuit(const LV2UI_Descriptor*, const char* pluginUri, const char*, LV2UI_Write_Function write,
+                                LV2UI_Controller controller, LV2UI_Widget* widget, const LV2_Feature* const* features) {
+    if (!pluginUri || std::strcmp(pluginUri, kKelmCircuitLV2Uri) != 0 || !write || !widget) return nullptr;
+    const Features f(features);
+    // Without the plug-in instance there is nothing to show: hosts that run UIs in another
+    // process (or offer no instance-access) use their generic controls instead.
+    if (!f.parent || !f.instance) return nullptr;
+    try {
+        CircuitEffect& core = static_cast<CircuitLV2Plugin*>(f.instance)->getCore();
+        return opened(std::unique_ptr<CircuitLV2UI>(new CircuitLV2UI(core, write, controller, f.touch)), f, widget);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+void cleanupCircuit(LV2UI_Handle h) { delete circuit(h); }
+
+void portEventCircuit(LV2UI_Handle h, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
+    circuit(h)->portEvent(port, size, format, buffer);
+}
+
+int idleCircuit(LV2UI_Handle h) {
+    try {
+        return circuit(h)->idle();
+    } catch (...) {
+        return 1;
+    }
+}
+
+const LV2UI_Idle_Interface circuitIdle = {idleCircuit};
+
+const void* circuitExtensionData(const char* uri) {
+    return uri && std::strcmp(uri, LV2_UI__idleInterface) == 0 ? &circuitIdle : nullptr;
+}
+
+const LV2UI_Descriptor descriptors[] = {
+    {kKelmLV2UiUri, instantiatePreamp, cleanupPreamp, portEventPreamp, preampExtensionData},
+    {kKelmCircuitLV2UiUri, instantiateCircuit, cleanupCircuit, portEventCircuit, circuitExtensionData},
+};
 
 } // namespace
 
-LV2_SYMBOL_EXPORT const LV2UI_Descriptor* lv2ui_descriptor(uint32_t index) { return index == 0 ? &descriptor : nullptr; }
+LV2_SYMBOL_EXPORT const LV2UI_Descriptor* lv2ui_descriptor(uint32_t index) {
+    return index < sizeof descriptors / sizeof descriptors[0] ? &descriptors[index] : nullptr;
+}
