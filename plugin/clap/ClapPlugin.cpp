@@ -68,9 +68,12 @@ bool ClapPlugin::init() {
         return false;
     }
     if (!core) return false;
-    for (int i = 0; i < core->numberOfParameters(); ++i) defaults.push_back(core->getParameter(i));
+    for (int i = 0; i < core->numberOfParameters(); ++i) {
+        defaults.push_back(core->getParameter(i));
+        names.push_back(core->parameterName(i));
+    }
     gestureOpen.assign(defaults.size(), 0);
-    namesSeen = core->namesSerial();
+    namesSeen = namesAsked = core->namesSerial();
     hostParams = hostExtension<clap_host_params>(kExtParams);
     hostTimers = hostExtension<clap_host_timer_support>(kExtTimerSupport);
     hostGui = hostExtension<clap_host_gui>(kExtGui);
@@ -207,7 +210,23 @@ void ClapPlugin::requestFlush() {
 void ClapPlugin::followNames() {
     if (!core || core->namesSerial() == namesSeen) return;
     namesSeen = core->namesSerial();
-    if (hostParams && hostParams->rescan) hostParams->rescan(host, kRescanInfo | kRescanText);
+    // A document rebuilt (at a new rate, say) or one with the same controls changes nothing
+    // the host shows; new names come with their own defaults.
+    bool changed = false;
+    for (size_t i = 0; i < defaults.size(); ++i) {
+        const int index = static_cast<int>(i);
+        std::string name = core->parameterName(index);
+        if (name != names[i]) {
+            names[i].swap(name);
+            changed = true;
+        }
+        const float d = core->parameterDefault(index);
+        if (d == d && std::min(1.0f, std::max(0.0f, d)) != defaults[i]) {
+            defaults[i] = std::min(1.0f, std::max(0.0f, d));
+            changed = true;
+        }
+    }
+    if (changed && hostParams && hostParams->rescan) hostParams->rescan(host, kRescanInfo | kRescanText);
 }
 
 // ---- blocks ----
@@ -215,6 +234,13 @@ void ClapPlugin::followNames() {
 int32_t ClapPlugin::process(const clap_process* p) {
     if (!p || !core) return kProcessError;
     const uint32_t frames = p->frames_count;
+    // Names changed by a load off the main thread (a document from the window, a file
+    // reloaded): the host hears of them from on_main_thread.
+    const uint32_t names = core->namesSerial();
+    if (names != namesAsked) {
+        namesAsked = names;
+        if (host->request_callback) host->request_callback(host);
+    }
     // The window's edits go out at the block's first frame (none fits a block of no frames).
     if (frames > 0) sendEdits(p->out_events, 0);
 
