@@ -239,7 +239,7 @@ int32_t ClapPlugin::process(const clap_process* p) {
     const uint32_t names = core->namesSerial();
     if (names != namesAsked) {
         namesAsked = names;
-        if (host->request_callback) host->request_callback(host);
+        if (host && host->request_callback) host->request_callback(host);
     }
     // The window's edits go out at the block's first frame (none fits a block of no frames).
     if (frames > 0) sendEdits(p->out_events, 0);
