@@ -71,6 +71,7 @@ bool ClapPlugin::init() {
     for (int i = 0; i < core->numberOfParameters(); ++i) {
         defaults.push_back(core->getParameter(i));
         names.push_back(core->parameterName(i));
+        textEnds.push_back(core->parameterText(i, 0.0f) + '\n' + core->parameterText(i, 1.0f));
     }
     gestureOpen.assign(defaults.size(), 0);
     namesSeen = namesAsked = core->namesSerial();
@@ -211,22 +212,29 @@ void ClapPlugin::followNames() {
     if (!core || core->namesSerial() == namesSeen) return;
     namesSeen = core->namesSerial();
     // A document rebuilt (at a new rate, say) or one with the same controls changes nothing
-    // the host shows; new names come with their own defaults.
-    bool changed = false;
+    // the host shows. New names come with their own defaults; a control's texts are known by
+    // those of its ends (a slot's text is linear between them).
+    bool info = false, text = false;
     for (size_t i = 0; i < defaults.size(); ++i) {
         const int index = static_cast<int>(i);
         std::string name = core->parameterName(index);
         if (name != names[i]) {
             names[i].swap(name);
-            changed = true;
+            info = true;
         }
         const float d = core->parameterDefault(index);
         if (d == d && std::min(1.0f, std::max(0.0f, d)) != defaults[i]) {
             defaults[i] = std::min(1.0f, std::max(0.0f, d));
-            changed = true;
+            info = true;
+        }
+        std::string ends = core->parameterText(index, 0.0f) + '\n' + core->parameterText(index, 1.0f);
+        if (ends != textEnds[i]) {
+            textEnds[i].swap(ends);
+            text = true;
         }
     }
-    if (changed && hostParams && hostParams->rescan) hostParams->rescan(host, kRescanInfo | kRescanText);
+    const uint32_t flags = info ? kRescanInfo | kRescanText : text ? kRescanText : 0u;
+    if (flags && hostParams && hostParams->rescan) hostParams->rescan(host, flags);
 }
 
 // ---- blocks ----
@@ -236,9 +244,9 @@ int32_t ClapPlugin::process(const clap_process* p) {
     const uint32_t frames = p->frames_count;
     // Names changed by a load off the main thread (a document from the window, a file
     // reloaded): the host hears of them from on_main_thread.
-    const uint32_t names = core->namesSerial();
-    if (names != namesAsked) {
-        namesAsked = names;
+    const uint32_t serial = core->namesSerial();
+    if (serial != namesAsked) {
+        namesAsked = serial;
         if (host && host->request_callback) host->request_callback(host);
     }
     // The window's edits go out at the block's first frame (none fits a block of no frames).

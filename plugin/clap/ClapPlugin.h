@@ -97,7 +97,8 @@ private:
     std::unique_ptr<EffectCore> core;
     std::unique_ptr<PluginEditor> editor;
     std::vector<float> defaults;
-    std::vector<std::string> names;  // as the host was last told them
+    std::vector<std::string> names;     // as the host was last told them
+    std::vector<std::string> textEnds;  // the texts of 0 and 1, as the host was last told them
     std::vector<float> silence;  // the input of a block that comes without one
     std::vector<uint8_t> gestureOpen;  // per parameter: a begin sent and its end not yet
     EditQueue edits;
