@@ -196,7 +196,7 @@ TEST_P(ClapWindows, KelmCircuitRendersItsStateAsOnLinux) {
     ASSERT_EQ(onLinux.size(), windows.size());
     const double error = relativeError(onLinux, windows);
     std::cout << width() << "-bit Kelm.clap, Kelm Circuit from the Linux Kelm.clap: " << error << " of peak\n";
-    EXPECT_LE(error, width() == 32 ? 1e-3 : 1e-6);
+    EXPECT_LE(error, tolerance(width()));
     EXPECT_GT(relativeError(std::vector<float>(onLinux.size(), 0.0f), onLinux), 0.0);
     std::remove(h.circuit.c_str());
 }
