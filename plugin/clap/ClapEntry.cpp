@@ -4,7 +4,9 @@
 #include <mutex>
 
 #include "plugin/clap/ClapPlugin.h"
+#include "plugin/core/CircuitEffect.h"
 #include "plugin/core/KelmEffect.h"
+#include "plugin/editor/CircuitEditor.h"
 #include "plugin/editor/KelmEditor.h"
 
 using namespace kelm;
@@ -26,11 +28,23 @@ std::unique_ptr<PluginEditor> makePreampEditor(EditorHost& host, EffectCore& cor
     return std::unique_ptr<PluginEditor>(new KelmEditor(host, static_cast<KelmEffect&>(core).getDriver().getControls()));
 }
 
+const char* const kCircuitFeatures[] = {"audio-effect", "stereo", nullptr};
+
+std::unique_ptr<EffectCore> makeCircuit() { return std::unique_ptr<EffectCore>(new CircuitEffect()); }
+
+std::unique_ptr<PluginEditor> makeCircuitEditor(EditorHost& host, EffectCore& core) {
+    return std::unique_ptr<PluginEditor>(new CircuitEditor(host, static_cast<CircuitEffect&>(core)));
+}
+
 // Hosts keep a plug-in in their sessions by its id: an id never changes.
 const ClapPlugin::Kind kPlugins[] = {
     {{kVersion, "kelm.preamp", "Kelm Preamp", "Tallowbridge Labs", "", "", "", "1.0.80",
       "A stereo 12AX7 tube preamp with a Baxandall tone stack, simulated as circuits.", kPreampFeatures},
      makePreamp, makePreampEditor},
+    {{kVersion, "kelm.circuit", "Kelm Circuit", "Tallowbridge Labs", "", "", "", "1.0.80",
+      "Any circuit, as a system description or a SPICE netlist loaded at run time, as a stereo effect.",
+      kCircuitFeatures},
+     makeCircuit, makeCircuitEditor},
 };
 constexpr uint32_t kCount = sizeof kPlugins / sizeof kPlugins[0];
 

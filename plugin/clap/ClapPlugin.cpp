@@ -68,9 +68,13 @@ bool ClapPlugin::init() {
         return false;
     }
     if (!core) return false;
-    for (int i = 0; i < core->numberOfParameters(); ++i) defaults.push_back(core->getParameter(i));
+    for (int i = 0; i < core->numberOfParameters(); ++i) {
+        defaults.push_back(core->getParameter(i));
+        names.push_back(core->parameterName(i));
+        textEnds.push_back(core->parameterText(i, 0.0f) + '\n' + core->parameterText(i, 1.0f));
+    }
     gestureOpen.assign(defaults.size(), 0);
-    namesSeen = core->namesSerial();
+    namesSeen = namesAsked = core->namesSerial();
     hostParams = hostExtension<clap_host_params>(kExtParams);
     hostTimers = hostExtension<clap_host_timer_support>(kExtTimerSupport);
     hostGui = hostExtension<clap_host_gui>(kExtGui);
@@ -207,7 +211,30 @@ void ClapPlugin::requestFlush() {
 void ClapPlugin::followNames() {
     if (!core || core->namesSerial() == namesSeen) return;
     namesSeen = core->namesSerial();
-    if (hostParams && hostParams->rescan) hostParams->rescan(host, kRescanInfo | kRescanText);
+    // A document rebuilt (at a new rate, say) or one with the same controls changes nothing
+    // the host shows. New names come with their own defaults; a control's texts are known by
+    // those of its ends (a slot's text is linear between them).
+    bool info = false, text = false;
+    for (size_t i = 0; i < defaults.size(); ++i) {
+        const int index = static_cast<int>(i);
+        std::string name = core->parameterName(index);
+        if (name != names[i]) {
+            names[i].swap(name);
+            info = true;
+        }
+        const float d = core->parameterDefault(index);
+        if (d == d && std::min(1.0f, std::max(0.0f, d)) != defaults[i]) {
+            defaults[i] = std::min(1.0f, std::max(0.0f, d));
+            info = true;
+        }
+        std::string ends = core->parameterText(index, 0.0f) + '\n' + core->parameterText(index, 1.0f);
+        if (ends != textEnds[i]) {
+            textEnds[i].swap(ends);
+            text = true;
+        }
+    }
+    const uint32_t flags = info ? kRescanInfo | kRescanText : text ? kRescanText : 0u;
+    if (flags && hostParams && hostParams->rescan) hostParams->rescan(host, flags);
 }
 
 // ---- blocks ----
@@ -215,6 +242,13 @@ void ClapPlugin::followNames() {
 int32_t ClapPlugin::process(const clap_process* p) {
     if (!p || !core) return kProcessError;
     const uint32_t frames = p->frames_count;
+    // Names changed by a load off the main thread (a document from the window, a file
+    // reloaded): the host hears of them from on_main_thread.
+    const uint32_t serial = core->namesSerial();
+    if (serial != namesAsked) {
+        namesAsked = serial;
+        if (host && host->request_callback) host->request_callback(host);
+    }
     // The window's edits go out at the block's first frame (none fits a block of no frames).
     if (frames > 0) sendEdits(p->out_events, 0);
 

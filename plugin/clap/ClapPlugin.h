@@ -1,6 +1,7 @@
 #pragma once
 #include <atomic>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "plugin/clap/EditQueue.h"
@@ -17,7 +18,9 @@ namespace kelm {
 // start/stop_processing, reset and process (and flush while active), which come from the
 // audio thread, one at a time. Parameter events apply at their frame within a block; the
 // window's edits reach the effect at once and the host as gesture and value events from
-// the next process or flush.
+// the next process or flush. When the effect's parameter names change (a document loaded),
+// the host is asked to rescan them on the main thread: after a state load, from the window's
+// timer, or from on_main_thread, which the next block asks for.
 class ClapPlugin : public EditorHost {
 public:
     // One plug-in of the factory.
@@ -94,11 +97,14 @@ private:
     std::unique_ptr<EffectCore> core;
     std::unique_ptr<PluginEditor> editor;
     std::vector<float> defaults;
+    std::vector<std::string> names;     // as the host was last told them
+    std::vector<std::string> textEnds;  // the texts of 0 and 1, as the host was last told them
     std::vector<float> silence;  // the input of a block that comes without one
     std::vector<uint8_t> gestureOpen;  // per parameter: a begin sent and its end not yet
     EditQueue edits;
     bool active = false;
-    uint32_t namesSeen = 0;
+    uint32_t namesSeen = 0;   // the names the host was told of (main thread)
+    uint32_t namesAsked = 0;  // the names on_main_thread was asked for (audio thread)
     clap::clap_id timer = clap::kInvalidId;
 #ifdef _WIN32
     void* timerWindow = nullptr;  // the window whose system timer idles it, without a host timer

@@ -177,6 +177,12 @@ std::string CircuitEffect::parameterText(int index, float value) const {
     return text;
 }
 
+float CircuitEffect::parameterDefault(int index) const {
+    if (index < 0 || index >= kSlots) return EffectCore::parameterDefault(index);
+    std::lock_guard<std::mutex> lock(infoMutex);
+    return index < static_cast<int>(info.slots.size()) ? info.slots[index].defaultValue : 0.0f;
+}
+
 std::string CircuitEffect::parameterLabel(int index) const {
     if (index == kInputLevel || index == kOutputLevel) return "dB";
     if (index == kMix) return "%";

@@ -61,6 +61,8 @@ public:
     std::string parameterLabel(int index) const override;
     // 4 for Oversampling, 0 for continuous parameters.
     int parameterPositions(int index) const override;
+    // A used slot's control default in the document that plays; 0 for an unused slot.
+    float parameterDefault(int index) const override;
     // Grows by one whenever the slots' names change (a document with other controls).
     uint32_t namesSerial() const override { return namesChanged.load(); }
 

@@ -24,6 +24,8 @@ bool leadingNumber(const std::string& text, double& number) {
 
 } // namespace
 
+float EffectCore::parameterDefault(int) const { return std::nanf(""); }
+
 bool EffectCore::parameterFromText(int index, const std::string& text, float& value) const {
     if (index < 0 || index >= numberOfParameters()) return false;
     const int positions = parameterPositions(index);

@@ -31,6 +31,9 @@ public:
     virtual int parameterPositions(int index) const = 0;
     // Grows whenever the parameters' names change (an effect that loads documents).
     virtual uint32_t namesSerial() const { return 0; }
+    // Not the audio thread: the value a parameter starts at under the current names, or NaN
+    // where it is the value the effect was made with (which the adapters keep).
+    virtual float parameterDefault(int) const;
 
     // The host's settings, while suspended: the rate in Hz, the largest block in frames.
     virtual void setSampleRate(float rate) = 0;

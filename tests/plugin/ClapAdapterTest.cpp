@@ -1,10 +1,11 @@
-// The CLAP adapter in-process, over cores of the tests' own and the preamp's: the window's
-// edits while the audio thread runs, and the parameters' names of an effect whose names
-// change (as one that loads documents does).
+// The CLAP adapter in-process, over cores of the tests' own, the preamp's and Kelm
+// Circuit's: the window's edits while the audio thread runs, and the parameters' names of
+// an effect whose names change (as one that loads documents does, off the main thread).
 #include <atomic>
 #include <thread>
 
 #include "plugin/clap/ClapPlugin.h"
+#include "plugin/core/CircuitEffect.h"
 #include "plugin/core/KelmEffect.h"
 #include "tests/TestUtil.h"
 #include "tests/clap/ClapTestHost.h"
@@ -48,11 +49,14 @@ const ClapPlugin::Kind kKinds[] = {
      nullptr},
     {{kVersion, "test.preamp", "Preamp", "", "", "", "", "1", "", nullptr},
      [] { return std::unique_ptr<EffectCore>(new KelmEffect()); }, nullptr},
+    {{kVersion, "test.circuit", "Circuit", "", "", "", "", "1", "", nullptr},
+     [] { return std::unique_ptr<EffectCore>(new CircuitEffect()); }, nullptr},
 };
+constexpr uint32_t kKindCount = sizeof kKinds / sizeof kKinds[0];
 
 const clap_plugin_factory kFactory = {
-    [](const clap_plugin_factory*) { return 2u; },
-    [](const clap_plugin_factory*, uint32_t i) { return i < 2 ? &kKinds[i].descriptor : nullptr; },
+    [](const clap_plugin_factory*) { return kKindCount; },
+    [](const clap_plugin_factory*, uint32_t i) { return i < kKindCount ? &kKinds[i].descriptor : nullptr; },
     [](const clap_plugin_factory*, const clap_host* host, const char* id) -> const clap_plugin* {
         for (const ClapPlugin::Kind& k : kKinds)
             if (std::string(id) == k.descriptor.id) return (new ClapPlugin(k, host))->clapPlugin();
@@ -78,6 +82,39 @@ TEST(ClapAdapter, NewNamesAreRescannedOnTheMainThread) {
     EXPECT_EQ("Renamed 1", std::string(p.info(1).name));
     p.plugin->on_main_thread(p.plugin);
     EXPECT_EQ(1u, p.rescans.size());  // once per change
+}
+
+// A document loaded on Kelm Circuit's own thread (as its window loads one): the next block
+// asks the host for on_main_thread, and from there the host is told to rescan the names,
+// which come with the new document's defaults.
+TEST(ClapAdapter, NamesOfADocumentLoadedOffTheMainThreadReachTheHostFromIt) {
+    ClapModule module(&kFactory);
+    ClapInstance p(module, "test.circuit");
+    ASSERT_TRUE(p.ok());
+    ASSERT_TRUE(p.activate(48000, 256, 256));
+    std::vector<float> x(256, 0.1f), l, r;
+    p.render(x, x, l, r, 256);
+    // Activation rebuilt the document at the host's rate: the same names, nothing to rescan.
+    const int callbacks = p.callbacks;
+    p.plugin->on_main_thread(p.plugin);
+    EXPECT_TRUE(p.rescans.empty());
+    auto* core = static_cast<CircuitEffect*>(adapterOf(p)->getCore());
+    core->loadText(readText(sourcePath("examples/bassman-tonestack.cir")), "bassman-tonestack.cir");
+    ASSERT_TRUE(core->waitForLoads(10));
+    EXPECT_EQ("Treble", core->parameterName(0));
+    p.render(x, x, l, r, 256);
+    EXPECT_EQ(callbacks + 1, p.callbacks);
+    EXPECT_TRUE(p.rescans.empty());  // never from the audio thread
+    p.render(x, x, l, r, 256);
+    EXPECT_EQ(callbacks + 1, p.callbacks);  // once per change
+    p.plugin->on_main_thread(p.plugin);
+    EXPECT_EQ(std::vector<uint32_t>{kRescanInfo | kRescanText}, p.rescans);
+    const char* names[] = {"Treble", "Bass", "Middle", "-"};
+    for (uint32_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(names[i], std::string(p.info(i).name));
+        EXPECT_FLOAT_EQ(core->parameterDefault(static_cast<int>(i)), static_cast<float>(p.info(i).default_value));
+    }
+    EXPECT_TRUE(p.faults.empty()) << p.faults.front();
 }
 
 TEST(ClapAdapter, EditsFromTheWindowWhileTheAudioThreadRuns) {

@@ -2,13 +2,17 @@
 // the file's exports, the factory and its plug-in, the parameters and their texts, renders
 // with parameters set by events (one in the middle of a block) against `kelm render` and
 // the effect core, state from one instance into another, and what the plug-in asks of the
-// host. Debian's Qtractor scanner reads the file where it is installed.
+// host. Kelm Circuit from the same file: its parameters named after the document, states
+// holding a document's text rendering as `kelm render --system` does, and the host told of
+// the new names. Debian's Qtractor scanner reads the file where it is installed.
 #include <cmath>
 #include <cstdio>
 
+#include "plugin/core/CircuitEffect.h"
 #include "plugin/core/KelmEffect.h"
 #include "tests/TestUtil.h"
 #include "tests/clap/ClapTestHost.h"
+#include "tests/plugin/circuit/CircuitTestUtil.h"
 
 using namespace kelm;
 using namespace kelm::test;
@@ -92,40 +96,51 @@ TEST(ClapFile, ExportsOnlyTheEntryAndCarriesItsRuntime) {
     EXPECT_EQ(std::string::npos, needed.output.find("libstdc++")) << needed.output;
 }
 
-TEST(ClapFile, FactoryListsThePreampAndMakesItByItsIdOnly) {
+TEST(ClapFile, FactoryListsBothPluginsAndMakesEachByItsIdOnly) {
     const ClapModule& m = module();
     ASSERT_TRUE(m.ok()) << m.error;
     EXPECT_EQ(1u, m.entry->version.major);
     EXPECT_EQ(nullptr, m.entry->get_factory("clap.preset-discovery-factory"));
-    ASSERT_EQ(1u, m.count());
-    const clap_plugin_descriptor* d = m.descriptor(0);
-    ASSERT_NE(nullptr, d);
-    EXPECT_EQ(nullptr, m.descriptor(1));
-    EXPECT_EQ("kelm.preamp", std::string(d->id));
-    EXPECT_EQ("Kelm Preamp", std::string(d->name));
-    EXPECT_EQ("Tallowbridge Labs", std::string(d->vendor));
-    EXPECT_EQ("1.0.80", std::string(d->version_text));
-    std::vector<std::string> features;
-    for (const char* const* f = d->features; *f; ++f) features.push_back(*f);
-    EXPECT_EQ((std::vector<std::string>{"audio-effect", "distortion", "stereo"}), features);
+    ASSERT_EQ(2u, m.count());
+    EXPECT_EQ(nullptr, m.descriptor(2));
+    struct Expected {
+        const char* id;
+        const char* name;
+        std::vector<std::string> features;
+    };
+    const Expected expected[] = {{"kelm.preamp", "Kelm Preamp", {"audio-effect", "distortion", "stereo"}},
+                                 {"kelm.circuit", "Kelm Circuit", {"audio-effect", "stereo"}}};
+    for (uint32_t k = 0; k < 2; ++k) {
+        const clap_plugin_descriptor* d = m.descriptor(k);
+        ASSERT_NE(nullptr, d);
+        EXPECT_EQ(expected[k].id, std::string(d->id));
+        EXPECT_EQ(expected[k].name, std::string(d->name));
+        EXPECT_EQ("Tallowbridge Labs", std::string(d->vendor));
+        EXPECT_EQ("1.0.80", std::string(d->version_text));
+        std::vector<std::string> features;
+        for (const char* const* f = d->features; *f; ++f) features.push_back(*f);
+        EXPECT_EQ(expected[k].features, features);
+        ClapInstance p(m, d->id);
+        ASSERT_TRUE(p.ok()) << d->id;
+        EXPECT_EQ(d, p.plugin->desc);
+        EXPECT_NE(nullptr, p.gui) << d->id;
+        // A stereo pair in and out, and no latency.
+        for (bool input : {true, false}) {
+            ASSERT_EQ(1u, p.ports->count(p.plugin, input));
+            clap_audio_port_info info;
+            ASSERT_TRUE(p.ports->get(p.plugin, 0, input, &info));
+            EXPECT_EQ(2u, info.channel_count);
+            EXPECT_EQ(kAudioPortIsMain, info.flags);
+            EXPECT_EQ("stereo", std::string(info.port_type));
+            EXPECT_FALSE(p.ports->get(p.plugin, 1, input, &info));
+        }
+        ASSERT_NE(nullptr, p.latency);
+        EXPECT_EQ(0u, p.latency->get(p.plugin));
+    }
     // An id with anything after it, or an unknown one, makes nothing.
     EXPECT_FALSE(ClapInstance(m, "kelm.preamp ").ok());
     EXPECT_FALSE(ClapInstance(m, "kelm.pre").ok());
-    ClapInstance p(m, "kelm.preamp");
-    ASSERT_TRUE(p.ok());
-    EXPECT_EQ(d, p.plugin->desc);
-    // A stereo pair in and out, and no latency.
-    for (bool input : {true, false}) {
-        ASSERT_EQ(1u, p.ports->count(p.plugin, input));
-        clap_audio_port_info info;
-        ASSERT_TRUE(p.ports->get(p.plugin, 0, input, &info));
-        EXPECT_EQ(2u, info.channel_count);
-        EXPECT_EQ(kAudioPortIsMain, info.flags);
-        EXPECT_EQ("stereo", std::string(info.port_type));
-        EXPECT_FALSE(p.ports->get(p.plugin, 1, input, &info));
-    }
-    ASSERT_NE(nullptr, p.latency);
-    EXPECT_EQ(0u, p.latency->get(p.plugin));
+    EXPECT_FALSE(ClapInstance(m, "kelm.circuit.").ok());
 }
 
 TEST(ClapParameters, AsTheEffectHasThemWithTextBothWays) {
@@ -303,30 +318,150 @@ TEST(ClapState, SavedFromOneInstanceRestoresAnother) {
     EXPECT_TRUE(a.faults.empty() && b.faults.empty() && c.faults.empty());
 }
 
-TEST(ClapQtractor, ItsScannerListsThePlugin) {
+// Kelm Circuit's parameters: the document's controls in its slots ("-" when unused), then
+// Input level, Output level, Oversampling and Mix, as the effect core names and shows them.
+TEST(ClapCircuit, ParametersAreTheDocumentsControlsThenTheFixedOnes) {
+    ClapInstance p(module(), "kelm.circuit");
+    ASSERT_TRUE(p.ok());
+    CircuitEffect effect;  // the same example plays in both from the start
+    ASSERT_EQ(static_cast<uint32_t>(CircuitEffect::kNumberOfParameters), p.paramCount());
+    for (uint32_t i = 0; i < p.paramCount(); ++i) {
+        const clap_param_info info = p.info(i);
+        const int k = static_cast<int>(i);
+        EXPECT_EQ(i, info.id);
+        EXPECT_EQ(effect.parameterName(k), info.name);
+        const bool stepped = k == CircuitEffect::kOversampling;
+        EXPECT_EQ(stepped ? 3.0 : 1.0, info.max_value) << info.name;
+        EXPECT_EQ(kParamIsAutomatable | (stepped ? kParamIsStepped | kParamIsEnum : 0u), info.flags) << info.name;
+        EXPECT_FLOAT_EQ(effect.getParameter(k) * (stepped ? 3.0f : 1.0f), static_cast<float>(info.default_value));
+        EXPECT_EQ(info.default_value, p.value(info.id));
+    }
+    EXPECT_EQ("-", std::string(p.info(CircuitEffect::kSlots - 1).name));
+    EXPECT_EQ("Input level", std::string(p.info(CircuitEffect::kInputLevel).name));
+    EXPECT_EQ("Mix", std::string(p.info(CircuitEffect::kMix).name));
+    EXPECT_EQ("+0.0 dB", p.text(CircuitEffect::kInputLevel, 0.5));
+    EXPECT_EQ("8x", p.text(CircuitEffect::kOversampling, 3));
+    double v = 0;
+    EXPECT_TRUE(p.fromText(CircuitEffect::kOversampling, "2x", v));
+    EXPECT_EQ(1.0, v);
+}
+
+// A state that is a document's text alone (an example's XML, a SPICE netlist), loaded as a
+// host restores a session, renders what `kelm render --system` renders of the file; the
+// host hears of the new names and values.
+TEST(ClapCircuit, AStateHoldingADocumentRendersAsKelmRender) {
+    const auto in = circuit::testSignal(48000, 48000);
+    for (const char* file : {"examples/cathode-follower-tonestack.xml", "tests/data/netlist/tonestack.cir"}) {
+        SCOPED_TRACE(file);
+        const std::string text = readText(sourcePath(file));
+        ClapInstance p(module(), "kelm.circuit");
+        ASSERT_TRUE(p.ok());
+        const std::string before = p.info(0).name;
+        ASSERT_TRUE(p.load(text));
+        EXPECT_EQ((std::vector<uint32_t>{kRescanValues, kRescanInfo | kRescanText}), p.rescans);
+        CircuitEffect reference;
+        ASSERT_TRUE(reference.setState(text.data(), text.size()));
+        EXPECT_NE(before, reference.parameterName(0));
+        for (uint32_t i = 0; i < CircuitEffect::kSlots; ++i)
+            EXPECT_EQ(reference.parameterName(static_cast<int>(i)), p.info(i).name);
+        ASSERT_TRUE(p.activate(48000, 512, 512));
+        std::vector<float> left, right;
+        ASSERT_EQ(kProcessContinue, p.render(in[0], in[1], left, right, 512));
+        const auto toolLeft = circuit::kelmRenderSystem(sourcePath(file), in[0], 512);
+        const auto toolRight = circuit::kelmRenderSystem(sourcePath(file), in[1], 512);
+        ASSERT_EQ(left.size(), toolLeft.size());
+        const double dl = circuit::relativeDifference(left, toolLeft), dr = circuit::relativeDifference(right, toolRight);
+        std::printf("%s: Kelm.clap against kelm render --system: %g, %g of peak\n", file, dl, dr);
+        // A tube's Newton iteration stops within its tolerance: a dozen float roundings of
+        // peak apart (a linear netlist: to the bit).
+        EXPECT_LE(dl, 4e-6);
+        EXPECT_LE(dr, 4e-6);
+        EXPECT_GT(circuit::peak(toolLeft), 0.0f);
+        EXPECT_TRUE(p.faults.empty()) << p.faults.front();
+    }
+}
+
+// Kelm Circuit's saved state carries the document's text and every parameter: another
+// instance given it has the same names and values, saves the same bytes and plays the same
+// samples. What is no state leaves an instance as it was.
+TEST(ClapCircuit, StateFromOneInstanceRestoresAnotherWithTheSameSamples) {
+    const std::string document = readText(sourcePath("examples/baxandall.xml"));
+    ClapInstance a(module(), "kelm.circuit");
+    ASSERT_TRUE(a.ok());
+    ASSERT_TRUE(a.load(document));
+    ASSERT_EQ("Bass", std::string(a.info(0).name));
+    a.flush({{0, 0.85}, {1, 0.2}, {CircuitEffect::kOutputLevel, 0.45}, {CircuitEffect::kOversampling, 1}});
+    std::string saved;
+    ASSERT_TRUE(a.save(saved));
+    EXPECT_NE(std::string::npos, saved.find(document));  // the text itself, not where it was read from
+
+    ClapInstance b(module(), "kelm.circuit");
+    ASSERT_TRUE(b.ok());
+    ASSERT_TRUE(b.load(saved));
+    EXPECT_EQ((std::vector<uint32_t>{kRescanValues, kRescanInfo | kRescanText}), b.rescans);
+    for (uint32_t i = 0; i < a.paramCount(); ++i) {
+        EXPECT_EQ(std::string(a.info(i).name), b.info(i).name);
+        EXPECT_EQ(a.value(i), b.value(i)) << a.info(i).name;
+    }
+    EXPECT_EQ(1.0, b.value(CircuitEffect::kOversampling));
+    std::string again;
+    ASSERT_TRUE(b.save(again, 1 << 20));
+    EXPECT_EQ(saved, again);
+
+    const auto in = circuit::testSignal(24000, 44100);
+    std::vector<float> la, ra, lb, rb;
+    ASSERT_TRUE(a.activate(44100, 256, 256));
+    ASSERT_TRUE(b.activate(44100, 256, 256));
+    a.render(in[0], in[1], la, ra, 256);
+    b.render(in[0], in[1], lb, rb, 256);
+    EXPECT_GT(circuit::peak(la), 0.0f);
+    EXPECT_EQ(-1, firstDifference(la, lb));
+    EXPECT_EQ(-1, firstDifference(ra, rb));
+
+    // Empty, a broken document, bytes of another kind: refused, nothing changed or rescanned.
+    b.rescans.clear();
+    for (const std::string& junk : {std::string(), std::string("<System><Graphs>"), std::string("\x89PNG\r\n\x1a\n", 8)}) {
+        EXPECT_FALSE(b.load(junk)) << junk;
+        std::string now;
+        ASSERT_TRUE(b.save(now, 1 << 20));
+        EXPECT_EQ(saved, now);
+    }
+    EXPECT_TRUE(b.rescans.empty());
+    EXPECT_TRUE(a.faults.empty() && b.faults.empty());
+}
+
+TEST(ClapQtractor, ItsScannerListsBothPlugins) {
     KELM_SKIP_IN_SANITIZED_BUILD();
     const auto where = run("dpkg -L qtractor 2>/dev/null | grep '/qtractor_plugin_scan$'");
     std::string scanner = where.output.substr(0, where.output.find('\n'));
     if (where.status != 0 || scanner.empty()) GTEST_SKIP() << "Qtractor is not installed (apt-get install qtractor)";
     const auto r = run("echo 'CLAP:" + std::string(KELM_CLAP_PATH) + "' | " + scanner);
     ASSERT_EQ(0, r.status) << r.output;
-    // TYPE|name|audio in:out|midi in:out|params in:out|flags|path|index|id
-    const size_t line = r.output.find("CLAP|");
-    ASSERT_NE(std::string::npos, line) << r.output;
-    std::vector<std::string> fields;
-    std::string rest = r.output.substr(line, r.output.find('\n', line) - line);
-    for (size_t at = 0, bar; at <= rest.size(); at = bar + 1) {
-        bar = rest.find('|', at);
-        if (bar == std::string::npos) bar = rest.size();
-        fields.push_back(rest.substr(at, bar - at));
+    // A line per plug-in: TYPE|name|audio in:out|midi in:out|params in:out|flags|path|index|id
+    std::vector<std::vector<std::string>> plugins;
+    for (size_t line = r.output.find("CLAP|"); line != std::string::npos; line = r.output.find("CLAP|", line + 1)) {
+        const std::string rest = r.output.substr(line, r.output.find('\n', line) - line);
+        std::vector<std::string> fields;
+        for (size_t at = 0, bar; at <= rest.size(); at = bar + 1) {
+            bar = rest.find('|', at);
+            if (bar == std::string::npos) bar = rest.size();
+            fields.push_back(rest.substr(at, bar - at));
+        }
+        ASSERT_GE(fields.size(), 9u) << rest;
+        plugins.push_back(fields);
+        std::printf("%s\n", rest.c_str());
     }
-    ASSERT_GE(fields.size(), 9u) << rest;
-    EXPECT_EQ("Kelm Preamp", fields[1]);
-    EXPECT_EQ("2:2", fields[2]);
-    EXPECT_EQ("0:0", fields[3]);
-    EXPECT_EQ("9:0", fields[4]);
-    EXPECT_NE(std::string::npos, fields[5].find("GUI")) << rest;  // it found the window
-    EXPECT_EQ(KELM_CLAP_PATH, fields[6]);
-    EXPECT_EQ("0", fields[7]);
-    std::printf("%s\n", rest.c_str());
+    ASSERT_EQ(2u, plugins.size()) << r.output;
+    const char* names[] = {"Kelm Preamp", "Kelm Circuit"};
+    const char* params[] = {"9:0", "20:0"};
+    for (size_t k = 0; k < 2; ++k) {
+        const std::vector<std::string>& fields = plugins[k];
+        EXPECT_EQ(names[k], fields[1]);
+        EXPECT_EQ("2:2", fields[2]);
+        EXPECT_EQ("0:0", fields[3]);
+        EXPECT_EQ(params[k], fields[4]);
+        EXPECT_NE(std::string::npos, fields[5].find("GUI")) << fields[1];  // it found the window
+        EXPECT_EQ(KELM_CLAP_PATH, fields[6]);
+        EXPECT_EQ(std::to_string(k), fields[7]);
+    }
 }

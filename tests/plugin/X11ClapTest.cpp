@@ -1,8 +1,14 @@
 // Kelm.clap's window in a window of our CLAP host under X11 (ctest runs this suite through
 // tests/plugin/with-xvfb.sh): it opens as the host's child, idled by the host's timer, shows
 // what the editor draws off-screen, and a knob dragged with xdotool reaches the effect at once
-// and the host as one gesture in the next block's events.
+// and the host as one gesture in the next block's events. Kelm Circuit's window shows the
+// knobs of the document its state holds, and an example picked from its list with the mouse
+// renames the parameters for the host.
+#include <algorithm>
+
+#include "plugin/core/CircuitEffect.h"
 #include "plugin/core/KelmEffect.h"
+#include "plugin/editor/CircuitEditor.h"
 #include "plugin/editor/KelmEditor.h"
 #include "tests/TestUtil.h"
 #include "tests/clap/ClapTestHost.h"
@@ -18,6 +24,21 @@ namespace {
 struct OffScreenEditor : EditorHost {
     KelmEffect effect;
     KelmEditor editor{*this, effect.getDriver().getControls()};
+    float parameterValue(int index) override { return effect.getParameter(index); }
+    void beginEdit(int) override {}
+    void performEdit(int, float) override {}
+    void endEdit(int) override {}
+};
+
+// Kelm Circuit's window off-screen over an effect given a state.
+struct OffScreenCircuitEditor : EditorHost {
+    CircuitEffect effect;
+    CircuitEditor editor{*this, effect};
+    explicit OffScreenCircuitEditor(const std::string& state) {
+        effect.setState(state.data(), state.size());
+        editor.open(nullptr);
+        editor.idle();
+    }
     float parameterValue(int index) override { return effect.getParameter(index); }
     void beginEdit(int) override {}
     void performEdit(int, float) override {}
@@ -112,4 +133,60 @@ TEST(X11Clap, WindowOpensInTheHostsWindowAndADragReachesTheHost) {
     ASSERT_TRUE(p.openWindow(parent.handle(), w2, h2));
     EXPECT_EQ(1u, parent.children());
     p.closeWindow();
+}
+
+TEST(X11Clap, KelmCircuitsWindowShowsItsDocumentAndAnExamplePickedRenamesTheParameters) {
+    const int w = CircuitEditor::kWidth, h = CircuitEditor::kHeight;
+    X11ParentWindow parent(w, h);
+    ASSERT_TRUE(parent.ready()) << "no X display";
+    ClapModule module(KELM_CLAP_PATH);
+    ASSERT_TRUE(module.ok()) << module.error;
+    ClapInstance p(module, "kelm.circuit");
+    ASSERT_TRUE(p.ok());
+    const std::string document = readText(sourcePath("examples/cathode-follower-tonestack.xml"));
+    ASSERT_TRUE(p.load(document));
+    p.flush({{1, 0.8}});  // Bass
+    ASSERT_TRUE(p.activate(48000, 256, 256));
+
+    uint32_t width = 0, height = 0;
+    ASSERT_TRUE(p.openWindow(parent.handle(), width, height));
+    EXPECT_EQ(static_cast<uint32_t>(w), width);
+    EXPECT_EQ(static_cast<uint32_t>(h), height);
+    ASSERT_EQ(1u, p.timers.size());
+    const auto idle = [&] { p.runTimers(); };
+    parent.idleFor(300, idle);
+    EXPECT_EQ(1u, parent.children());
+    const PixelBuffer shot = parent.screenshot(w, h);
+    ASSERT_TRUE(writePng("clap-circuit-x11.png", shot));
+    std::string state;
+    ASSERT_TRUE(p.save(state));
+    OffScreenCircuitEditor reference(state);
+    EXPECT_EQ((std::vector<int>{0, 1, 2}), reference.editor.shownSlots());
+    EXPECT_EQ("Middle", reference.editor.labelOfSlot(2));
+    EXPECT_EQ(0, differingPixels(shot, reference.editor.getFrame()->getBuffer()));
+
+    // Examples, then a row of the list: the window loads it on the effect's own thread, and
+    // the host's timer tells the host of the new names.
+    p.rescans.clear();
+    const CRect button = reference.editor.examplesButtonArea();
+    auto click = [&](int x, int y) {
+        return parent.xdotool({"mousemove", "--window", "WINDOW", std::to_string(x), std::to_string(y), "click", "1"}, idle);
+    };
+    ASSERT_EQ(0, click((button.left + button.right) / 2, (button.top + button.bottom) / 2));
+    reference.editor.showExamples();
+    const std::vector<std::string> rows = reference.editor.listedRows();
+    const int row = static_cast<int>(std::find(rows.begin(), rows.end(), "baxandall.xml") - rows.begin());
+    ASSERT_LT(row, reference.editor.listVisibleRows());
+    const CRect list = reference.editor.listArea();
+    const int rowHeight = reference.editor.listRowHeight();
+    ASSERT_EQ(0, click(list.left + 30, list.top + row * rowHeight + rowHeight / 2));
+    for (int k = 0; k < 100 && p.rescans.empty(); ++k) parent.idleFor(50, idle);
+    EXPECT_EQ(std::vector<uint32_t>{kRescanInfo | kRescanText}, p.rescans);
+    EXPECT_EQ("Bass", std::string(p.info(0).name));
+    EXPECT_EQ("Treble", std::string(p.info(1).name));
+    EXPECT_EQ("-", std::string(p.info(2).name));
+    EXPECT_TRUE(p.faults.empty()) << p.faults.front();
+    p.closeWindow();
+    EXPECT_EQ(0u, parent.children());
+    EXPECT_TRUE(p.timers.empty());
 }

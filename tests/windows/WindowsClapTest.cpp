@@ -1,8 +1,9 @@
 // Kelm.clap of the Windows builds (build-win32/, build-win64/, made by
 // scripts/build-windows.sh) in our CLAP host under wine: its exports and imports, the list
 // of plug-ins and parameters, renders with parameters set by events equal to kelm render on
-// Linux, a change in the middle of a block equal to the effect core split there, and state
-// from one instance into another.
+// Linux, a change in the middle of a block equal to the effect core split there, state
+// from one instance into another, and Kelm Circuit given a state made by the Linux
+// Kelm.clap rendering what the Linux Kelm.clap renders of it.
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 
 #include "plugin/core/KelmEffect.h"
 #include "tests/TestUtil.h"
+#include "tests/clap/ClapTestHost.h"
 
 using namespace kelm;
 using namespace kelm::test;
@@ -28,7 +30,7 @@ protected:
 
 struct ClapHostRun {
     CommandResult result;
-    std::string events, midblock;  // output files
+    std::string events, midblock, circuit;  // output files
 };
 
 std::vector<float> stereoInput() {
@@ -47,6 +49,33 @@ std::vector<float> readFloats(const std::string& path) {
     return x;
 }
 
+// Kelm Circuit's state as the Linux Kelm.clap saves it: a tube stage into a tone stack,
+// its knobs and input level moved.
+std::string circuitState() {
+    ClapModule module(KELM_CLAP_PATH);
+    ClapInstance p(module, "kelm.circuit");
+    std::string state;
+    if (!p.ok() || !p.load(readText(sourcePath("examples/cathode-follower-tonestack.xml")))) return state;
+    p.flush({{0, 0.3}, {1, 0.8}, {16, 0.6}});
+    p.save(state);
+    return state;
+}
+
+// What the Linux Kelm.clap renders of the state, interleaved, in blocks of 512.
+std::vector<float> circuitRender(const std::string& state, const std::vector<float>& interleaved) {
+    ClapModule module(KELM_CLAP_PATH);
+    ClapInstance p(module, "kelm.circuit");
+    std::vector<float> l, r, ol, orr, out;
+    if (!p.ok() || !p.load(state) || !p.activate(48000, 512, 512)) return out;
+    for (size_t i = 0; i + 1 < interleaved.size(); i += 2) {
+        l.push_back(interleaved[i]);
+        r.push_back(interleaved[i + 1]);
+    }
+    p.render(l, r, ol, orr, 512);
+    for (size_t i = 0; i < ol.size(); ++i) out.insert(out.end(), {ol[i], orr[i]});
+    return out;
+}
+
 const ClapHostRun& hostRun(int width, const std::string& dir) {
     static std::map<int, ClapHostRun> runs;
     auto found = runs.find(width);
@@ -58,13 +87,20 @@ const ClapHostRun& hostRun(int width, const std::string& dir) {
     std::fwrite(x.data(), sizeof(float), x.size(), f);
     std::fclose(f);
     const std::string prefix = tempPath("clapwin" + tag + "_");
+    const std::string state = prefix + "circuit.state";
+    const std::string bytes = circuitState();
+    FILE* stateFile = std::fopen(state.c_str(), "wb");
+    std::fwrite(bytes.data(), 1, bytes.size(), stateFile);
+    std::fclose(stateFile);
     const std::string loader = width == 32 ? "/usr/lib/wine/wine" : "/usr/lib/wine/wine64";
     h.result = run("cd " + dir + " && WINEDEBUG=-all WINEPREFIX=/tmp/kelm-wine" + tag + " " + loader +
-                   " KelmClapHost.exe Kelm.clap Z:" + in + " Z:" + prefix);
+                   " KelmClapHost.exe Kelm.clap Z:" + in + " Z:" + prefix + " Z:" + state);
     std::cout << h.result.output;
     h.events = prefix + "events.f32";
     h.midblock = prefix + "midblock.f32";
+    h.circuit = prefix + "circuit.f32";
     std::remove(in.c_str());
+    std::remove(state.c_str());
     return h;
 }
 
@@ -145,7 +181,24 @@ TEST_P(ClapWindows, OurHostListsRendersAndMovesState) {
     EXPECT_NE(std::string::npos, h.result.output.find("plugin kelm.preamp|Kelm Preamp|Tallowbridge Labs|1.0.80"));
     EXPECT_NE(std::string::npos, h.result.output.find("param 3|Oversampling|0|2|0|1x|65569")) << h.result.output;
     EXPECT_NE(std::string::npos, h.result.output.find("param 0|Input|0|1|0.5|+0.0 dB|32")) << h.result.output;
+    EXPECT_NE(std::string::npos, h.result.output.find("plugin kelm.circuit|Kelm Circuit|Tallowbridge Labs|1.0.80"));
+    EXPECT_NE(std::string::npos, h.result.output.find("param 18|Oversampling|0|3|0|1x|65569")) << h.result.output;
+    EXPECT_NE(std::string::npos, h.result.output.find("param 16|Input level|0|1|0.5|+0.0 dB|32")) << h.result.output;
+    EXPECT_NE(std::string::npos, h.result.output.find("circuit slot 0|Treble")) << h.result.output;
     EXPECT_NE(std::string::npos, h.result.output.find("KelmClapHost: 0 failed"));
+}
+
+TEST_P(ClapWindows, KelmCircuitRendersItsStateAsOnLinux) {
+    const ClapHostRun& h = hostRun(width(), dir());
+    ASSERT_EQ(0, h.result.status) << h.result.output;
+    const std::vector<float> onLinux = circuitRender(circuitState(), stereoInput()), windows = readFloats(h.circuit);
+    ASSERT_EQ(stereoInput().size(), onLinux.size());
+    ASSERT_EQ(onLinux.size(), windows.size());
+    const double error = relativeError(onLinux, windows);
+    std::cout << width() << "-bit Kelm.clap, Kelm Circuit from the Linux Kelm.clap: " << error << " of peak\n";
+    EXPECT_LE(error, tolerance(width()));
+    EXPECT_GT(relativeError(std::vector<float>(onLinux.size(), 0.0f), onLinux), 0.0);
+    std::remove(h.circuit.c_str());
 }
 
 TEST_P(ClapWindows, RendersEqualKelmRenderAndTheCoreSplitMidBlock) {

@@ -1,8 +1,9 @@
 #pragma once
 // Helpers of the Kelm Circuit tests: a test signal, the engine's own render of a document
-// (what `kelm render --system` does), the effect's render, and how far two renders differ.
+// (what `kelm render --system` does) and the tool's own, the effect's render, and how far two renders differ.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,21 @@ inline std::vector<std::vector<float>> engineRender(const std::string& text, con
         for (size_t c = 0; c < out.size(); ++c) std::copy(d.getResults()[c], d.getResults()[c] + n, out[c].begin() + offset);
     }
     return out;
+}
+
+// `kelm render --system FILE` of one channel, as a file on disk.
+inline std::vector<float> kelmRenderSystem(const std::string& file, const std::vector<float>& channel, int block) {
+    const std::string in = tempPath("circuit-in.wav"), out = tempPath("circuit-out.wav");
+    writeWav(in, channel, 1, 48000);
+    const CommandResult r = run(std::string(KELM_CLI_PATH) + " render --system " + file + " --in " + in + " --out " + out +
+                                " --block " + std::to_string(block));
+    EXPECT_EQ(0, r.status) << r.output;
+    int channels = 0;
+    std::vector<float> data = readWav(out, &channels);
+    EXPECT_EQ(1, channels);
+    std::remove(in.c_str());
+    std::remove(out.c_str());
+    return data;
 }
 
 // The effect over the signal in blocks of `block` (it must be set up and resumed).

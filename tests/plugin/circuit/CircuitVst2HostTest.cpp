@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <filesystem>
 
 #include "plugin/vst2/aeffect.h"
 #include "tests/plugin/circuit/CircuitTestUtil.h"
@@ -75,20 +74,6 @@ struct Plugin {
     }
 };
 
-// `kelm render --system FILE` of one channel, as a file on disk.
-std::vector<float> kelmRender(const std::string& file, const std::vector<float>& channel, int block) {
-    const std::string dir = std::filesystem::temp_directory_path().string();
-    const std::string in = dir + "/kelm-circuit-in.wav", out = dir + "/kelm-circuit-out.wav";
-    writeWav(in, channel, 1, 48000);
-    const CommandResult r = run(std::string(KELM_CLI_PATH) + " render --system " + file + " --in " + in + " --out " + out +
-                                " --block " + std::to_string(block));
-    EXPECT_EQ(0, r.status) << r.output;
-    int channels = 0;
-    std::vector<float> data = readWav(out, &channels);
-    EXPECT_EQ(1, channels);
-    return data;
-}
-
 } // namespace
 
 TEST(KelmCircuitVst2, IsItsOwnPluginWithTwentyParametersAndChunks) {
@@ -124,8 +109,8 @@ TEST(KelmCircuitVst2, AChunkWithADocumentRendersAsKelmRender) {
         Plugin p;
         p.restore(text, 48000, 512);
         const auto got = p.render(in, 512);
-        const auto left = kelmRender(sourcePath(file), in[0], 512);
-        const auto right = kelmRender(sourcePath(file), in[1], 512);
+        const auto left = kelmRenderSystem(sourcePath(file), in[0], 512);
+        const auto right = kelmRenderSystem(sourcePath(file), in[1], 512);
         ASSERT_EQ(in[0].size(), left.size());
         EXPECT_LE(relativeDifference(got[0], left), 1e-6);
         EXPECT_LE(relativeDifference(got[1], right), 1e-6);

@@ -1,10 +1,12 @@
 // Our CLAP host as a Windows program (KelmClapHost.exe beside Kelm.clap), for the tests to
 // run under wine, all in one start (a start of the emulated 32-bit wine takes a minute):
-//   KelmClapHost.exe Kelm.clap IN.f32 OUT_PREFIX
+//   KelmClapHost.exe Kelm.clap IN.f32 OUT_PREFIX [CIRCUIT_STATE]
 // IN.f32 holds interleaved stereo floats at 48 kHz. It lists the plug-ins and their
 // parameters, renders IN with parameters set by events before activation (OUT_PREFIX
 // events.f32) and again with a change in the middle of block 3 (midblock.f32), and moves
-// the state of one instance into another. Exit status 0 when every check passed.
+// the state of one instance into another. Given a state of Kelm Circuit, it loads it and
+// renders IN in blocks of 512 (circuit.f32), and moves that state on too. Exit status 0
+// when every check passed.
 //   KelmClapHost.exe gui Kelm.clap SECONDS
 // opens the plug-in's window in a window of ours at the screen's top left for that long
 // (tests/windows/editor/clap.sh drives it), as a host without timer-support (the window
@@ -97,12 +99,39 @@ int gui(const char* path, double seconds) {
     return opened && child && childGone && p.faults.empty() ? 0 : 1;
 }
 
+// Kelm Circuit given the state in `path`: its render, and the state moved to another instance.
+void circuit(const ClapModule& module, const char* path, const std::vector<float>& left,
+             const std::vector<float>& right, const std::string& prefix) {
+    std::string state;
+    if (FILE* f = std::fopen(path, "rb")) {
+        char buffer[4096];
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) state.append(buffer, n);
+        std::fclose(f);
+    }
+    check(!state.empty(), "read the circuit state");
+    ClapInstance a(module, "kelm.circuit"), b(module, "kelm.circuit");
+    check(a.ok() && b.ok(), "instances of kelm.circuit");
+    if (!a.ok() || !b.ok()) return;
+    check(a.load(state), "load the circuit state");
+    check(!a.rescans.empty() && a.rescans.back() == (kRescanInfo | kRescanText), "the host told of the new names");
+    std::printf("circuit slot 0|%s\n", a.info(0).name);
+    std::string saved;
+    check(a.save(saved) && b.load(saved), "circuit state into another instance");
+    std::vector<float> la, ra, lb, rb;
+    check(a.activate(48000, 512, 512) && b.activate(48000, 512, 512), "activate both");
+    check(a.render(left, right, la, ra, 512) == kProcessContinue, "render the circuit");
+    b.render(left, right, lb, rb, 512);
+    check(writeStereo(prefix + "circuit.f32", la, ra), "write circuit.f32");
+    check(la == lb && ra == rb, "the other instance gives the same samples");
+    check(a.faults.empty() && b.faults.empty(), "no host faults");
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     if (argc == 4 && std::string(argv[1]) == "gui") return gui(argv[2], std::atof(argv[3]));
-    if (argc != 4) {
-        std::printf("usage: KelmClapHost.exe Kelm.clap IN.f32 OUT_PREFIX | gui Kelm.clap SECONDS\n");
+    if (argc != 4 && argc != 5) {
+        std::printf("usage: KelmClapHost.exe Kelm.clap IN.f32 OUT_PREFIX [CIRCUIT_STATE] | gui Kelm.clap SECONDS\n");
         return 2;
     }
     std::printf("KelmClapHost (%d-bit)\n", static_cast<int>(sizeof(void*) * 8));
@@ -170,6 +199,7 @@ int main(int argc, char** argv) {
         check(la == lb && ra == rb, "the same samples");
         check(!b.load(std::string()), "an empty state is refused");
     }
+    if (argc == 5) circuit(module, argv[4], left, right, prefix);
     std::printf("KelmClapHost: %d failed\n", failures);
     return failures == 0 ? 0 : 1;
 }
