@@ -1,6 +1,7 @@
 // The built-in tube types against the typical operating points of their data sheets, their
 // grid current, and the names that are no type.
 #include <cmath>
+#include <memory>
 
 #include "circuit/MNAContext.h"
 #include "circuit/devices/Pentode.h"
@@ -20,9 +21,10 @@ std::vector<float> evaluateRhs(const PropertyMap& props, std::vector<float> x) {
     auto ctx = std::make_shared<MNAContext>();
     auto names = std::make_shared<std::vector<std::string>>();
     for (size_t i = 0; i < x.size(); ++i) names->push_back("n" + std::to_string(i));
-    auto* tube = new Tube();
+    std::unique_ptr<Tube> owned(new Tube());  // freed when init refuses the properties
+    Tube* tube = owned.get();
     tube->init("tube", std::make_shared<PropertyMap>(props), names, ctx);
-    ctx->addElement(tube);
+    ctx->addElement(owned.release());
     ctx->init();
     const float* rhs = tube->getRhs(x.data());
     return std::vector<float>(rhs, rhs + x.size());
