@@ -58,7 +58,9 @@ long long stampOf(const std::string& path) {
     if (error) return 0;
     const auto size = std::filesystem::file_size(p, error);
     if (error) return 0;
-    return static_cast<long long>(time.time_since_epoch().count()) * 31 + static_cast<long long>(size);
+    // Mixed in unsigned arithmetic, which wraps (the count is often far from zero).
+    const uint64_t mixed = static_cast<uint64_t>(time.time_since_epoch().count()) * 31u + static_cast<uint64_t>(size);
+    return static_cast<long long>(mixed);
 }
 
 // NaN becomes silence and everything else is held within +-kInputLimit.
