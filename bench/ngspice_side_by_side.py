@@ -26,15 +26,16 @@ Prints a Markdown table. Run from anywhere:
 import argparse
 import array
 import glob
-import importlib.util
 import math
 import os
 import re
 import resource
+import runpy
 import struct
 import subprocess
 import sys
 import tempfile
+import types
 import xml.etree.ElementTree as ET
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -68,10 +69,7 @@ def tube_reference(name):
     path = os.path.join(DATA, name, "make_reference.py")
     if not os.path.exists(path):
         return None
-    spec = importlib.util.spec_from_file_location("reference_" + name.replace("-", "_"), path)
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module
+    return types.SimpleNamespace(**runpy.run_path(path, run_name="reference_" + name.replace("-", "_")))
 
 
 def level_of(name):

@@ -18,7 +18,7 @@ def load(prefix):
             rows[name] = better(rows[name], v) if name in rows else v
     return rows
 b, a = load('before'), load('after')
-spec = [
+rows = [
  ('Built-in preamp, `CPU`=0, 4x', 'BM_Preamp/2/0', 'x', 'at least 25x'),
  ('Built-in preamp, `CPU`=0, 2x', 'BM_Preamp/1/0', 'x', ''),
  ('Built-in preamp, `CPU`=0, 1x', 'BM_Preamp/0/0', 'x', 'at least 80x'),
@@ -34,7 +34,7 @@ spec = [
 ]
 print('| What (benchmark row) | Target | Before | After | Ratio |')
 print('|---|---|---|---|---|')
-for label, key, unit, target in spec:
+for label, key, unit, target in rows:
     if key not in b and key not in a: continue
     fmt = {'x': lambda v: '%.1fx' % v if v < 100 else '%.0fx' % v, 'ns': lambda v: '%.0f ns per sample' % v, 'MB': lambda v: '%.2f MB' % v}[unit]
     bv, av = b.get(key), a.get(key)

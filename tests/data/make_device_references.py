@@ -145,10 +145,10 @@ def run(name, amplitude, tmp, settle):
 def main():
     out_dir = os.path.join(ROOT, "tests/data/devices")
     os.makedirs(out_dir, exist_ok=True)
-    for name, spec in CIRCUITS.items():
+    for name, levels in CIRCUITS.items():
         if len(sys.argv) > 1 and name not in sys.argv[1:]:
             continue
-        amplitudes, settle = spec if isinstance(spec, tuple) else (spec, SETTLE)
+        amplitudes, settle = levels if isinstance(levels, tuple) else (levels, SETTLE)
         with tempfile.TemporaryDirectory() as tmp:
             lines = []
             for k, a in enumerate(amplitudes):
