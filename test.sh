@@ -36,9 +36,11 @@ w32=$!
 trap 'kill -- -$w32 2>/dev/null || true' EXIT
 stage "the release tests"
 (cd build && ctest --output-on-failure -j"$(nproc)" -E '^(Clap)?Windows32$')
-# The plug-in in Ardour 7, headless; then each fuzz target for a minute (clang, libFuzzer).
+# The plug-in in Ardour 7, headless, then its LV2 window in Ardour's GUI under Xvfb; then each
+# fuzz target for a minute (clang, libFuzzer).
 stage "Ardour"
 scripts/ardour-test.sh build
+scripts/ardour-gui-test.sh build
 stage "fuzzing"
 scripts/fuzz.sh 60
 # The sanitizer builds at -O1 with line tables only: they compile in 60 % of the time of
