@@ -60,7 +60,8 @@ Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3> "$work/display" 2> "$wo
 xvfb=$!
 for _ in $(seq 100); do [ -s "$work/display" ] && break; sleep 0.05; done
 [ -s "$work/display" ] || { cat "$work/xvfb.log" >&2; fail "Xvfb did not start"; }
-export DISPLAY=":$(head -n 1 "$work/display")"
+DISPLAY=":$(head -n 1 "$work/display")"
+export DISPLAY
 
 # waitFor SECONDS COMMAND...: runs COMMAND every 0.2 s until it succeeds (status 0) or the time
 # is up (status 1), and stops early when Ardour has died.
@@ -166,7 +167,7 @@ waitFor 20 shows || fail "the window does not show our background: $(differing "
 import -window root "$build/ardour-lv2-ui.png"
 knobs=(Input:70x70+31+192 Gain:70x70+133+192 Volume:70x70+235+192 Bass:70x70+31+52 Treble:70x70+133+52)
 for knob in "${knobs[@]}"; do
-  n=$(differing "$work/before.png[${knob#*:}]" "$background[${knob#*:}]")
+  n=$(differing "$work/before.png[${knob#*:}]" "${background}[${knob#*:}]")
   [ "$n" -gt $((70 * 70 / 2)) ] || fail "no ${knob%%:*} knob drawn: $n of 4900 pixels differ from the background"
 done
 echo "our UI ($ui in Ardour's window $plugWindow) shows the preamp's five knobs; screenshot in $build/ardour-lv2-ui.png"
