@@ -83,9 +83,13 @@ inline Module& module() {
 }
 #endif
 
+// An instance from the module's VSTPluginMain, or from another plug-in's entry.
 struct Plugin {
     AEffect* e;
-    explicit Plugin(AudioMasterCallback cb = hostCallback) : e(module().entry(cb)) {}
+    explicit Plugin(AudioMasterCallback cb = hostCallback, Entry entry = nullptr) {
+        if (!entry) entry = module().entry;
+        e = entry ? entry(cb) : nullptr;
+    }
     ~Plugin() {
         if (e) e->dispatcher(e, effClose, 0, 0, nullptr, 0);
     }
@@ -104,6 +108,22 @@ struct Plugin {
         call(effSetSampleRate, 0, 0, nullptr, rate);
         call(effSetBlockSize, 0, block);
         call(effMainsChanged, 0, 1);
+    }
+    // As hosts restore a session: the chunk while suspended, then the settings, then resume.
+    // Whether the chunk was taken.
+    bool restore(const std::string& chunk, float rate, int block) {
+        call(effOpen);
+        call(effMainsChanged, 0, 0);
+        const bool taken = call(effSetChunk, 0, static_cast<VstIntPtr>(chunk.size()), const_cast<char*>(chunk.data())) == 1;
+        call(effSetSampleRate, 0, 0, nullptr, rate);
+        call(effSetBlockSize, 0, block);
+        call(effMainsChanged, 0, 1);
+        return taken;
+    }
+    std::string chunk() {
+        void* data = nullptr;
+        const VstIntPtr size = call(effGetChunk, 0, 0, &data);
+        return std::string(static_cast<const char*>(data), static_cast<size_t>(size));
     }
 };
 

@@ -260,13 +260,7 @@ bool readBytes(const char* path, std::string& text) {
 // settings, resume; then the mono input in blocks. Returns the two outputs interleaved.
 std::vector<float> renderChunk(const std::string& chunk, const std::vector<float>& x, int block, std::string* readBack) {
     Plugin p;
-    p.call(effOpen);
-    p.call(effMainsChanged, 0, 0);
-    check(p.call(effSetChunk, 0, static_cast<VstIntPtr>(chunk.size()), const_cast<char*>(chunk.data())) == 1,
-          "the chunk is taken");
-    p.call(effSetSampleRate, 0, 0, nullptr, 48000);
-    p.call(effSetBlockSize, 0, block);
-    p.call(effMainsChanged, 0, 1);
+    check(p.restore(chunk, 48000, block), "the chunk is taken");
     std::vector<float> l(block), ol(block), orr(block), out;
     for (size_t at = 0; at < x.size(); at += block) {
         const int n = static_cast<int>(std::min<size_t>(block, x.size() - at));
@@ -280,10 +274,8 @@ std::vector<float> renderChunk(const std::string& chunk, const std::vector<float
         }
     }
     if (readBack) {
-        void* data = nullptr;
-        const VstIntPtr size = p.call(effGetChunk, 0, 0, &data);
-        check(size > 0 && data, "effGetChunk gives the state");
-        if (size > 0 && data) readBack->assign(static_cast<const char*>(data), static_cast<size_t>(size));
+        *readBack = p.chunk();
+        check(!readBack->empty(), "effGetChunk gives the state");
     }
     return out;
 }
