@@ -12,7 +12,6 @@
 #include <lv2/instance-access/instance-access.h>
 #include <lv2/state/state.h>
 #include <lv2/ui/ui.h>
-#include <lv2/urid/urid.h>
 
 #include "plugin/core/CircuitEffect.h"
 #include "plugin/core/CircuitState.h"
@@ -21,6 +20,7 @@
 #include "plugin/lv2/circuit/CircuitLV2Plugin.h"
 #include "plugin/lv2/ui/CircuitLV2UI.h"
 #include "tests/TestUtil.h"
+#include "tests/plugin/Lv2Urids.h"
 #include "tests/plugin/PngFile.h"
 #include "tests/plugin/X11ParentWindow.h"
 
@@ -89,13 +89,7 @@ struct UiModule {
 // Kelm Circuit's plug-in (kelm-circuit.so) as a host instantiates and runs it: a URID map, the
 // ports connected (the controls at the description's defaults), blocks of 64 frames.
 struct CircuitPlugin {
-    std::map<std::string, LV2_URID> ids;
-    LV2_URID_Map map{this, [](LV2_URID_Map_Handle h, const char* uri) -> LV2_URID {
-                         auto& ids = static_cast<CircuitPlugin*>(h)->ids;
-                         return ids.emplace(uri, static_cast<LV2_URID>(ids.size() + 1)).first->second;
-                     }};
-    LV2_Feature mapFeature{LV2_URID__map, &map};
-    const LV2_Feature* features[2] = {&mapFeature, nullptr};
+    Lv2Urids urids;
     void* module = dlopen((std::string(KELM_LV2_BUNDLE) + "/kelm-circuit.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     const LV2_Descriptor* d = nullptr;
     LV2_Handle handle = nullptr;
@@ -108,7 +102,7 @@ struct CircuitPlugin {
         auto entry = reinterpret_cast<LV2_Descriptor_Function>(dlsym(module, "lv2_descriptor"));
         d = entry ? entry(0) : nullptr;
         if (!d) return;
-        handle = d->instantiate(d, 48000, KELM_LV2_BUNDLE "/", features);
+        handle = d->instantiate(d, 48000, KELM_LV2_BUNDLE "/", urids.features);
         if (!handle) return;
         for (uint32_t p = 0; p < 4; ++p) {
             audio[p].assign(kFrames, p < 2 ? 0.01f : 0.0f);
