@@ -188,8 +188,6 @@ TEST(ClapRender, ParametersSetByEventsGiveWhatKelmRenderGives) {
     ASSERT_TRUE(p.ok());
     // Set before activation, as a host restores a session: the warm-up runs at these values.
     p.flush({{p.idOf("Gain"), 0.8}, {p.idOf("Bass"), 0.3}, {p.idOf("Oversampling"), 2.0}, {p.idOf("CPU"), 0.0}});
-    EXPECT_FLOAT_EQ(0.8f, static_cast<float>(p.value(p.idOf("Gain"))));
-    EXPECT_EQ(2.0, p.value(p.idOf("Oversampling")));
     ASSERT_TRUE(p.activate(48000, 512, 512));
     ASSERT_EQ(kProcessContinue, p.render(left, right, outLeft, outRight, 512));
 
@@ -321,9 +319,6 @@ TEST(ClapCircuit, ParametersAreTheDocumentsControlsThenTheFixedOnes) {
         EXPECT_FLOAT_EQ(effect.getParameter(k) * (stepped ? 3.0f : 1.0f), static_cast<float>(info.default_value));
         EXPECT_EQ(info.default_value, p.value(info.id));
     }
-    EXPECT_EQ("-", std::string(p.info(CircuitEffect::kSlots - 1).name));
-    EXPECT_EQ("Input level", std::string(p.info(CircuitEffect::kInputLevel).name));
-    EXPECT_EQ("Mix", std::string(p.info(CircuitEffect::kMix).name));
     EXPECT_EQ("+0.0 dB", p.text(CircuitEffect::kInputLevel, 0.5));
     EXPECT_EQ("8x", p.text(CircuitEffect::kOversampling, 3));
     double v = 0;
