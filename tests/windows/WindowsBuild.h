@@ -1,19 +1,19 @@
 #pragma once
 // What the tests of the Windows builds (build-win32/, build-win64/, made by
 // scripts/build-windows.sh) share: the build's folder, its programs run under wine, a
-// module's exports and imports as objdump lists them, and raw float files.
+// module's exports and imports as objdump lists them.
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/TestUtil.h"
+#include "tests/windows/FloatFiles.h"
 
 namespace kelm {
 namespace test {
@@ -73,20 +73,6 @@ protected:
 };
 
 inline std::string windowsPath(const std::string& path) { return "Z:" + path; }
-
-inline bool writeFloats(const std::string& path, const std::vector<float>& x) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return false;
-    const bool ok = std::fwrite(x.data(), sizeof(float), x.size(), f) == x.size();
-    return std::fclose(f) == 0 && ok;
-}
-
-inline std::vector<float> readFloats(const std::string& path) {
-    const std::string bytes = readText(path);
-    std::vector<float> x(bytes.size() / sizeof(float));
-    std::memcpy(x.data(), bytes.data(), x.size() * sizeof(float));
-    return x;
-}
 
 } // namespace test
 } // namespace kelm

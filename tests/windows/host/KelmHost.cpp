@@ -27,8 +27,10 @@
 #include <vector>
 
 #include "tests/plugin/Vst2Plugin.h"
+#include "tests/windows/FloatFiles.h"
 
 using namespace kelm::vst2;
+using namespace kelm::test;
 using namespace kelm::test::vst2host;
 
 static Module* loaded = nullptr;
@@ -181,23 +183,6 @@ void checkBlockSizes() {
     std::uniform_int_distribution<int> size(1, 4096);
     const std::vector<float> varying = render(x, 1, 4096, [&] { return size(rng); }, params);
     check(fixed == varying, "blocks of varying size give the same output");
-}
-
-bool readFloats(const char* path, std::vector<float>& x) {
-    FILE* f = std::fopen(path, "rb");
-    if (!f) return false;
-    float buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, sizeof(float), 4096, f)) > 0) x.insert(x.end(), buffer, buffer + n);
-    std::fclose(f);
-    return true;
-}
-
-bool writeFloats(const char* path, const std::vector<float>& x) {
-    FILE* f = std::fopen(path, "wb");
-    if (!f) return false;
-    const bool ok = std::fwrite(x.data(), sizeof(float), x.size(), f) == x.size();
-    return std::fclose(f) == 0 && ok;
 }
 
 int checkCommand(int, char** argv) {
