@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +42,33 @@ inline VstIntPtr KELM_VSTCALLBACK hostCallback(AEffect*, VstInt32 opcode, VstInt
     default:
         return 0;
     }
+}
+
+// An edit the host heard from the plug-in: audioMasterBeginEdit, Automate or EndEdit.
+struct HostCall {
+    VstInt32 opcode;
+    VstInt32 index;
+    float value;
+};
+inline std::mutex callsLock;
+inline std::vector<HostCall> calls;
+
+// A host that records the edits it hears, from any thread.
+inline VstIntPtr KELM_VSTCALLBACK recordingHost(AEffect*, VstInt32 opcode, VstInt32 index, VstIntPtr, void*, float opt) {
+    if (opcode == audioMasterVersion) return 2400;
+    if (opcode == audioMasterAutomate || opcode == audioMasterBeginEdit || opcode == audioMasterEndEdit) {
+        std::lock_guard<std::mutex> g(callsLock);
+        calls.push_back({opcode, index, opt});
+    }
+    return 0;
+}
+
+// The edits heard since the last call.
+inline std::vector<HostCall> takeCalls() {
+    std::lock_guard<std::mutex> g(callsLock);
+    std::vector<HostCall> out;
+    out.swap(calls);
+    return out;
 }
 
 inline VstIntPtr KELM_VSTCALLBACK silentHost(AEffect*, VstInt32, VstInt32, VstIntPtr, void*, float) { return 0; }

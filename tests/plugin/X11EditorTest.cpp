@@ -2,48 +2,30 @@
 // loaded with dlopen, driven by xdotool through the X server. Needs DISPLAY
 // (ctest runs this suite through tests/plugin/with-xvfb.sh).
 #include <dirent.h>
-#include <dlfcn.h>
 
 #include "plugin/vst2/preamp/KelmVST2Effect.h"
 #include "plugin/vst2/VST2Editor.h"
-#include "plugin/vst2/aeffect.h"
-#include "tests/TestUtil.h"
 #include "tests/plugin/PngFile.h"
+#include "tests/plugin/Vst2Plugin.h"
 #include "tests/plugin/X11ParentWindow.h"
 
 using namespace kelm;
 using namespace kelm::vst2;
 using namespace kelm::test;
+using namespace kelm::test::vst2host;
 
 namespace {
 
-std::vector<std::pair<VstInt32, VstInt32>> heard;  // (opcode, index) of edits, on the test's thread
-
-VstIntPtr KELM_VSTCALLBACK host(AEffect*, VstInt32 opcode, VstInt32 index, VstIntPtr, void*, float) {
-    if (opcode == audioMasterVersion) return 2400;
-    if (opcode == audioMasterAutomate || opcode == audioMasterBeginEdit || opcode == audioMasterEndEdit)
-        heard.emplace_back(opcode, index);
-    return 0;
-}
-
-typedef AEffect* (*Entry)(AudioMasterCallback);
-
 // A host's window with the plug-in loaded from the built module, idled as hosts do.
 struct X11Host : X11ParentWindow {
-    void* module = dlopen(KELM_VST2_PATH, RTLD_NOW | RTLD_LOCAL);
-    AEffect* effect = nullptr;
+    Plugin plugin{recordingHost};
+    AEffect* effect = plugin.e;
     const std::function<void()> idle = [this] { call(effEditIdle); };
 
-    X11Host() : X11ParentWindow(760, 360) {
-        if (X11ParentWindow::ready() && module)
-            effect = reinterpret_cast<Entry>(dlsym(module, "VSTPluginMain"))(host);
-    }
-    ~X11Host() {
-        if (effect) call(effClose);
-    }
+    X11Host() : X11ParentWindow(760, 360) {}
     bool ready() const { return X11ParentWindow::ready() && effect; }
     VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr) {
-        return effect->dispatcher(effect, op, index, value, ptr, 0);
+        return plugin.call(op, index, value, ptr);
     }
     void idleFor(int milliseconds) { X11ParentWindow::idleFor(milliseconds, idle); }
 };
@@ -70,19 +52,21 @@ TEST(X11Editor, ShowsAsAChildAndMouseChangesParameters) {
     // What the X server shows is the off-screen rendering of the same state, pixel for pixel.
     const PixelBuffer shot = h.screenshot(730, 340);
     ASSERT_TRUE(writePng("editor-x11.png", shot));
-    KelmVST2Effect reference(host, std::unique_ptr<KelmEffect>(new KelmEffect()));
+    KelmVST2Effect reference(recordingHost, std::unique_ptr<KelmEffect>(new KelmEffect()));
     reference.getEditor()->open(nullptr);
     const PixelBuffer& offScreen = static_cast<VST2Editor*>(reference.getEditor())->getEditor().getFrame()->getBuffer();
     EXPECT_EQ(0, differingPixels(shot, offScreen));
 
     // Drag the Gain knob (133, 192, 70 x 70) up by 40 pixels.
-    heard.clear();
+    takeCalls();
     ASSERT_EQ(0, h.dragUp40(168, 227, h.idle));
     EXPECT_NEAR(0.7f, h.effect->getParameter(h.effect, 1), 0.011f);
+    const std::vector<HostCall> heard = takeCalls();
     ASSERT_GE(heard.size(), 3u);
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterBeginEdit), VstInt32(1)), heard.front());
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterEndEdit), VstInt32(1)), heard.back());
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterAutomate), VstInt32(1)), heard[1]);
+    EXPECT_EQ(audioMasterBeginEdit, heard.front().opcode);
+    EXPECT_EQ(audioMasterEndEdit, heard.back().opcode);
+    for (const HostCall& c : heard) EXPECT_EQ(1, c.index);
+    EXPECT_EQ(audioMasterAutomate, heard[1].opcode);
 
     // The knob's pixels on screen moved with it, and only there.
     const PixelBuffer turned = h.screenshot(730, 340);

@@ -10,26 +10,19 @@
 #include "plugin/vst2/VST2Editor.h"
 #include "plugin/vst2/circuit/CircuitVST2Effect.h"
 #include "tests/plugin/PngFile.h"
+#include "tests/plugin/Vst2Plugin.h"
 #include "tests/plugin/circuit/CircuitTestUtil.h"
 #include "tests/plugin/X11ParentWindow.h"
 
 using namespace kelm;
 using namespace kelm::vst2;
 using namespace kelm::test;
+using namespace kelm::test::vst2host;
 
 namespace {
 
-std::vector<std::pair<VstInt32, VstInt32>> heard;  // (opcode, index) of edits
-
-VstIntPtr KELM_VSTCALLBACK host(AEffect*, VstInt32 opcode, VstInt32 index, VstIntPtr, void*, float) {
-    if (opcode == audioMasterVersion) return 2400;
-    if (opcode == audioMasterAutomate || opcode == audioMasterBeginEdit || opcode == audioMasterEndEdit)
-        heard.emplace_back(opcode, index);
-    return 0;
-}
-
 struct Fixture {
-    CircuitVST2Effect effect{host, std::unique_ptr<CircuitEffect>(new CircuitEffect())};
+    CircuitVST2Effect effect{recordingHost, std::unique_ptr<CircuitEffect>(new CircuitEffect())};
     CircuitEditor& editor = static_cast<CircuitEditor&>(static_cast<vst2::VST2Editor*>(effect.getEditor())->getEditor());
     CircuitEffect& core = effect.getCore();
     VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
@@ -103,15 +96,17 @@ TEST(KelmCircuitEditor, ShowsTheDocumentsControlsAndItsErrors) {
     std::filesystem::remove(path);
 
     // A drag on the Bass knob reaches the host as one gesture.
-    heard.clear();
+    takeCalls();
     const int x = 14 + 12 + 35, y = 78 + 2 + 35;
     f.mouse(MouseEvent::Down, x, y);
     f.mouse(MouseEvent::Move, x, y - 20);
     f.mouse(MouseEvent::Up, x, y - 40);
     EXPECT_NEAR(0.7f, f.core.getParameter(0), 0.011f);
+    const std::vector<HostCall> heard = takeCalls();
     ASSERT_GE(heard.size(), 3u);
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterBeginEdit), VstInt32(0)), heard.front());
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterEndEdit), VstInt32(0)), heard.back());
+    EXPECT_EQ(audioMasterBeginEdit, heard.front().opcode);
+    EXPECT_EQ(audioMasterEndEdit, heard.back().opcode);
+    for (const HostCall& c : heard) EXPECT_EQ(0, c.index);
 
     // The examples list, and a pick from it.
     f.click(f.editor.examplesButtonArea());
