@@ -105,6 +105,36 @@ inline CommandResult run(const std::string& command) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
 
+// The dynamic symbols a shared object defines, sorted, absolute ones (version nodes) aside;
+// with `functionsOnly`, its functions alone.
+inline std::vector<std::string> exportedSymbols(const std::string& path, bool functionsOnly = false) {
+    const CommandResult r = run("nm -D --defined-only " + path);
+    EXPECT_EQ(0, r.status) << r.output;
+    std::istringstream lines(r.output);
+    std::vector<std::string> names;
+    std::string address, type, name;
+    while (lines >> address >> type >> name)
+        if (type != "A" && (!functionsOnly || type == "T" || type == "t" || type == "W" || type == "i"))
+            names.push_back(name);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Whether a shared object needs the shared C++ runtime (ours carry their own).
+inline bool needsSharedLibstdcxx(const std::string& path) {
+    return run("readelf -d " + path + " | grep NEEDED").output.find("libstdc++") != std::string::npos;
+}
+
+// Sanitized builds: their plug-ins carry no runtime of their own, and the outside tools
+// (the LV2 tools, lilv) cannot load them.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitizedBuild = true;
+#else
+constexpr bool kSanitizedBuild = false;
+#endif
+#define KELM_SKIP_IN_SANITIZED_BUILD() \
+    if (kelm::test::kSanitizedBuild) GTEST_SKIP() << "sanitized build: outside tools cannot load its plug-ins"
+
 // A filter initialised from properties with its block size set. Filters keep a plain
 // pointer to their context, so the contexts made here live to the end of the run.
 template <typename T>

@@ -65,9 +65,6 @@ TEST(CliTool, OutputFormatsByNameOrOptionHoldTheSamplesToTheirResolution) {
     r = run(kelmTool() + " render" + system + " --in " + in + " --out " + tempPath("x.wav") + " --format mp3");
     EXPECT_EQ(2, r.status);
     EXPECT_NE(std::string::npos, r.output.find("unknown output format 'mp3'")) << r.output;
-    r = run(kelmTool() + " render" + system + " --in " + in + " --out /nonexistent-dir/out.wav");
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.output.find("cannot write audio file /nonexistent-dir/out.wav")) << r.output;
     std::remove(in.c_str());
     std::remove(ref.c_str());
 }

@@ -97,6 +97,14 @@ def potentiometer(name, end_a, wiper, end_b, resistance, position):
     return lines
 
 
+def tone_stack(source, out, c_treble, treble, r_slope, c, bass):
+    """The treble, bass and middle tone stack from node SOURCE to node OUT, loaded by 1 Meg,
+    every pot at its middle; the bass and middle pots are variable resistors."""
+    return (f"Ct {source} T1 {c_treble}\n" + potentiometer("treble", "T3", out, "T1", treble, 0.5) +
+            f"Rslope {source} N {r_slope}\nCb N T3 {c}\n" + potentiometer("bass", "T3", "M", "M", bass, 0.5) +
+            f"Cm N M {c}\n" + potentiometer("mid", "M", "0", "0", 25e3, 0.5) + f"Rload {out} 0 1Meg\n")
+
+
 def circuit(title, body, source=None):
     """The netlist of a circuit (body, driven at node 'in') with its input: a voltage source of
     0 V DC and, if given, the transient SOURCE (e.g. "SIN(0 1 1k)"); no analysis, no .end."""
@@ -189,3 +197,9 @@ def write_reference(out_path, title, body, op_nodes, outputs, levels, frames):
                 lines.append(f"wave {level!r} {o} {first} {STORED} {samples}")
     with open(out_path, "w") as f:
         f.write("\n".join(lines) + "\n")
+
+
+def write_beside(script, title, body, op_nodes, outputs, levels, frames=19200):
+    """write_reference() into reference.txt in the folder of SCRIPT (a make_reference.py)."""
+    write_reference(os.path.join(os.path.dirname(os.path.abspath(script)), "reference.txt"),
+                    title, body, op_nodes, outputs, levels, frames)

@@ -14,11 +14,6 @@ using namespace kelm;
 using namespace kelm::test;
 
 namespace {
-template <typename T>
-std::unique_ptr<T> make(const PropertyMap& p, int block = 64) {
-    return makeFilter<T>(p, block);
-}
-
 std::string list(const std::vector<float>& v) {
     std::string s;
     for (float x : v) s += (s.empty() ? "" : "|") + std::to_string(x);
@@ -40,7 +35,7 @@ TEST(DspFir, AgreesWithDirectConvolutionAcrossAnyBlocks) {
         auto h = noise(taps, 10 + taps);
         auto ref = direct(x, h);
         for (int block : {1, 3, 64, 700}) {
-            auto f = make<Fir>({{"Coefficients", list(h)}}, block);
+            auto f = makeFilter<Fir>({{"Coefficients", list(h)}}, block);
             for (size_t at = 0; at < x.size(); at += block) {
                 size_t n = std::min<size_t>(block, x.size() - at);
                 BufferList in = {x.data() + at};
@@ -50,7 +45,7 @@ TEST(DspFir, AgreesWithDirectConvolutionAcrossAnyBlocks) {
         }
     }
     // One tap of 1 passes; taps 0, 1 delay by one sample across blocks.
-    auto delay = make<Fir>({{"Coefficients", "0|1"}}, 4);
+    auto delay = makeFilter<Fir>({{"Coefficients", "0|1"}}, 4);
     std::vector<float> a = {1, 2, 3, 4}, b = {5, 6, 7, 8};
     BufferList in = {a.data()};
     delay->process(in, 4);
@@ -68,13 +63,13 @@ TEST(DspFir, LimitsAndMessages) {
     EXPECT_EQ("Maximum filter order is 255. You requested: 256", messageOf([&] { f.setCoefficients(t.data(), 257); }));
     EXPECT_NO_THROW(f.setCoefficients(t.data(), 256));
     EXPECT_EQ("Fir: b cannot be null", messageOf([&] { f.setCoefficients(nullptr, 3); }));
-    auto g = make<Fir>({{"Coefficients", "1"}}, 8);
+    auto g = makeFilter<Fir>({{"Coefficients", "1"}}, 8);
     EXPECT_EQ("Fir: Invalid property name Taps", messageOf([&] { g->propertyChanged("Taps", std::make_shared<ScalarVector>(1)); }));
     EXPECT_EQ("Fir: Invalid maxBlockSize0", messageOf([&] { g->setMaxBlockSize(0); }));
-    EXPECT_EQ("Factor is not defined. PolyphaseUpsampler name=f", messageOf([] { make<PolyphaseUpsampler>({}, 4); }));
+    EXPECT_EQ("Factor is not defined. PolyphaseUpsampler name=f", messageOf([] { makeFilter<PolyphaseUpsampler>({}, 4); }));
     EXPECT_EQ("Factor must be greater than 0. 0 PolyphaseDownsampler name=f",
-              messageOf([] { make<PolyphaseDownsampler>({{"Factor", "0"}}, 4); }));
-    auto down = make<PolyphaseDownsampler>({{"Factor", "2"}, {"Coefficients", "1"}}, 8);
+              messageOf([] { makeFilter<PolyphaseDownsampler>({{"Factor", "0"}}, 4); }));
+    auto down = makeFilter<PolyphaseDownsampler>({{"Factor", "2"}, {"Coefficients", "1"}}, 8);
     EXPECT_EQ("PolyphaseDownsampler: getLastIterationResult is not supported.",
               messageOf([&] { down->getLastIterationResults(); }));
 }
@@ -87,9 +82,9 @@ TEST(DspFir, PolyphaseAgreesWithZeroStuffingAndDecimation) {
         std::vector<float> stuffed(x.size() * factor, 0.0f);
         for (size_t i = 0; i < x.size(); ++i) stuffed[i * factor] = x[i];
         auto ref = direct(stuffed, h);
-        auto up = make<PolyphaseUpsampler>({{"Factor", std::to_string(factor)}, {"Coefficients", list(h)}}, 16);
+        auto up = makeFilter<PolyphaseUpsampler>({{"Factor", std::to_string(factor)}, {"Coefficients", list(h)}}, 16);
         for (size_t block : {1u, 7u, 16u}) {
-            auto u = make<PolyphaseUpsampler>({{"Factor", std::to_string(factor)}, {"Coefficients", list(h)}}, 16);
+            auto u = makeFilter<PolyphaseUpsampler>({{"Factor", std::to_string(factor)}, {"Coefficients", list(h)}}, 16);
             for (size_t at = 0; at < x.size(); at += block) {
                 size_t n = std::min(block, x.size() - at);
                 BufferList in = {x.data() + at};
@@ -100,7 +95,7 @@ TEST(DspFir, PolyphaseAgreesWithZeroStuffingAndDecimation) {
         }
         // Downsampling: every factor-th output of the FIR.
         auto full = direct(x, h);
-        auto down = make<PolyphaseDownsampler>({{"Factor", std::to_string(factor)}, {"Coefficients", list(h)}}, 240);
+        auto down = makeFilter<PolyphaseDownsampler>({{"Factor", std::to_string(factor)}, {"Coefficients", list(h)}}, 240);
         const size_t block = 24;  // a multiple of every factor, dividing the 240 samples
         for (size_t at = 0; at < x.size(); at += block) {
             BufferList in = {x.data() + at};
@@ -110,7 +105,7 @@ TEST(DspFir, PolyphaseAgreesWithZeroStuffingAndDecimation) {
         }
     }
     // Factor 2 and five samples: outputs at 0, 2 and 4.
-    auto d = make<PolyphaseDownsampler>({{"Factor", "2"}, {"Coefficients", "1"}}, 8);
+    auto d = makeFilter<PolyphaseDownsampler>({{"Factor", "2"}, {"Coefficients", "1"}}, 8);
     std::vector<float> five = {1, 2, 3, 4, 5};
     BufferList in = {five.data()};
     d->process(in, 5);
@@ -120,7 +115,7 @@ TEST(DspFir, PolyphaseAgreesWithZeroStuffingAndDecimation) {
 }
 
 TEST(DspFir, KaiserResamplersDesignTheirTaps) {
-    auto up = make<ResamplingUpsampler>({{"RelativeCornerFrequency", "0.45"}, {"Order", "10"}, {"Factor", "4"}, {"Attenuation", "60"}}, 8);
+    auto up = makeFilter<ResamplingUpsampler>({{"RelativeCornerFrequency", "0.45"}, {"Order", "10"}, {"Factor", "4"}, {"Attenuation", "60"}}, 8);
     EXPECT_EQ(12u, up->getTaps());  // 10 rounded up to a multiple of 4; the last two are 0
     auto taps = KaiserDesign::lowpass(31, 0.2f, 80, 1);
     double sum = 0;
@@ -134,14 +129,14 @@ TEST(DspFir, KaiserResamplersDesignTheirTaps) {
     double mean = 0;
     for (int i = 0; i < 32; ++i) mean += up->getOutput(0)[i];
     EXPECT_NEAR(1.0, mean / 32, 1e-5);
-    auto dec = make<ResamplingDecimator>({{"RelativeCornerFrequency", "0.45"}, {"Order", "33"}, {"Factor", "2"}, {"Attenuation", "60"}}, 8);
+    auto dec = makeFilter<ResamplingDecimator>({{"RelativeCornerFrequency", "0.45"}, {"Order", "33"}, {"Factor", "2"}, {"Attenuation", "60"}}, 8);
     EXPECT_EQ(33u, dec->getTaps());
     EXPECT_NEAR(1.0, KaiserDesign::besselI0(0.0), 1e-12);
     EXPECT_NEAR(11.301921952136330, KaiserDesign::besselI0(4.0), 1e-5);  // I0(4) to the polynomial's accuracy
     EXPECT_EQ("ResamplingUpsampler: Attenuation must be greater than 1. Attenuation=1",
-              messageOf([] { make<ResamplingUpsampler>({{"RelativeCornerFrequency", "0.4"}, {"Order", "8"}, {"Factor", "2"}, {"Attenuation", "1"}}, 4); }));
+              messageOf([] { makeFilter<ResamplingUpsampler>({{"RelativeCornerFrequency", "0.4"}, {"Order", "8"}, {"Factor", "2"}, {"Attenuation", "1"}}, 4); }));
     EXPECT_EQ("ResamplingDecimator: RelativeCornerFrequency and AbsoluteCornerFrequency are defined. Only one is allowed.",
-              messageOf([] { make<ResamplingDecimator>({{"RelativeCornerFrequency", "0.4"}, {"AbsoluteCornerFrequency", "100"}, {"Order", "8"}, {"Factor", "2"}, {"Attenuation", "60"}}, 4); }));
+              messageOf([] { makeFilter<ResamplingDecimator>({{"RelativeCornerFrequency", "0.4"}, {"AbsoluteCornerFrequency", "100"}, {"Order", "8"}, {"Factor", "2"}, {"Attenuation", "60"}}, 4); }));
     EXPECT_EQ("ResamplingDecimator: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified.",
-              messageOf([] { make<ResamplingDecimator>({{"Order", "8"}, {"Factor", "2"}, {"Attenuation", "60"}}, 4); }));
+              messageOf([] { makeFilter<ResamplingDecimator>({{"Order", "8"}, {"Factor", "2"}, {"Attenuation", "60"}}, 4); }));
 }

@@ -18,11 +18,6 @@ using namespace kelm;
 using namespace kelm::test;
 
 namespace {
-template <typename T>
-std::unique_ptr<T> make(const PropertyMap& p, int block = 64) {
-    return makeFilter<T>(p, block);
-}
-
 // Runs x through the filter in blocks whose sizes cycle through `sizes`.
 template <typename T>
 std::vector<float> blocks(T& f, const std::vector<float>& x, std::vector<size_t> sizes) {
@@ -69,15 +64,15 @@ TEST(DspRecursiveFilters, BlockPathsEqualSamplePathsForAnyBlockSplit) {
         auto s = make1();
         for (size_t n = 0; n < x.size(); ++n) ASSERT_NEAR(ref[n], s->process(x[n]), 1e-5);
     };
-    check([] { return make<FirstOrderIIR>({{"A", "-0.9995"}, {"B", "1.0|-1.0"}}); }, a1, b1);
-    check([] { return make<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}}); }, a2, b2);
-    check([] { return make<ThirdOrderIIR>({{"A", "-0.5|0.2|-0.05"}, {"B", "0.1|0.2|0.3|0.4"}, {"InputIndex", "0"}}); }, a3, b3);
-    check([] { return make<Iir>({{"Order", "3"}, {"A", "-0.5|0.2|-0.05"}, {"B", "0.1|0.2|0.3|0.4"}}); }, a3, b3, false);
-    check([] { return make<Iir>({{"Order", "2"}, {"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}}); }, a2, b2, false);
+    check([] { return makeFilter<FirstOrderIIR>({{"A", "-0.9995"}, {"B", "1.0|-1.0"}}); }, a1, b1);
+    check([] { return makeFilter<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}}); }, a2, b2);
+    check([] { return makeFilter<ThirdOrderIIR>({{"A", "-0.5|0.2|-0.05"}, {"B", "0.1|0.2|0.3|0.4"}, {"InputIndex", "0"}}); }, a3, b3);
+    check([] { return makeFilter<Iir>({{"Order", "3"}, {"A", "-0.5|0.2|-0.05"}, {"B", "0.1|0.2|0.3|0.4"}}); }, a3, b3, false);
+    check([] { return makeFilter<Iir>({{"Order", "2"}, {"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}}); }, a2, b2, false);
 }
 
 TEST(DspRecursiveFilters, DcBlockerIterationAndReset) {
-    auto f = make<FirstOrderIIR>({{"A", "-0.9995"}, {"B", "1.0|-1.0"}});
+    auto f = makeFilter<FirstOrderIIR>({{"A", "-0.9995"}, {"B", "1.0|-1.0"}});
     std::vector<float> ones(10, 1.0f);
     BufferList in = {ones.data()};
     f->process(in, 10);
@@ -88,8 +83,8 @@ TEST(DspRecursiveFilters, DcBlockerIterationAndReset) {
     f->process(in, 10);
     EXPECT_FLOAT_EQ(1.0f, f->getOutput(0)[0]);
     // Iteration: iterate + endIteration per frame reproduces the sample path.
-    auto g = make<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
-    auto h = make<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
+    auto g = makeFilter<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
+    auto h = makeFilter<BiQuad>({{"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
     auto x = noise(20, 2);
     auto v = std::make_shared<ScalarVector>(1);
     for (int n = 0; n < 20; ++n) {
@@ -99,19 +94,19 @@ TEST(DspRecursiveFilters, DcBlockerIterationAndReset) {
         g->endIteration(n);
         EXPECT_NEAR(h->process(x[n]), g->getOutput(0)[n], 1e-6);  // same terms, another order of sums
     }
-    EXPECT_FLOAT_EQ(0.0f, make<Iir>({{"Order", "1"}, {"A", "0"}, {"B", "1|0"}})->process(3.0f));
+    EXPECT_FLOAT_EQ(0.0f, makeFilter<Iir>({{"Order", "1"}, {"A", "0"}, {"B", "1|0"}})->process(3.0f));
 }
 
 TEST(DspRecursiveFilters, PropertyMessagesAndOrderChanges) {
     EXPECT_EQ("Invalid number of values for A (0.1). Expected 2. BiQuad name=f",
-              messageOf([] { make<BiQuad>({{"A", "0.1"}, {"B", "1|0|0"}}); }));
+              messageOf([] { makeFilter<BiQuad>({{"A", "0.1"}, {"B", "1|0|0"}}); }));
     EXPECT_EQ("Invalid number of values for A (0.1|0.2|0.3). Expected 2. BiQuad name=f",
-              messageOf([] { make<BiQuad>({{"A", "0.1|0.2|0.3"}, {"B", "1|0|0"}}); }));
-    EXPECT_EQ("B is not defined. BiQuad name=f", messageOf([] { make<BiQuad>({{"A", "0|0"}}); }));
+              messageOf([] { makeFilter<BiQuad>({{"A", "0.1|0.2|0.3"}, {"B", "1|0|0"}}); }));
+    EXPECT_EQ("B is not defined. BiQuad name=f", messageOf([] { makeFilter<BiQuad>({{"A", "0|0"}}); }));
     EXPECT_EQ("InputIndex is not defined. BiQuad name=f",
-              messageOf([] { make<ThirdOrderIIR>({{"A", "0|0|0"}, {"B", "1|0|0|0"}}); }));
-    EXPECT_EQ("Iir: Order must be greater than 0. Iir name: f Order=0", messageOf([] { make<Iir>({{"Order", "0"}}); }));
-    auto b = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "1.0|0.0|0.0"}});
+              messageOf([] { makeFilter<ThirdOrderIIR>({{"A", "0|0|0"}, {"B", "1|0|0|0"}}); }));
+    EXPECT_EQ("Iir: Order must be greater than 0. Iir name: f Order=0", messageOf([] { makeFilter<Iir>({{"Order", "0"}}); }));
+    auto b = makeFilter<BiQuad>({{"A", "0.0|0.0"}, {"B", "1.0|0.0|0.0"}});
     EXPECT_FLOAT_EQ(0.7f, b->process(0.7f));  // passes the input unchanged
     EXPECT_EQ("BiQuad: Invalid number of A values 3",
               messageOf([&] { b->propertyChanged("A", std::make_shared<ScalarVector>(3, 0.0f)); }));
@@ -120,7 +115,7 @@ TEST(DspRecursiveFilters, PropertyMessagesAndOrderChanges) {
     EXPECT_EQ("BiQuad: b cannot be null", messageOf([&] { b->setCoefficients(a2, nullptr); }));
     EXPECT_FLOAT_EQ(0.5f, b->coefficientA(0));  // a is kept although b failed
 
-    auto iir = make<Iir>({{"Order", "2"}, {"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
+    auto iir = makeFilter<Iir>({{"Order", "2"}, {"A", "-1.2|0.5"}, {"B", "0.2|0.3|0.1"}});
     iir->propertyChanged("Order", 2.5f);  // rounds half away from zero
     EXPECT_EQ(3, iir->getOrder());
     std::vector<float> x(8, 1.0f);
@@ -135,7 +130,7 @@ TEST(DspRecursiveFilters, PropertyMessagesAndOrderChanges) {
 }
 
 TEST(DspLookupTableFilter, GridEdges) {
-    auto f = make<LookupTableFilter>({{"VinMin", "-1"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "0|1|4|9|16"}});
+    auto f = makeFilter<LookupTableFilter>({{"VinMin", "-1"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "0|1|4|9|16"}});
     EXPECT_FLOAT_EQ(0, f->process(-1.0f));   // at VinMin
     EXPECT_FLOAT_EQ(0, f->process(-0.51f));  // just below VinMin + DeltaV: still entry 0
     EXPECT_NEAR(4, f->process(0.0f), 1e-6);  // VinMin + 2 DeltaV
@@ -143,16 +138,16 @@ TEST(DspLookupTableFilter, GridEdges) {
     EXPECT_FLOAT_EQ(16, f->process(100.0f));
     EXPECT_FLOAT_EQ(0, f->process(-1e30f));
     EXPECT_FLOAT_EQ(16, f->process(std::numeric_limits<float>::infinity()));
-    auto flat = make<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "2|2|2"}});
+    auto flat = makeFilter<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "2|2|2"}});
     EXPECT_EQ(2.0f, flat->process(0.77f));
-    auto one = make<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "3"}});
+    auto one = makeFilter<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0.5"}, {"Vout", "3"}});
     EXPECT_EQ(3.0f, one->process(0.3f));
     EXPECT_EQ("LookupTableFilter: size of Vout (2) is not equal to the size of values (5 )",
               messageOf([&] { f->propertyChanged("Vout", std::make_shared<ScalarVector>(2, 0.0f)); }));
     EXPECT_EQ("LookupTableFiter: empty Vout values array. ",
               messageOf([&] { f->propertyChanged("Vout", std::make_shared<ScalarVector>()); }));
-    EXPECT_EQ("DeltaV is not defined. LookupTableAmp name=f", messageOf([] { make<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}}); }));
-    auto empty = make<LookupTableFilter>({});  // no properties: waits for its table
+    EXPECT_EQ("DeltaV is not defined. LookupTableAmp name=f", messageOf([] { makeFilter<LookupTableFilter>({{"VinMin", "0"}, {"VinMax", "1"}}); }));
+    auto empty = makeFilter<LookupTableFilter>({});  // no properties: waits for its table
     std::vector<float> x(4, 0.0f);
     BufferList in = {x.data()};
     EXPECT_EQ("LookupTableFilter: f lookup data is not defined.", messageOf([&] { empty->process(in, 4); }));
@@ -175,7 +170,7 @@ TEST(DspLookupTableFilter, BlockPathGivesTheSamplesOfTheCurve) {
                           : shape[0] == 'r' ? v * v * v
                                             : std::sin(v) * 100.0f;
         }
-        auto f = make<LookupTableFilter>({{"VinMin", "-8"}, {"VinMax", "10"}, {"DeltaV", "0.002"}}, 8192);
+        auto f = makeFilter<LookupTableFilter>({{"VinMin", "-8"}, {"VinMax", "10"}, {"DeltaV", "0.002"}}, 8192);
         f->propertyChanged("Vout", table);
         const std::vector<float> y = blocks(*f, x, {7, 1, 64, 3});
         ASSERT_EQ(x.size(), y.size());
@@ -188,7 +183,7 @@ TEST(DspLookupTableFilter, BlockPathGivesTheSamplesOfTheCurve) {
 }
 
 TEST(DspVolumeHandler, UnknownPropertyIsRefused) {
-    auto biquad = make<BiQuad>({{"A", "0|0"}, {"B", "0|0|0"}});
+    auto biquad = makeFilter<BiQuad>({{"A", "0|0"}, {"B", "0|0|0"}});
     VolCtrlPropertiesHandler handler(biquad.get());
     EXPECT_EQ("VolCtrlPropertiesHandler: Unknown property Gain", messageOf([&] { handler.propertyChanged("Gain", 1); }));
 }
@@ -214,8 +209,8 @@ TEST(DspVolumeHandler, BlockRunEqualsThePerSampleLoop) {
         handler->propertiesChanged(std::make_shared<PropertyMap>(PropertyMap{{"Factor", "1.5"}}));
         return handler;
     };
-    auto fast = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}}, 300);
-    auto slow = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}}, 300);
+    auto fast = makeFilter<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}}, 300);
+    auto slow = makeFilter<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}}, 300);
     setUp(*fast);
     auto slowHandler = setUp(*slow);
     std::mt19937 rng(5);
@@ -246,7 +241,7 @@ TEST(DspVolumeHandler, BlockRunEqualsThePerSampleLoop) {
     for (const char* factor : {"1.0", "1.5"}) {
         std::vector<std::unique_ptr<BiQuad>> twins, alone;
         for (int k = 0; k < 4; ++k) {
-            auto f = make<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}}, 300);
+            auto f = makeFilter<BiQuad>({{"A", "0.0|0.0"}, {"B", "0.0|0.0|0.0"}}, 300);
             setUp(*f);
             f->propertyChanged("Wiper", k % 2 ? 0.7f : 0.35f);
             f->getPropertiesHandler()->propertiesChanged(

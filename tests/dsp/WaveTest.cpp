@@ -19,8 +19,6 @@ using namespace kelm::test;
 
 namespace {
 
-std::string fileBytes(const std::string& path) { return readText(path); }
-
 // Splices a chunk into a RIFF file before the chunk `before` ("fmt " or "data").
 std::string withChunkBefore(std::string wav, const std::string& before, const std::string& id, size_t size) {
     size_t at = wav.find(before, 12);
@@ -90,7 +88,7 @@ TEST(DspWave, ReadsWhatLibsndfileWritesInEveryFormat) {
                 const std::string path = tempPath("fmt.wav");
                 writeWav(path, x, channels, 44100, container | subtype);
                 const std::vector<float> reference = readWav(path);  // libsndfile's own reading
-                std::string bytes = fileBytes(path);
+                std::string bytes = readText(path);
                 // Extra chunks before "fmt " and before "data".
                 for (const std::string& variant : {bytes, withChunkBefore(withChunkBefore(bytes, "fmt ", "JUNK", 13), "data", "LIST", 6)}) {
                     Decoded d;
@@ -228,14 +226,11 @@ TEST(DspWave, ResamplerQualityAndResponsesAtAnotherRate) {
         EXPECT_NEAR(1000, pitch, 0.5) << odd;
         EXPECT_NEAR(odd / 48000, strongest, 0.01 * odd / 48000) << odd;
     }
-    EXPECT_EQ("WaveConvolver: cannot resample 3 samples from 0 Hz to 48000 Hz",
-              messageOf([&] { WaveConvolver::resample(x.data(), 3, 0, 48000); }));
-    EXPECT_EQ("WaveConvolver: cannot resample 48000 samples from 1 Hz to 48000 Hz",
-              messageOf([&] { WaveConvolver::resample(x.data(), 48000, 1, 48000); }));
-    EXPECT_EQ("WaveConvolver: cannot resample 13 samples from 1 Hz to 48000 Hz",
-              messageOf([&] { WaveConvolver::resample(x.data(), 13, 1, 48000); }));
-    EXPECT_EQ("WaveConvolver: cannot resample 4000 samples from 999 Hz to 48000 Hz",
-              messageOf([&] { WaveConvolver::resample(x.data(), 4000, 999, 48000); }));
+    for (const std::pair<size_t, double> bad : {std::make_pair(size_t(3), 0.0), std::make_pair(size_t(48000), 1.0),
+                                                std::make_pair(size_t(13), 1.0), std::make_pair(size_t(4000), 999.0)})
+        EXPECT_EQ("WaveConvolver: cannot resample " + std::to_string(bad.first) + " samples from " +
+                      std::to_string(static_cast<int>(bad.second)) + " Hz to 48000 Hz",
+                  messageOf([&] { WaveConvolver::resample(x.data(), bad.first, bad.second, 48000); }));
 
     // A response at half the engine's rate doubles in length and halves in amplitude.
     static std::shared_ptr<DSPContext> ctx = std::make_shared<DSPContext>();

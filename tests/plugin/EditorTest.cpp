@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
-#include <mutex>
 #include <thread>
 
 #include "engine/KELMException.h"
@@ -15,38 +14,14 @@
 #include "plugin/vst2/VST2Editor.h"
 #include "tests/TestUtil.h"
 #include "tests/plugin/PngFile.h"
+#include "tests/plugin/Vst2Plugin.h"
 
 using namespace kelm;
 using namespace kelm::vst2;
 using namespace kelm::test;
+using namespace kelm::test::vst2host;
 
 namespace {
-
-struct HostCall {
-    VstInt32 opcode;
-    VstInt32 index;
-    float value;
-};
-
-// What the host heard from the plug-in, in order (editing opcodes only).
-std::mutex callsLock;
-std::vector<HostCall> calls;
-
-VstIntPtr KELM_VSTCALLBACK recordingHost(AEffect*, VstInt32 opcode, VstInt32 index, VstIntPtr, void*, float opt) {
-    if (opcode == audioMasterVersion) return 2400;
-    if (opcode == audioMasterAutomate || opcode == audioMasterBeginEdit || opcode == audioMasterEndEdit) {
-        std::lock_guard<std::mutex> g(callsLock);
-        calls.push_back({opcode, index, opt});
-    }
-    return 0;
-}
-
-std::vector<HostCall> takeCalls() {
-    std::lock_guard<std::mutex> g(callsLock);
-    std::vector<HostCall> out;
-    out.swap(calls);
-    return out;
-}
 
 struct EditorFixture {
     KelmVST2Effect effect{recordingHost, std::unique_ptr<KelmEffect>(new KelmEffect())};

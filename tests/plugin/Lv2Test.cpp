@@ -11,10 +11,10 @@
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>
 #include <lv2/options/options.h>
-#include <lv2/urid/urid.h>
 
 #include "plugin/core/KelmEffect.h"
 #include "tests/TestUtil.h"
+#include "tests/plugin/Lv2Urids.h"
 
 using namespace kelm;
 using namespace kelm::test;
@@ -36,23 +36,14 @@ const LV2_Descriptor* descriptor() {
 
 // A minimal URID map and an options list stating the host's block bound.
 struct HostFeatures {
-    std::map<std::string, LV2_URID> ids;
-    LV2_URID_Map map{this, [](LV2_URID_Map_Handle h, const char* uri) -> LV2_URID {
-                         auto& ids = static_cast<HostFeatures*>(h)->ids;
-                         auto it = ids.find(uri);
-                         if (it != ids.end()) return it->second;
-                         const LV2_URID id = static_cast<LV2_URID>(ids.size() + 1);
-                         ids[uri] = id;
-                         return id;
-                     }};
+    Lv2Urids urids;
     int32_t maxBlock;
     LV2_Options_Option options[2];
-    LV2_Feature mapFeature{LV2_URID__map, &map};
     LV2_Feature optionsFeature{LV2_OPTIONS__options, options};
-    const LV2_Feature* list[3] = {&mapFeature, &optionsFeature, nullptr};
+    const LV2_Feature* list[3] = {&urids.mapFeature, &optionsFeature, nullptr};
     explicit HostFeatures(int32_t block) : maxBlock(block) {
-        options[0] = {LV2_OPTIONS_INSTANCE, 0, map.map(this, LV2_BUF_SIZE__maxBlockLength), sizeof(int32_t),
-                      map.map(this, "http://lv2plug.in/ns/ext/atom#Int"), &maxBlock};
+        options[0] = {LV2_OPTIONS_INSTANCE, 0, urids.id(LV2_BUF_SIZE__maxBlockLength), sizeof(int32_t),
+                      urids.id("http://lv2plug.in/ns/ext/atom#Int"), &maxBlock};
         options[1] = {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr};
     }
 };

@@ -7,9 +7,7 @@
 #include <algorithm>
 
 #include "plugin/core/CircuitEffect.h"
-#include "plugin/core/KelmEffect.h"
 #include "plugin/editor/CircuitEditor.h"
-#include "plugin/editor/KelmEditor.h"
 #include "tests/TestUtil.h"
 #include "tests/clap/ClapTestHost.h"
 #include "tests/plugin/PngFile.h"
@@ -20,18 +18,8 @@ using namespace kelm::test;
 
 namespace {
 
-// The preamp's window off-screen at the effect's values: what the host's window should show.
-struct OffScreenEditor : EditorHost {
-    KelmEffect effect;
-    KelmEditor editor{*this, effect.getDriver().getControls()};
-    float parameterValue(int index) override { return effect.getParameter(index); }
-    void beginEdit(int) override {}
-    void performEdit(int, float) override {}
-    void endEdit(int) override {}
-};
-
 // Kelm Circuit's window off-screen over an effect given a state.
-struct OffScreenCircuitEditor : EditorHost {
+struct OffScreenCircuitEditor : SilentEditorHost {
     CircuitEffect effect;
     CircuitEditor editor{*this, effect};
     explicit OffScreenCircuitEditor(const std::string& state) {
@@ -40,17 +28,7 @@ struct OffScreenCircuitEditor : EditorHost {
         editor.idle();
     }
     float parameterValue(int index) override { return effect.getParameter(index); }
-    void beginEdit(int) override {}
-    void performEdit(int, float) override {}
-    void endEdit(int) override {}
 };
-
-int differingPixels(const PixelBuffer& a, const PixelBuffer& b) {
-    int differ = 0;
-    for (int y = 0; y < a.height(); ++y)
-        for (int x = 0; x < a.width(); ++x) differ += (a.rgba(x, y) | 255) != (b.rgba(x, y) | 255);
-    return differ;
-}
 
 } // namespace
 
@@ -91,10 +69,7 @@ TEST(X11Clap, WindowOpensInTheHostsWindowAndADragReachesTheHost) {
     // Drag the Gain knob (133, 192, 70 x 70) up by 40 pixels while the plug-in runs.
     ASSERT_TRUE(p.activate(48000, 256, 256));
     const clap_id gain = p.idOf("Gain");
-    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", "168", "227", "mousedown", "1", "mousemove",
-                                 "--window", "WINDOW", "168", "207", "mousemove", "--window", "WINDOW", "168", "187",
-                                 "mouseup", "1"},
-                                idle));
+    ASSERT_EQ(0, parent.dragUp40(168, 227, idle));
     EXPECT_NEAR(0.7, p.value(gain), 0.011);  // the effect took it at once
     EXPECT_GT(p.flushRequests, 0);
     EXPECT_TRUE(p.sent.empty());
@@ -114,9 +89,7 @@ TEST(X11Clap, WindowOpensInTheHostsWindowAndADragReachesTheHost) {
     // The knob's pixels moved on screen, and only there; a host event moves it back.
     const PixelBuffer turned = parent.screenshot(730, 340);
     int inside = 0, outside = 0;
-    for (int y = 0; y < 340; ++y)
-        for (int x = 0; x < 730; ++x)
-            if (turned.rgba(x, y) != shot.rgba(x, y)) (CRect::ofSize(133, 192, 70, 70).contains(x, y) ? inside : outside)++;
+    changedPixels(shot, turned, CRect::ofSize(133, 192, 70, 70), inside, outside);
     EXPECT_GT(inside, 100);
     EXPECT_EQ(0, outside);
     p.render(silence, silence, l, r, 256, {{0, gain, 0.5}});
@@ -169,17 +142,14 @@ TEST(X11Clap, KelmCircuitsWindowShowsItsDocumentAndAnExamplePickedRenamesThePara
     // the host's timer tells the host of the new names.
     p.rescans.clear();
     const CRect button = reference.editor.examplesButtonArea();
-    auto click = [&](int x, int y) {
-        return parent.xdotool({"mousemove", "--window", "WINDOW", std::to_string(x), std::to_string(y), "click", "1"}, idle);
-    };
-    ASSERT_EQ(0, click((button.left + button.right) / 2, (button.top + button.bottom) / 2));
+    ASSERT_EQ(0, parent.click(button, idle));
     reference.editor.showExamples();
     const std::vector<std::string> rows = reference.editor.listedRows();
     const int row = static_cast<int>(std::find(rows.begin(), rows.end(), "baxandall.xml") - rows.begin());
     ASSERT_LT(row, reference.editor.listVisibleRows());
     const CRect list = reference.editor.listArea();
     const int rowHeight = reference.editor.listRowHeight();
-    ASSERT_EQ(0, click(list.left + 30, list.top + row * rowHeight + rowHeight / 2));
+    ASSERT_EQ(0, parent.click(list.left + 30, list.top + row * rowHeight + rowHeight / 2, idle));
     for (int k = 0; k < 100 && p.rescans.empty(); ++k) parent.idleFor(50, idle);
     EXPECT_EQ(std::vector<uint32_t>{kRescanInfo | kRescanText}, p.rescans);
     EXPECT_EQ("Bass", std::string(p.info(0).name));

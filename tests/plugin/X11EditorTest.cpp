@@ -2,116 +2,32 @@
 // loaded with dlopen, driven by xdotool through the X server. Needs DISPLAY
 // (ctest runs this suite through tests/plugin/with-xvfb.sh).
 #include <dirent.h>
-#include <dlfcn.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
-#include <chrono>
-#include <thread>
 
 #include "plugin/vst2/preamp/KelmVST2Effect.h"
-#include "plugin/editor/KelmEditor.h"
 #include "plugin/vst2/VST2Editor.h"
-#include "plugin/vst2/aeffect.h"
-#include "tests/TestUtil.h"
 #include "tests/plugin/PngFile.h"
-
-// Last: Xlib's macros (None, Bool) would break the test framework's headers.
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-
-extern char** environ;
+#include "tests/plugin/Vst2Plugin.h"
+#include "tests/plugin/X11ParentWindow.h"
 
 using namespace kelm;
 using namespace kelm::vst2;
 using namespace kelm::test;
+using namespace kelm::test::vst2host;
 
 namespace {
 
-std::vector<std::pair<VstInt32, VstInt32>> heard;  // (opcode, index) of edits, on the test's thread
+// A host's window with the plug-in loaded from the built module, idled as hosts do.
+struct X11Host : X11ParentWindow {
+    Plugin plugin{recordingHost};
+    AEffect* effect = plugin.e;
+    const std::function<void()> idle = [this] { call(effEditIdle); };
 
-VstIntPtr KELM_VSTCALLBACK host(AEffect*, VstInt32 opcode, VstInt32 index, VstIntPtr, void*, float) {
-    if (opcode == audioMasterVersion) return 2400;
-    if (opcode == audioMasterAutomate || opcode == audioMasterBeginEdit || opcode == audioMasterEndEdit)
-        heard.emplace_back(opcode, index);
-    return 0;
-}
-
-typedef AEffect* (*Entry)(AudioMasterCallback);
-
-// A host's window with the plug-in loaded from the built module.
-struct X11Host {
-    Display* display = XOpenDisplay(nullptr);
-    Window parent = 0;
-    void* module = dlopen(KELM_VST2_PATH, RTLD_NOW | RTLD_LOCAL);
-    AEffect* effect = nullptr;
-
-    X11Host() {
-        if (!display || !module) return;
-        parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 760, 360, 0, 0, 0x202020);
-        XSelectInput(display, parent, StructureNotifyMask);
-        XMapWindow(display, parent);
-        for (XEvent e;;) {
-            XNextEvent(display, &e);
-            if (e.type == MapNotify) break;
-        }
-        effect = reinterpret_cast<Entry>(dlsym(module, "VSTPluginMain"))(host);
-    }
-    ~X11Host() {
-        if (effect) call(effClose);
-        if (display) XCloseDisplay(display);
-    }
-    bool ready() const { return display && effect; }
+    X11Host() : X11ParentWindow(760, 360) {}
+    bool ready() const { return X11ParentWindow::ready() && effect; }
     VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr) {
-        return effect->dispatcher(effect, op, index, value, ptr, 0);
+        return plugin.call(op, index, value, ptr);
     }
-    void* parentHandle() const { return reinterpret_cast<void*>(static_cast<uintptr_t>(parent)); }
-    unsigned children() {
-        XSync(display, False);
-        Window root, up, *kids = nullptr;
-        unsigned n = 0;
-        XQueryTree(display, parent, &root, &up, &kids, &n);
-        if (kids) XFree(kids);
-        return n;
-    }
-    // Runs the host's idle calls, as hosts do about every 20 ms, for a while.
-    void idleFor(int milliseconds) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-        while (std::chrono::steady_clock::now() < end) {
-            call(effEditIdle);
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-    // Runs xdotool with the arguments while idling, until it has finished.
-    int xdotool(const std::vector<std::string>& args) {
-        std::vector<std::string> all{"xdotool"};
-        all.insert(all.end(), args.begin(), args.end());
-        std::vector<char*> argv;
-        for (std::string& a : all) argv.push_back(&a[0]);
-        argv.push_back(nullptr);
-        pid_t pid = 0;
-        if (posix_spawnp(&pid, "xdotool", nullptr, nullptr, argv.data(), environ) != 0) return -1;
-        int status = 0;
-        while (waitpid(pid, &status, WNOHANG) == 0) idleFor(10);
-        idleFor(150);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    PixelBuffer screenshot(int width, int height) {
-        XSync(display, False);
-        XImage* image = XGetImage(display, parent, 0, 0, width, height, AllPlanes, ZPixmap);
-        PixelBuffer out(width, height);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x) {
-                const unsigned long p = XGetPixel(image, x, y);
-                uint8_t* d = out.data() + (static_cast<size_t>(y) * width + x) * 4;
-                d[0] = (p >> 16) & 255;
-                d[1] = (p >> 8) & 255;
-                d[2] = p & 255;
-                d[3] = 255;
-            }
-        XDestroyImage(image);
-        return out;
-    }
+    void idleFor(int milliseconds) { X11ParentWindow::idleFor(milliseconds, idle); }
 };
 
 int openFiles() {
@@ -129,47 +45,42 @@ TEST(X11Editor, ShowsAsAChildAndMouseChangesParameters) {
     X11Host h;
     ASSERT_TRUE(h.ready()) << "no X display or plug-in";
     ASSERT_EQ(0u, h.children());
-    ASSERT_EQ(1, h.call(effEditOpen, 0, 0, h.parentHandle()));
+    ASSERT_EQ(1, h.call(effEditOpen, 0, 0, h.handle()));
     h.idleFor(200);
     ASSERT_EQ(1u, h.children());
 
     // What the X server shows is the off-screen rendering of the same state, pixel for pixel.
     const PixelBuffer shot = h.screenshot(730, 340);
     ASSERT_TRUE(writePng("editor-x11.png", shot));
-    KelmVST2Effect reference(host, std::unique_ptr<KelmEffect>(new KelmEffect()));
+    KelmVST2Effect reference(recordingHost, std::unique_ptr<KelmEffect>(new KelmEffect()));
     reference.getEditor()->open(nullptr);
     const PixelBuffer& offScreen = static_cast<VST2Editor*>(reference.getEditor())->getEditor().getFrame()->getBuffer();
-    int differ = 0;
-    for (int y = 0; y < 340; ++y)
-        for (int x = 0; x < 730; ++x) differ += (shot.rgba(x, y) | 255) != (offScreen.rgba(x, y) | 255);
-    EXPECT_EQ(0, differ);
+    EXPECT_EQ(0, differingPixels(shot, offScreen));
 
     // Drag the Gain knob (133, 192, 70 x 70) up by 40 pixels.
-    heard.clear();
-    const std::string w = std::to_string(h.parent);
-    ASSERT_EQ(0, h.xdotool({"mousemove", "--window", w, "168", "227", "mousedown", "1", "mousemove", "--window", w,
-                            "168", "207", "mousemove", "--window", w, "168", "187", "mouseup", "1"}));
+    takeCalls();
+    ASSERT_EQ(0, h.dragUp40(168, 227, h.idle));
     EXPECT_NEAR(0.7f, h.effect->getParameter(h.effect, 1), 0.011f);
+    const std::vector<HostCall> heard = takeCalls();
     ASSERT_GE(heard.size(), 3u);
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterBeginEdit), VstInt32(1)), heard.front());
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterEndEdit), VstInt32(1)), heard.back());
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterAutomate), VstInt32(1)), heard[1]);
+    EXPECT_EQ(audioMasterBeginEdit, heard.front().opcode);
+    EXPECT_EQ(audioMasterEndEdit, heard.back().opcode);
+    for (const HostCall& c : heard) EXPECT_EQ(1, c.index);
+    EXPECT_EQ(audioMasterAutomate, heard[1].opcode);
 
     // The knob's pixels on screen moved with it, and only there.
     const PixelBuffer turned = h.screenshot(730, 340);
     int inside = 0, outside = 0;
-    for (int y = 0; y < 340; ++y)
-        for (int x = 0; x < 730; ++x)
-            if (turned.rgba(x, y) != shot.rgba(x, y)) (CRect::ofSize(133, 192, 70, 70).contains(x, y) ? inside : outside)++;
+    changedPixels(shot, turned, CRect::ofSize(133, 192, 70, 70), inside, outside);
     EXPECT_GT(inside, 100);
     EXPECT_EQ(0, outside);
 
     // A click on the CPU switch (352, 198, 56 x 56) toggles parameter 8.
     const float cpu = h.effect->getParameter(h.effect, 8);
     ASSERT_TRUE(cpu == 0.0f || cpu == 1.0f);
-    ASSERT_EQ(0, h.xdotool({"mousemove", "--window", w, "380", "226", "click", "1"}));
+    ASSERT_EQ(0, h.click(380, 226, h.idle));
     EXPECT_EQ(1.0f - cpu, h.effect->getParameter(h.effect, 8));
-    ASSERT_EQ(0, h.xdotool({"click", "1"}));
+    ASSERT_EQ(0, h.xdotool({"click", "1"}, h.idle));
     EXPECT_EQ(cpu, h.effect->getParameter(h.effect, 8));
 
     h.call(effEditClose);
@@ -180,14 +91,14 @@ TEST(X11Editor, OpeningAndClosingTwentyTimesLeavesNothingBehind) {
     X11Host h;
     ASSERT_TRUE(h.ready()) << "no X display or plug-in";
     // The first opening sets up what lives as long as the process (Xlib's locale tables).
-    h.call(effEditOpen, 0, 0, h.parentHandle());
+    h.call(effEditOpen, 0, 0, h.handle());
     h.call(effEditClose);
     const int files = openFiles();
     for (int i = 0; i < 20; ++i) {
-        ASSERT_EQ(1, h.call(effEditOpen, 0, 0, h.parentHandle()));
+        ASSERT_EQ(1, h.call(effEditOpen, 0, 0, h.handle()));
         h.call(effEditIdle);
         ASSERT_EQ(1u, h.children()) << i;
-        if (i % 2) h.call(effEditOpen, 0, 0, h.parentHandle());  // hosts may open twice
+        if (i % 2) h.call(effEditOpen, 0, 0, h.handle());  // hosts may open twice
         ASSERT_EQ(1u, h.children()) << i;
         h.call(effEditClose);
         ASSERT_EQ(0u, h.children()) << i;
@@ -214,7 +125,7 @@ TEST(X11Editor, HostMistakesDoNotEndTheProcess) {
     h.idleFor(50);
     h.call(effEditClose);
     // And the editor still opens afterwards.
-    ASSERT_EQ(1, h.call(effEditOpen, 0, 0, h.parentHandle()));
+    ASSERT_EQ(1, h.call(effEditOpen, 0, 0, h.handle()));
     h.idleFor(50);
     EXPECT_EQ(1u, h.children());
     h.call(effEditClose);

@@ -12,17 +12,15 @@
 #include <lv2/instance-access/instance-access.h>
 #include <lv2/state/state.h>
 #include <lv2/ui/ui.h>
-#include <lv2/urid/urid.h>
 
 #include "plugin/core/CircuitEffect.h"
 #include "plugin/core/CircuitState.h"
-#include "plugin/core/KelmEffect.h"
 #include "plugin/editor/CircuitEditor.h"
-#include "plugin/editor/KelmEditor.h"
 #include "plugin/lv2/KelmLV2Plugin.h"
 #include "plugin/lv2/circuit/CircuitLV2Plugin.h"
 #include "plugin/lv2/ui/CircuitLV2UI.h"
 #include "tests/TestUtil.h"
+#include "tests/plugin/Lv2Urids.h"
 #include "tests/plugin/PngFile.h"
 #include "tests/plugin/X11ParentWindow.h"
 
@@ -63,6 +61,17 @@ struct Lv2UiHost {
     }
 };
 
+// The writes heard were one gesture on `port` (touch, values, release); the value written last.
+float gestureOn(const std::vector<Heard>& heard, uint32_t port) {
+    EXPECT_GE(heard.size(), 3u);
+    if (heard.size() < 3) return -1;
+    EXPECT_TRUE(heard.front().touch && heard.front().value == 1.0f);
+    EXPECT_TRUE(heard.back().touch && heard.back().value == 0.0f);
+    for (const Heard& h : heard) EXPECT_EQ(port, h.port);
+    EXPECT_FALSE(heard[heard.size() - 2].touch);
+    return heard[heard.size() - 2].value;
+}
+
 // kelm_ui.so, opened as a host opens it; its descriptors by index.
 struct UiModule {
     void* module = dlopen((std::string(KELM_LV2_BUNDLE) + "/kelm_ui.so").c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -77,25 +86,10 @@ struct UiModule {
     }
 };
 
-struct OffScreenEditor : EditorHost {
-    KelmEffect effect;
-    KelmEditor editor{*this, effect.getDriver().getControls()};
-    float parameterValue(int index) override { return effect.getParameter(index); }
-    void beginEdit(int) override {}
-    void performEdit(int, float) override {}
-    void endEdit(int) override {}
-};
-
 // Kelm Circuit's plug-in (kelm-circuit.so) as a host instantiates and runs it: a URID map, the
 // ports connected (the controls at the description's defaults), blocks of 64 frames.
 struct CircuitPlugin {
-    std::map<std::string, LV2_URID> ids;
-    LV2_URID_Map map{this, [](LV2_URID_Map_Handle h, const char* uri) -> LV2_URID {
-                         auto& ids = static_cast<CircuitPlugin*>(h)->ids;
-                         return ids.emplace(uri, static_cast<LV2_URID>(ids.size() + 1)).first->second;
-                     }};
-    LV2_Feature mapFeature{LV2_URID__map, &map};
-    const LV2_Feature* features[2] = {&mapFeature, nullptr};
+    Lv2Urids urids;
     void* module = dlopen((std::string(KELM_LV2_BUNDLE) + "/kelm-circuit.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     const LV2_Descriptor* d = nullptr;
     LV2_Handle handle = nullptr;
@@ -108,7 +102,7 @@ struct CircuitPlugin {
         auto entry = reinterpret_cast<LV2_Descriptor_Function>(dlsym(module, "lv2_descriptor"));
         d = entry ? entry(0) : nullptr;
         if (!d) return;
-        handle = d->instantiate(d, 48000, KELM_LV2_BUNDLE "/", features);
+        handle = d->instantiate(d, 48000, KELM_LV2_BUNDLE "/", urids.features);
         if (!handle) return;
         for (uint32_t p = 0; p < 4; ++p) {
             audio[p].assign(kFrames, p < 2 ? 0.01f : 0.0f);
@@ -146,21 +140,11 @@ struct CircuitPlugin {
 
 // Kelm Circuit's window drawn off-screen over the same effect, as the reference of what the
 // X11 window must show.
-struct OffScreenCircuitEditor : EditorHost {
+struct OffScreenCircuitEditor : SilentEditorHost {
     CircuitEditor editor;
     explicit OffScreenCircuitEditor(CircuitEffect& core) : editor(*this, core) {}
     float parameterValue(int) override { return 0; }
-    void beginEdit(int) override {}
-    void performEdit(int, float) override {}
-    void endEdit(int) override {}
 };
-
-int differingPixels(const PixelBuffer& a, const PixelBuffer& b) {
-    int differ = 0;
-    for (int y = 0; y < a.height(); ++y)
-        for (int x = 0; x < a.width(); ++x) differ += (a.rgba(x, y) | 255) != (b.rgba(x, y) | 255);
-    return differ;
-}
 
 } // namespace
 
@@ -223,17 +207,8 @@ TEST(X11Lv2Ui, OpensInTheHostsWindowAndAKnobWritesItsPort) {
 
     // Drag the Gain knob (133, 192, 70 x 70, parameter 1) up by 40 pixels: its port is written.
     const uint32_t gainPort = KelmLV2Plugin::kFirstControlPort + 1;
-    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", "168", "227", "mousedown", "1", "mousemove",
-                                 "--window", "WINDOW", "168", "207", "mousemove", "--window", "WINDOW", "168", "187",
-                                 "mouseup", "1"},
-                                idle));
-    ASSERT_GE(host.heard.size(), 3u);
-    EXPECT_TRUE(host.heard.front().touch && host.heard.front().value == 1.0f);
-    EXPECT_TRUE(host.heard.back().touch && host.heard.back().value == 0.0f);
-    for (const Heard& h : host.heard) EXPECT_EQ(gainPort, h.port);
-    const Heard& last = host.heard[host.heard.size() - 2];
-    EXPECT_FALSE(last.touch);
-    EXPECT_NEAR(0.7f, last.value, 0.011f);
+    ASSERT_EQ(0, parent.dragUp40(168, 227, idle));
+    EXPECT_NEAR(0.7f, gestureOn(host.heard, gainPort), 0.011f);
 
     // A port event from the host turns it back; the window shows the first picture again.
     const float middle = 0.5f;
@@ -318,19 +293,15 @@ TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
 
     // Examples, then the row of baxandall.xml, with the mouse.
     const CRect button = editor.examplesButtonArea();
-    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", std::to_string((button.left + button.right) / 2),
-                                 std::to_string((button.top + button.bottom) / 2), "click", "1"},
-                                idle));
+    ASSERT_EQ(0, parent.click(button, idle));
     ASSERT_EQ(CircuitEditor::ExampleList, editor.overlay());
     const std::vector<std::string> rows = editor.listedRows();
     const auto row = std::find(rows.begin(), rows.end(), "baxandall.xml") - rows.begin();
     ASSERT_LT(row, editor.listVisibleRows());  // shown without scrolling
     const CRect list = editor.listArea();
-    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", std::to_string(list.left + 30),
-                                 std::to_string(list.top + static_cast<int>(row) * editor.listRowHeight() +
-                                                editor.listRowHeight() / 2),
-                                 "click", "1"},
-                                idle));
+    ASSERT_EQ(0, parent.click(list.left + 30,
+                              list.top + static_cast<int>(row) * editor.listRowHeight() + editor.listRowHeight() / 2,
+                              idle));
     ASSERT_TRUE(core.waitForLoads(10));
     parent.idleFor(200, idle);
     EXPECT_EQ(CircuitEditor::NoOverlay, editor.overlay());
@@ -348,20 +319,11 @@ TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
     host.heard.clear();
     const float before = core.getParameter(0);
     const CRect knob = CRect::ofSize(14 + 12, 78 + 2, 70, 70);
-    const std::string x = std::to_string(knob.left + 35), y = std::to_string(knob.top + 35);
-    ASSERT_EQ(0, parent.xdotool({"mousemove", "--window", "WINDOW", x, y, "mousedown", "1", "mousemove", "--window",
-                                 "WINDOW", x, std::to_string(knob.top + 15), "mousemove", "--window", "WINDOW", x,
-                                 std::to_string(knob.top - 5), "mouseup", "1"},
-                                idle));
-    ASSERT_GE(host.heard.size(), 3u);
-    EXPECT_TRUE(host.heard.front().touch && host.heard.front().value == 1.0f);
-    EXPECT_TRUE(host.heard.back().touch && host.heard.back().value == 0.0f);
-    for (const Heard& h : host.heard) EXPECT_EQ(CircuitLV2Plugin::kFirstControlPort, h.port);
-    const Heard& last = host.heard[host.heard.size() - 2];
-    EXPECT_FALSE(last.touch);
-    EXPECT_NEAR(before + 0.2f, last.value, 0.011f);
-    EXPECT_FLOAT_EQ(last.value, plugin.controls[0]);
-    EXPECT_FLOAT_EQ(last.value, core.getParameter(0));
+    ASSERT_EQ(0, parent.dragUp40(knob.left + 35, knob.top + 35, idle));
+    const float last = gestureOn(host.heard, CircuitLV2Plugin::kFirstControlPort);
+    EXPECT_NEAR(before + 0.2f, last, 0.011f);
+    EXPECT_FLOAT_EQ(last, plugin.controls[0]);
+    EXPECT_FLOAT_EQ(last, core.getParameter(0));
 
     // With the blocks stopped (the CPU meter holds still), the window shows what the editor
     // draws off-screen over the same effect.
@@ -392,12 +354,8 @@ TEST(Lv2Ui, TheBundleDescribesTheWindow) {
                                         "\t\t\tBinary: file://" + bundle + "/kelm_ui.so"))
             << r.output;
     }
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     // The UI's file exports its entry alone and carries its C++ runtime.
-    r = run("nm -D --defined-only " + bundle + "/kelm_ui.so | grep -v ' A '");
-    EXPECT_EQ(1, std::count(r.output.begin(), r.output.end(), '\n')) << r.output;
-    EXPECT_NE(std::string::npos, r.output.find(" T lv2ui_descriptor")) << r.output;
-    r = run("readelf -d " + bundle + "/kelm_ui.so | grep NEEDED");
-    EXPECT_EQ(std::string::npos, r.output.find("libstdc++")) << r.output;
-#endif
+    KELM_SKIP_IN_SANITIZED_BUILD();
+    EXPECT_EQ(std::vector<std::string>{"lv2ui_descriptor"}, exportedSymbols(bundle + "/kelm_ui.so", true));
+    EXPECT_FALSE(needsSharedLibstdcxx(bundle + "/kelm_ui.so"));
 }

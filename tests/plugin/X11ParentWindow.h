@@ -2,6 +2,7 @@
 // A host's top-level X11 window for a plug-in's window to live in, with what the tests do
 // through the X server: count its children, take a screenshot, and drive the pointer with
 // xdotool while the host keeps idling the plug-in. Needs DISPLAY (tests/plugin/with-xvfb.sh).
+// Also the preamp's window drawn off-screen, the reference of what a screenshot must show.
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -11,6 +12,9 @@
 #include <thread>
 #include <vector>
 
+#include "plugin/core/KelmEffect.h"
+#include "plugin/editor/KelmEditor.h"
+#include "plugin/gui/EditorHost.h"
 #include "plugin/gui/PixelBuffer.h"
 
 // Last: Xlib's macros (None, Bool) would break the test framework's headers.
@@ -73,6 +77,20 @@ public:
         idleFor(150, idle);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
+    int click(int x, int y, const std::function<void()>& idle) {
+        return xdotool({"mousemove", "--window", "WINDOW", std::to_string(x), std::to_string(y), "click", "1"}, idle);
+    }
+    int click(const CRect& r, const std::function<void()>& idle) {
+        return click((r.left + r.right) / 2, (r.top + r.bottom) / 2, idle);
+    }
+    // Presses the button at (x, y) and lets go 40 pixels higher, in two moves.
+    int dragUp40(int x, int y, const std::function<void()>& idle) {
+        const std::string sx = std::to_string(x);
+        return xdotool({"mousemove", "--window", "WINDOW", sx, std::to_string(y), "mousedown", "1", "mousemove",
+                        "--window", "WINDOW", sx, std::to_string(y - 20), "mousemove", "--window", "WINDOW", sx,
+                        std::to_string(y - 40), "mouseup", "1"},
+                       idle);
+    }
     // What the X server shows in the window's top left width x height pixels.
     PixelBuffer screenshot(int width, int height) {
         XSync(display, False);
@@ -93,6 +111,37 @@ public:
 
     Display* display = XOpenDisplay(nullptr);
     Window window = 0;
+};
+
+// How many pixels differ in colour (alpha aside).
+inline int differingPixels(const PixelBuffer& a, const PixelBuffer& b) {
+    int differ = 0;
+    for (int y = 0; y < a.height(); ++y)
+        for (int x = 0; x < a.width(); ++x) differ += (a.rgba(x, y) | 255) != (b.rgba(x, y) | 255);
+    return differ;
+}
+
+// Counts the pixels that changed from `before` to `after` inside and outside `area`.
+inline void changedPixels(const PixelBuffer& before, const PixelBuffer& after, const CRect& area, int& inside,
+                          int& outside) {
+    inside = outside = 0;
+    for (int y = 0; y < before.height(); ++y)
+        for (int x = 0; x < before.width(); ++x)
+            if (after.rgba(x, y) != before.rgba(x, y)) (area.contains(x, y) ? inside : outside)++;
+}
+
+// A host that ignores the editor's edits.
+struct SilentEditorHost : EditorHost {
+    void beginEdit(int) override {}
+    void performEdit(int, float) override {}
+    void endEdit(int) override {}
+};
+
+// The preamp's window off-screen at the effect's values.
+struct OffScreenEditor : SilentEditorHost {
+    KelmEffect effect;
+    KelmEditor editor{*this, effect.getDriver().getControls()};
+    float parameterValue(int index) override { return effect.getParameter(index); }
 };
 
 } // namespace test

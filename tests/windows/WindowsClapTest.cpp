@@ -4,29 +4,20 @@
 // Linux, a change in the middle of a block equal to the effect core split there, state
 // from one instance into another, and Kelm Circuit given a state made by the Linux
 // Kelm.clap rendering what the Linux Kelm.clap renders of it.
-#include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <map>
-#include <set>
-#include <sstream>
 
 #include "plugin/core/KelmEffect.h"
-#include "tests/TestUtil.h"
 #include "tests/clap/ClapTestHost.h"
+#include "tests/windows/WindowsBuild.h"
 
 using namespace kelm;
 using namespace kelm::test;
 
 namespace {
 
-class ClapWindows : public ::testing::TestWithParam<int> {
-protected:
-    int width() const { return GetParam(); }
-    std::string dir() const { return sourcePath("build-win" + std::to_string(width())); }
-};
+using ClapWindows = WindowsBuildTest;
 
 struct ClapHostRun {
     CommandResult result;
@@ -39,13 +30,6 @@ std::vector<float> stereoInput() {
         x.push_back(static_cast<float>(0.3 * std::sin(2 * M_PI * 220 * i / 48000) + 0.1 * std::sin(2 * M_PI * 3300 * i / 48000)));
         x.push_back(static_cast<float>(0.4 * std::sin(2 * M_PI * 110 * i / 48000)));
     }
-    return x;
-}
-
-std::vector<float> readFloats(const std::string& path) {
-    const std::string bytes = readText(path);
-    std::vector<float> x(bytes.size() / sizeof(float));
-    std::memcpy(x.data(), bytes.data(), x.size() * sizeof(float));
     return x;
 }
 
@@ -76,25 +60,20 @@ std::vector<float> circuitRender(const std::string& state, const std::vector<flo
     return out;
 }
 
-const ClapHostRun& hostRun(int width, const std::string& dir) {
+const ClapHostRun& hostRun(int width, const std::function<CommandResult(const std::string&)>& wine) {
     static std::map<int, ClapHostRun> runs;
     auto found = runs.find(width);
     if (found != runs.end()) return found->second;
     ClapHostRun& h = runs[width];
     const std::string tag = std::to_string(width), in = tempPath("clapwin" + tag + "_in.f32");
-    const std::vector<float> x = stereoInput();
-    FILE* f = std::fopen(in.c_str(), "wb");
-    std::fwrite(x.data(), sizeof(float), x.size(), f);
-    std::fclose(f);
+    writeFloats(in, stereoInput());
     const std::string prefix = tempPath("clapwin" + tag + "_");
     const std::string state = prefix + "circuit.state";
     const std::string bytes = circuitState();
     FILE* stateFile = std::fopen(state.c_str(), "wb");
     std::fwrite(bytes.data(), 1, bytes.size(), stateFile);
     std::fclose(stateFile);
-    const std::string loader = width == 32 ? "/usr/lib/wine/wine" : "/usr/lib/wine/wine64";
-    h.result = run("cd " + dir + " && WINEDEBUG=-all WINEPREFIX=/tmp/kelm-wine" + tag + " " + loader +
-                   " KelmClapHost.exe Kelm.clap Z:" + in + " Z:" + prefix + " Z:" + state);
+    h.result = wine("KelmClapHost.exe Kelm.clap Z:" + in + " Z:" + prefix + " Z:" + state);
     std::cout << h.result.output;
     h.events = prefix + "events.f32";
     h.midblock = prefix + "midblock.f32";
@@ -140,42 +119,16 @@ std::vector<float> renderCore(const std::vector<float>& interleaved, size_t at, 
 
 // How far apart a Windows run may be: to the bit on the same CPU, and for a 32-bit run
 // under qemu, the circuit path's few 1e-4 of peak (WindowsDllTest.cpp says why).
-double tolerance(int width) { return width == 32 && std::getenv("KELM_I386_EMULATED") ? 1e-3 : 0.0; }
+double tolerance(bool emulated) { return emulated ? 1e-3 : 0.0; }
 
 } // namespace
 
 TEST_P(ClapWindows, ExportsTheEntryAndImportsOnlySystemDlls) {
-    const std::string objdump = width() == 32 ? "i686-w64-mingw32-objdump" : "x86_64-w64-mingw32-objdump";
-    auto r = run(objdump + " -p " + dir() + "/Kelm.clap");
-    ASSERT_EQ(0, r.status) << r.output;
-    EXPECT_NE(std::string::npos, r.output.find(width() == 32 ? "file format pei-i386" : "file format pei-x86-64"));
-    std::istringstream lines(r.output);
-    std::string line;
-    std::vector<std::string> exports;
-    std::set<std::string> imports;
-    bool inNames = false;
-    while (std::getline(lines, line)) {
-        if (line.find("[Ordinal/Name Pointer] Table") != std::string::npos) {
-            inNames = true;
-            continue;
-        }
-        if (inNames && line.find('[') == std::string::npos) inNames = false;
-        if (inNames) exports.push_back(line.substr(line.find(']') + 2));
-        const size_t dll = line.find("DLL Name: ");
-        if (dll != std::string::npos) {
-            std::string name = line.substr(dll + 10);
-            std::transform(name.begin(), name.end(), name.begin(), ::tolower);
-            imports.insert(name);
-        }
-    }
-    EXPECT_EQ(std::vector<std::string>{"clap_entry"}, exports) << r.output;
-    const std::set<std::string> system = {"kernel32.dll", "msvcrt.dll", "user32.dll", "gdi32.dll", "shell32.dll",
-                                          "advapi32.dll", "ole32.dll", "comctl32.dll", "msimg32.dll"};
-    for (const auto& name : imports) EXPECT_TRUE(system.count(name)) << "imports " << name;
+    EXPECT_EQ(std::vector<std::string>{"clap_entry"}, exportsOf("Kelm.clap"));
 }
 
 TEST_P(ClapWindows, OurHostListsRendersAndMovesState) {
-    const ClapHostRun& h = hostRun(width(), dir());
+    const ClapHostRun& h = hostRun(width(), [this](const std::string& a) { return wine(a); });
     ASSERT_EQ(0, h.result.status) << h.result.output;
     EXPECT_NE(std::string::npos, h.result.output.find("KelmClapHost (" + std::to_string(width()) + "-bit)"));
     EXPECT_NE(std::string::npos, h.result.output.find("plugin kelm.preamp|Kelm Preamp|Tallowbridge Labs|1.0.80"));
@@ -189,20 +142,20 @@ TEST_P(ClapWindows, OurHostListsRendersAndMovesState) {
 }
 
 TEST_P(ClapWindows, KelmCircuitRendersItsStateAsOnLinux) {
-    const ClapHostRun& h = hostRun(width(), dir());
+    const ClapHostRun& h = hostRun(width(), [this](const std::string& a) { return wine(a); });
     ASSERT_EQ(0, h.result.status) << h.result.output;
     const std::vector<float> onLinux = circuitRender(circuitState(), stereoInput()), windows = readFloats(h.circuit);
     ASSERT_EQ(stereoInput().size(), onLinux.size());
     ASSERT_EQ(onLinux.size(), windows.size());
     const double error = relativeError(onLinux, windows);
     std::cout << width() << "-bit Kelm.clap, Kelm Circuit from the Linux Kelm.clap: " << error << " of peak\n";
-    EXPECT_LE(error, tolerance(width()));
+    EXPECT_LE(error, tolerance(emulated()));
     EXPECT_GT(relativeError(std::vector<float>(onLinux.size(), 0.0f), onLinux), 0.0);
     std::remove(h.circuit.c_str());
 }
 
 TEST_P(ClapWindows, RendersEqualKelmRenderAndTheCoreSplitMidBlock) {
-    const ClapHostRun& h = hostRun(width(), dir());
+    const ClapHostRun& h = hostRun(width(), [this](const std::string& a) { return wine(a); });
     ASSERT_EQ(0, h.result.status) << h.result.output;
     const std::vector<float> x = stereoInput();
     const std::string wav = tempPath("clapwin_in.wav"), toolOut = tempPath("clapwin_tool.wav");
@@ -218,8 +171,8 @@ TEST_P(ClapWindows, RendersEqualKelmRenderAndTheCoreSplitMidBlock) {
     const double midError = relativeError(split, midblock);
     std::cout << width() << "-bit Kelm.clap: from kelm render " << eventsError << " of peak, mid-block change from the core "
               << midError << "\n";
-    EXPECT_LE(eventsError, tolerance(width()));
-    EXPECT_LE(midError, tolerance(width()));
+    EXPECT_LE(eventsError, tolerance(emulated()));
+    EXPECT_LE(midError, tolerance(emulated()));
     // Where the change falls is heard: the block's first 200 frames are those without it.
     const std::vector<float> early = renderCore(x, 3 * 512, 0.3f);
     EXPECT_GT(relativeError(early, midblock), 1e-3);

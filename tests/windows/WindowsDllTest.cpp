@@ -1,48 +1,17 @@
 // The Windows DLLs (build-win32/, build-win64/, made by scripts/build-windows.sh) under
 // wine: their exports and imports, our Windows host's checks, output equal to the Linux
 // kelm tool, and resources read from the DLL's own module.
-#include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <map>
-#include <set>
 
-#include "tests/TestUtil.h"
+#include "tests/windows/WindowsBuild.h"
 
 using namespace kelm::test;
 
 namespace {
 
-class WindowsDll : public ::testing::TestWithParam<int> {
-protected:
-    int width() const { return GetParam(); }
-    std::string dir() const { return sourcePath("build-win" + std::to_string(width())); }
-    std::string objdump() const { return width() == 32 ? "i686-w64-mingw32-objdump" : "x86_64-w64-mingw32-objdump"; }
-    // Runs a program of the Windows build under wine, in a prefix of its own.
-    CommandResult wine(const std::string& arguments) const {
-        const std::string loader = width() == 32 ? "/usr/lib/wine/wine" : "/usr/lib/wine/wine64";
-        return run("cd " + dir() + " && WINEDEBUG=-all WINEPREFIX=/tmp/kelm-wine" + std::to_string(width()) + " " +
-                   loader + " " + arguments);
-    }
-};
-
-std::string windowsPath(const std::string& path) { return "Z:" + path; }
-
-bool writeFloats(const std::string& path, const std::vector<float>& x) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return false;
-    const bool ok = std::fwrite(x.data(), sizeof(float), x.size(), f) == x.size();
-    return std::fclose(f) == 0 && ok;
-}
-
-std::vector<float> readFloats(const std::string& path) {
-    const std::string bytes = readText(path);
-    std::vector<float> x(bytes.size() / sizeof(float));
-    std::memcpy(x.data(), bytes.data(), x.size() * sizeof(float));
-    return x;
-}
+using WindowsDll = WindowsBuildTest;
 
 // A document with one WaveConvolver that reads its response from the module's resources.
 std::string convolverDocument(const std::string& response) {
@@ -133,38 +102,8 @@ const HostRun& hostRun(int width, const std::function<CommandResult(const std::s
 } // namespace
 
 TEST_P(WindowsDll, ExportsTheEntryPointsAndImportsOnlySystemDlls) {
-    for (const char* file : {"Kelm.dll", "KelmCircuit.dll"}) {
-        SCOPED_TRACE(file);
-        auto r = run(objdump() + " -p " + dir() + "/" + file);
-        ASSERT_EQ(0, r.status) << r.output;
-        EXPECT_NE(std::string::npos, r.output.find(width() == 32 ? "file format pei-i386" : "file format pei-x86-64"));
-        std::istringstream lines(r.output);
-        std::string line;
-        std::vector<std::string> exports;
-        std::set<std::string> imports;
-        bool inNames = false;
-        while (std::getline(lines, line)) {
-            if (line.find("[Ordinal/Name Pointer] Table") != std::string::npos) {
-                inNames = true;
-                continue;
-            }
-            if (inNames && line.find('[') == std::string::npos) inNames = false;
-            if (inNames) exports.push_back(line.substr(line.find(']') + 2));
-            const size_t dll = line.find("DLL Name: ");
-            if (dll != std::string::npos) {
-                std::string name = line.substr(dll + 10);
-                std::transform(name.begin(), name.end(), name.begin(), ::tolower);
-                imports.insert(name);
-            }
-        }
-        std::sort(exports.begin(), exports.end());
-        EXPECT_EQ((std::vector<std::string>{"VSTPluginMain", "main"}), exports) << r.output;
-        // No runtime DLL of the compiler (libstdc++, libgcc_s, libwinpthread): only Windows' own.
-        const std::set<std::string> system = {"kernel32.dll", "msvcrt.dll", "user32.dll", "gdi32.dll", "shell32.dll",
-                                              "advapi32.dll", "ole32.dll", "comctl32.dll", "msimg32.dll"};
-        EXPECT_TRUE(imports.count("kernel32.dll"));
-        for (const auto& name : imports) EXPECT_TRUE(system.count(name)) << "imports " << name;
-    }
+    for (const char* file : {"Kelm.dll", "KelmCircuit.dll"})
+        EXPECT_EQ((std::vector<std::string>{"VSTPluginMain", "main"}), exportsOf(file)) << file;
 }
 
 TEST_P(WindowsDll, OurWindowsHostPassesItsChecks) {
@@ -181,13 +120,12 @@ TEST_P(WindowsDll, OutputEqualsTheKelmToolOnLinux) {
     ASSERT_EQ(0, h.statuses[1]) << h.outputs[1];
     const std::string wav = tempPath("win_in.wav"), toolOut = tempPath("win_tool.wav");
     writeWav(wav, renderSignal(), 1, 48000);
-    // Where this machine runs 32-bit programs only through qemu (wine32-or-skip.sh), the DLL
-    // sees qemu's CPU, whose reciprocal estimate (rcpss) is exact where a real one has 12
+    // Where this machine runs 32-bit programs only through qemu, the DLL sees qemu's CPU, whose reciprocal estimate (rcpss) is exact where a real one has 12
     // bits. The LU kernels refine that estimate by one Newton step, so their last bits follow
     // the CPU, and the circuit path's Newton iteration, which stops once a step is below
     // 0.5 %, turns them into up to a few 1e-4 of peak. The reference then runs under qemu
     // too, on the same CPU as the DLL; the difference from the native run is reported.
-    const bool emulated = width() == 32 && std::getenv("KELM_I386_EMULATED") != nullptr;
+    const bool emulated = this->emulated();
     double worstOfAll = 0;
     for (const Setting& s : h.settings) {
         const std::string set = " --set Gain=0.8 --set Bass=0.3 --set Treble=0.65 --set CPU=" + s.cpu +
@@ -247,7 +185,7 @@ TEST_P(WindowsDll, WaveConvolverReadsTheDllsOwnResources) {
 TEST_P(WindowsDll, KelmCircuitChunksRenderAsKelmRender) {
     const HostRun& h = hostRun(width(), [this](const std::string& a) { return wine(a); });
     ASSERT_EQ(6u, h.statuses.size()) << h.result.output;
-    const bool emulated = width() == 32 && std::getenv("KELM_I386_EMULATED") != nullptr;
+    const bool emulated = this->emulated();
     const std::string wav = tempPath("win_circuit_in.wav"), toolOut = tempPath("win_circuit_tool.wav");
     writeWav(wav, renderSignal(), 1, 48000);
     for (size_t k = 0; k < h.circuits.size(); ++k) {

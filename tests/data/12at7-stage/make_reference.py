@@ -6,7 +6,7 @@ import os
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from ngspice_tubes import triode, write_reference  # noqa: E402
+from ngspice_tubes import triode, write_beside  # noqa: E402
 
 TITLE = "12AT7 stage, cathode unbypassed"
 OP_NODES = ["P", "K"]
@@ -22,5 +22,4 @@ def body():
 
 
 if __name__ == "__main__":
-    write_reference(os.path.join(os.path.dirname(os.path.abspath(__file__)), "reference.txt"),
-                    TITLE, body(), OP_NODES, OUTPUTS, LEVELS, frames=19200)
+    write_beside(__file__, TITLE, body(), OP_NODES, OUTPUTS, LEVELS)

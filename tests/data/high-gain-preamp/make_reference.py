@@ -6,7 +6,7 @@ import os
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from ngspice_tubes import potentiometer, triode, write_reference  # noqa: E402
+from ngspice_tubes import potentiometer, tone_stack, triode, write_beside  # noqa: E402
 
 TITLE = "four-triode preamp with tone stack"
 OP_NODES = ["P1", "K1", "P2", "K2", "P3", "K3", "K4"]
@@ -23,13 +23,9 @@ def body():
         "Rp2 B P2 100k\nRk2 K2 0 10k\nCk2 K2 0 680n\n" + triode("2", "P2", "G2", "K2", "12AX7") +
         "Cc2 P2 A2 22n\nRa A2 G3 470k\nRb G3 0 470k\n"
         "Rp3 B P3 100k\nRk3 K3 0 820\n" + triode("3", "P3", "G3", "K3", "12AX7") +
-        "Rcf P3 G4 270k\n" + triode("4", "B", "G4", "K4", "12AX7") + "Rk4 K4 0 100k\n"
-        # The tone stack: treble, bass and middle controls, the bass and middle pots as variable resistors.
-        "Ct K4 T1 470p\n" + potentiometer("treble", "T3", "out", "T1", 220e3, 0.5) +
-        "Rslope K4 N 33k\nCb N T3 22n\n" + potentiometer("bass", "T3", "M", "M", 1e6, 0.5) +
-        "Cm N M 22n\n" + potentiometer("mid", "M", "0", "0", 25e3, 0.5) + "Rload out 0 1Meg\n")
+        "Rcf P3 G4 270k\n" + triode("4", "B", "G4", "K4", "12AX7") + "Rk4 K4 0 100k\n" +
+        tone_stack("K4", "out", "470p", 220e3, "33k", "22n", 1e6))
 
 
 if __name__ == "__main__":
-    write_reference(os.path.join(os.path.dirname(os.path.abspath(__file__)), "reference.txt"),
-                    TITLE, body(), OP_NODES, OUTPUTS, LEVELS, frames=19200)
+    write_beside(__file__, TITLE, body(), OP_NODES, OUTPUTS, LEVELS)

@@ -6,7 +6,7 @@ import os
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from ngspice_tubes import potentiometer, triode, write_reference  # noqa: E402
+from ngspice_tubes import potentiometer, triode, write_beside  # noqa: E402
 
 TITLE = "two-stage 12AX7 preamp"
 OP_NODES = ["P1", "K1", "P2", "K2"]
@@ -25,5 +25,4 @@ def body():
 
 
 if __name__ == "__main__":
-    write_reference(os.path.join(os.path.dirname(os.path.abspath(__file__)), "reference.txt"),
-                    TITLE, body(), OP_NODES, OUTPUTS, LEVELS, frames=19200)
+    write_beside(__file__, TITLE, body(), OP_NODES, OUTPUTS, LEVELS)

@@ -2,44 +2,27 @@
 // host) and in a real X11 parent window driven by xdotool (the example list, the Load
 // browser over a folder, the screenshots for the README). The X11 suite needs DISPLAY
 // (ctest runs it through tests/plugin/with-xvfb.sh).
-#include <spawn.h>
-#include <sys/wait.h>
-
-#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "plugin/core/BuiltInExamples.h"
 #include "plugin/editor/CircuitEditor.h"
 #include "plugin/vst2/VST2Editor.h"
 #include "plugin/vst2/circuit/CircuitVST2Effect.h"
 #include "tests/plugin/PngFile.h"
+#include "tests/plugin/Vst2Plugin.h"
 #include "tests/plugin/circuit/CircuitTestUtil.h"
-
-// Last: Xlib's macros (None, Bool) would break the test framework's headers.
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-
-extern char** environ;
+#include "tests/plugin/X11ParentWindow.h"
 
 using namespace kelm;
 using namespace kelm::vst2;
 using namespace kelm::test;
+using namespace kelm::test::vst2host;
 
 namespace {
 
-std::vector<std::pair<VstInt32, VstInt32>> heard;  // (opcode, index) of edits
-
-VstIntPtr KELM_VSTCALLBACK host(AEffect*, VstInt32 opcode, VstInt32 index, VstIntPtr, void*, float) {
-    if (opcode == audioMasterVersion) return 2400;
-    if (opcode == audioMasterAutomate || opcode == audioMasterBeginEdit || opcode == audioMasterEndEdit)
-        heard.emplace_back(opcode, index);
-    return 0;
-}
-
 struct Fixture {
-    CircuitVST2Effect effect{host, std::unique_ptr<CircuitEffect>(new CircuitEffect())};
+    CircuitVST2Effect effect{recordingHost, std::unique_ptr<CircuitEffect>(new CircuitEffect())};
     CircuitEditor& editor = static_cast<CircuitEditor&>(static_cast<vst2::VST2Editor*>(effect.getEditor())->getEditor());
     CircuitEffect& core = effect.getCore();
     VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
@@ -113,15 +96,17 @@ TEST(KelmCircuitEditor, ShowsTheDocumentsControlsAndItsErrors) {
     std::filesystem::remove(path);
 
     // A drag on the Bass knob reaches the host as one gesture.
-    heard.clear();
+    takeCalls();
     const int x = 14 + 12 + 35, y = 78 + 2 + 35;
     f.mouse(MouseEvent::Down, x, y);
     f.mouse(MouseEvent::Move, x, y - 20);
     f.mouse(MouseEvent::Up, x, y - 40);
     EXPECT_NEAR(0.7f, f.core.getParameter(0), 0.011f);
+    const std::vector<HostCall> heard = takeCalls();
     ASSERT_GE(heard.size(), 3u);
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterBeginEdit), VstInt32(0)), heard.front());
-    EXPECT_EQ(std::make_pair(VstInt32(audioMasterEndEdit), VstInt32(0)), heard.back());
+    EXPECT_EQ(audioMasterBeginEdit, heard.front().opcode);
+    EXPECT_EQ(audioMasterEndEdit, heard.back().opcode);
+    for (const HostCall& c : heard) EXPECT_EQ(0, c.index);
 
     // The examples list, and a pick from it.
     f.click(f.editor.examplesButtonArea());
@@ -138,64 +123,26 @@ TEST(KelmCircuitEditor, ShowsTheDocumentsControlsAndItsErrors) {
 namespace {
 
 // A host's window with the effect's editor in it.
-struct X11Host {
-    Display* display = XOpenDisplay(nullptr);
-    Window parent = 0;
+struct X11Host : X11ParentWindow {
     Fixture f;
+    const std::function<void()> idle = [this] { f.call(effEditIdle); };
 
-    X11Host() {
-        if (!display) return;
-        parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, CircuitEditor::kWidth,
-                                     CircuitEditor::kHeight, 0, 0, 0x202020);
-        XSelectInput(display, parent, StructureNotifyMask);
-        XMapWindow(display, parent);
-        for (XEvent e;;) {
-            XNextEvent(display, &e);
-            if (e.type == MapNotify) break;
-        }
-        f.start();
-    }
-    ~X11Host() {
-        f.call(effEditClose);
-        if (display) XCloseDisplay(display);
-    }
-    void* parentHandle() const { return reinterpret_cast<void*>(static_cast<uintptr_t>(parent)); }
-    void idleFor(int milliseconds) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-        while (std::chrono::steady_clock::now() < end) {
-            f.call(effEditIdle);
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-    int xdotool(const std::vector<std::string>& args) {
-        std::vector<std::string> all{"xdotool"};
-        all.insert(all.end(), args.begin(), args.end());
-        std::vector<char*> argv;
-        for (std::string& a : all) argv.push_back(&a[0]);
-        argv.push_back(nullptr);
-        pid_t pid = 0;
-        if (posix_spawnp(&pid, "xdotool", nullptr, nullptr, argv.data(), environ) != 0) return -1;
-        int status = 0;
-        while (waitpid(pid, &status, WNOHANG) == 0) idleFor(10);
-        idleFor(150);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    int clickAt(int x, int y) {
-        const std::string w = std::to_string(parent);
-        return xdotool({"mousemove", "--window", w, std::to_string(x), std::to_string(y), "click", "1"});
-    }
-    int clickAt(const CRect& r) { return clickAt((r.left + r.right) / 2, (r.top + r.bottom) / 2); }
+    X11Host() : X11ParentWindow(CircuitEditor::kWidth, CircuitEditor::kHeight) { f.start(); }
+    ~X11Host() { f.call(effEditClose); }
+    void idleFor(int milliseconds) { X11ParentWindow::idleFor(milliseconds, idle); }
+    int clickAt(int x, int y) { return click(x, y, idle); }
+    int clickAt(const CRect& r) { return click(r, idle); }
     // Scrolls the open list with the wheel until the row that reads `text` shows, and clicks it.
     int clickRow(const std::string& text) {
         const std::vector<std::string> rows = f.editor.listedRows();
         const CRect list = f.editor.listArea();
-        const std::string w = std::to_string(parent);
         for (size_t i = 0; i < rows.size(); ++i) {
             if (rows[i] != text) continue;
             for (int tries = 0; tries < 50 && static_cast<int>(i) >= f.editor.listScroll() + f.editor.listVisibleRows();
                  ++tries)
-                if (xdotool({"mousemove", "--window", w, std::to_string(list.left + 30), std::to_string(list.top + 30),
-                             "click", "5"}) != 0)
+                if (xdotool({"mousemove", "--window", "WINDOW", std::to_string(list.left + 30),
+                             std::to_string(list.top + 30), "click", "5"},
+                            idle) != 0)
                     return -1;
             const int row = static_cast<int>(i) - f.editor.listScroll();
             return clickAt(list.left + 30, list.top + row * f.editor.listRowHeight() + f.editor.listRowHeight() / 2);
@@ -215,31 +162,9 @@ struct X11Host {
         for (int b = 0; b < 188; ++b) f.effect.getAeffect()->processReplacing(f.effect.getAeffect(), i, o, 256);
         idleFor(100);
     }
-    PixelBuffer screenshot() {
-        XSync(display, False);
-        const int w = CircuitEditor::kWidth, h = CircuitEditor::kHeight;
-        XImage* image = XGetImage(display, parent, 0, 0, w, h, AllPlanes, ZPixmap);
-        PixelBuffer out(w, h);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const unsigned long p = XGetPixel(image, x, y);
-                uint8_t* d = out.data() + (static_cast<size_t>(y) * w + x) * 4;
-                d[0] = (p >> 16) & 255;
-                d[1] = (p >> 8) & 255;
-                d[2] = p & 255;
-                d[3] = 255;
-            }
-        XDestroyImage(image);
-        return out;
-    }
+    PixelBuffer screenshot() { return X11ParentWindow::screenshot(CircuitEditor::kWidth, CircuitEditor::kHeight); }
     // How many pixels differ from the window's own rendering.
-    int differsFromOffScreen(const PixelBuffer& shot) {
-        const PixelBuffer& own = f.editor.getFrame()->getBuffer();
-        int differ = 0;
-        for (int y = 0; y < CircuitEditor::kHeight; ++y)
-            for (int x = 0; x < CircuitEditor::kWidth; ++x) differ += (shot.rgba(x, y) | 255) != (own.rgba(x, y) | 255);
-        return differ;
-    }
+    int differsFromOffScreen(const PixelBuffer& shot) { return differingPixels(shot, f.editor.getFrame()->getBuffer()); }
 };
 
 } // namespace
@@ -248,8 +173,8 @@ struct X11Host {
 // screenshots are kept beside the build (circuit-*.png) for the README.
 TEST(KelmCircuitX11, TwoExamplesShowTheirOwnKnobs) {
     X11Host h;
-    ASSERT_TRUE(h.display) << "no X display";
-    ASSERT_EQ(1, h.f.call(effEditOpen, 0, 0, h.parentHandle()));
+    ASSERT_TRUE(h.ready()) << "no X display";
+    ASSERT_EQ(1, h.f.call(effEditOpen, 0, 0, h.handle()));
     h.idleFor(200);
 
     ASSERT_EQ(0, h.clickAt(h.f.editor.examplesButtonArea()));
@@ -284,8 +209,8 @@ TEST(KelmCircuitX11, TwoExamplesShowTheirOwnKnobs) {
 // .cir and .net files only; a click on a file loads it.
 TEST(KelmCircuitX11, TheLoadBrowserListsAFolderAndLoadsAFile) {
     X11Host h;
-    ASSERT_TRUE(h.display) << "no X display";
-    ASSERT_EQ(1, h.f.call(effEditOpen, 0, 0, h.parentHandle()));
+    ASSERT_TRUE(h.ready()) << "no X display";
+    ASSERT_EQ(1, h.f.call(effEditOpen, 0, 0, h.handle()));
     h.f.core.loadFile(sourcePath("examples/triode-stage.xml"));
     h.waitForLoad();
     ASSERT_EQ(0, h.clickAt(h.f.editor.loadButtonArea()));

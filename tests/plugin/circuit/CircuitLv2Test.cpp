@@ -7,9 +7,9 @@
 
 #include <lv2/atom/atom.h>
 #include <lv2/state/state.h>
-#include <lv2/urid/urid.h>
 
 #include "plugin/core/CircuitState.h"
+#include "tests/plugin/Lv2Urids.h"
 #include "tests/plugin/circuit/CircuitTestUtil.h"
 
 #ifdef KELM_HAVE_LILV
@@ -24,12 +24,6 @@ namespace {
 
 const std::string kBundle = KELM_LV2_BUNDLE;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const bool kSanitized = true;  // the LV2 tools cannot load a sanitized plug-in
-#else
-const bool kSanitized = false;
-#endif
-
 } // namespace
 
 TEST(KelmCircuitLv2, TheBundleDescribesBothPluginsWithoutErrors) {
@@ -40,7 +34,7 @@ TEST(KelmCircuitLv2, TheBundleDescribesBothPluginsWithoutErrors) {
     const std::string manifest = readText(kBundle + "/manifest.ttl");
     EXPECT_NE(std::string::npos, manifest.find("<urn:kelm:circuit>"));
     EXPECT_NE(std::string::npos, manifest.find("<urn:kelm:preamp>"));
-    if (kSanitized) return;
+    KELM_SKIP_IN_SANITIZED_BUILD();
     const std::string dir = kBundle.substr(0, kBundle.rfind('/'));
     const CommandResult info = run("LV2_PATH=" + dir + ":/usr/lib/lv2 lv2info urn:kelm:circuit");
     ASSERT_EQ(0, info.status) << info.output;
@@ -53,30 +47,10 @@ TEST(KelmCircuitLv2, TheBundleDescribesBothPluginsWithoutErrors) {
 
 namespace {
 
-// A URID map and unmap of the host's.
-struct Urids {
-    std::map<std::string, LV2_URID> ids;
-    std::vector<std::string> uris;
-    LV2_URID_Map map{this, [](LV2_URID_Map_Handle h, const char* uri) -> LV2_URID {
-                         Urids& u = *static_cast<Urids*>(h);
-                         auto it = u.ids.find(uri);
-                         if (it != u.ids.end()) return it->second;
-                         u.uris.push_back(uri);
-                         return u.ids[uri] = static_cast<LV2_URID>(u.uris.size());
-                     }};
-    LV2_URID_Unmap unmap{this, [](LV2_URID_Unmap_Handle h, LV2_URID id) -> const char* {
-                             Urids& u = *static_cast<Urids*>(h);
-                             return id >= 1 && id <= u.uris.size() ? u.uris[id - 1].c_str() : nullptr;
-                         }};
-    LV2_Feature mapFeature{LV2_URID__map, &map};
-    LV2_Feature unmapFeature{LV2_URID__unmap, &unmap};
-    const LV2_Feature* features[3] = {&mapFeature, &unmapFeature, nullptr};
-};
-
 // One instance with its ports: 4 audio, 20 controls by symbol.
 struct Host {
     LilvWorld* world = lilv_world_new();
-    Urids urids;
+    Lv2Urids urids;
     const LilvPlugin* plugin = nullptr;
     Host() {
         const std::string dir = kBundle.substr(0, kBundle.rfind('/'));
@@ -116,8 +90,8 @@ struct Instance {
         struct Source {
             const std::string& text;
             LV2_URID key, type;
-        } source{state, host.urids.map.map(&host.urids, "urn:kelm:circuit#state"),
-                 host.urids.map.map(&host.urids, LV2_ATOM__String)};
+        } source{state, host.urids.id("urn:kelm:circuit#state"),
+                 host.urids.id(LV2_ATOM__String)};
         auto retrieve = [](LV2_State_Handle h, uint32_t key, size_t* size, uint32_t* type, uint32_t* flags) -> const void* {
             const Source& s = *static_cast<const Source*>(h);
             if (key != s.key) return nullptr;
@@ -148,7 +122,7 @@ const void* portValue(const char* symbol, void* user, uint32_t* size, uint32_t* 
     auto it = i.bySymbol.find(symbol);
     if (it == i.bySymbol.end()) return nullptr;
     *size = sizeof(float);
-    *type = i.host.urids.map.map(&i.host.urids, LV2_ATOM__Float);
+    *type = i.host.urids.id(LV2_ATOM__Float);
     return &i.controls[it->second];
 }
 
@@ -163,7 +137,7 @@ void setPortValue(const char* symbol, void* user, const void* value, uint32_t si
 // Save through lilv (to a string, as a session file holds it), restore into a new
 // instance: the same document, values and samples, without the file.
 TEST(KelmCircuitLv2, StateRoundTripThroughLilvGivesTheSameSamples) {
-    if (kSanitized) GTEST_SKIP() << "lilv cannot load a sanitized plug-in";
+    KELM_SKIP_IN_SANITIZED_BUILD();
     Host host;
     ASSERT_NE(nullptr, host.plugin);
     const auto in = testSignal(24000, 48000);

@@ -1,18 +1,14 @@
 // KelmCircuit.so as a host sees it (loaded with dlopen, driven through the dispatcher): its
 // identity, chunks that hold a document rendering as `kelm render --system` does, a chunk
 // read back giving the same samples in a new instance, and the host told of new names.
-#include <dlfcn.h>
-
-#include <atomic>
-#include <cstring>
-
-#include "plugin/vst2/aeffect.h"
+#include "tests/plugin/Vst2Plugin.h"
 #include "tests/plugin/circuit/CircuitTestUtil.h"
 
 using namespace kelm;
 using namespace kelm::vst2;
 using namespace kelm::test;
 using namespace kelm::test::circuit;
+using namespace kelm::test::vst2host;
 
 namespace {
 
@@ -24,8 +20,6 @@ VstIntPtr KELM_VSTCALLBACK host(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, 
     return 0;
 }
 
-typedef AEffect* (*Entry)(AudioMasterCallback);
-
 Entry entry() {
     static Entry e = [] {
         void* handle = dlopen(KELM_CIRCUIT_VST2_PATH, RTLD_NOW | RTLD_LOCAL);
@@ -34,33 +28,8 @@ Entry entry() {
     return e;
 }
 
-struct Plugin {
-    AEffect* e = entry() ? entry()(host) : nullptr;
-    ~Plugin() {
-        if (e) call(effClose);
-    }
-    VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
-        return e->dispatcher(e, op, index, value, ptr, opt);
-    }
-    std::string text(VstInt32 op, VstInt32 index = 0) {
-        char buf[256] = {0};
-        call(op, index, 0, buf);
-        return buf;
-    }
-    // As hosts restore a session: the chunk while suspended, then the settings, then resume.
-    void restore(const std::string& chunk, float rate, int block) {
-        call(effOpen);
-        call(effMainsChanged, 0, 0);
-        ASSERT_EQ(1, call(effSetChunk, 0, static_cast<VstIntPtr>(chunk.size()), const_cast<char*>(chunk.data())));
-        call(effSetSampleRate, 0, 0, nullptr, rate);
-        call(effSetBlockSize, 0, block);
-        call(effMainsChanged, 0, 1);
-    }
-    std::string chunk() {
-        void* data = nullptr;
-        const VstIntPtr size = call(effGetChunk, 0, 0, &data);
-        return std::string(static_cast<const char*>(data), static_cast<size_t>(size));
-    }
+struct CircuitPlugin : Plugin {
+    CircuitPlugin() : Plugin(host, entry()) {}
     std::vector<std::vector<float>> render(const std::vector<std::vector<float>>& in, int block) {
         const size_t frames = in[0].size();
         std::vector<std::vector<float>> out(2, std::vector<float>(frames));
@@ -78,7 +47,7 @@ struct Plugin {
 
 TEST(KelmCircuitVst2, IsItsOwnPluginWithTwentyParametersAndChunks) {
     ASSERT_NE(nullptr, entry()) << dlerror();
-    Plugin p;
+    CircuitPlugin p;
     ASSERT_NE(nullptr, p.e);
     EXPECT_EQ(kEffectMagic, p.e->magic);
     EXPECT_EQ(0x6b636972, p.e->uniqueID);  // 'kcir', not the preamp's 'q8yf'
@@ -106,8 +75,8 @@ TEST(KelmCircuitVst2, AChunkWithADocumentRendersAsKelmRender) {
     for (const char* file : {"examples/triode-stage.xml", "examples/fuzz-face.xml", "tests/data/netlist/tonestack.cir"}) {
         SCOPED_TRACE(file);
         const std::string text = readText(sourcePath(file));
-        Plugin p;
-        p.restore(text, 48000, 512);
+        CircuitPlugin p;
+        ASSERT_TRUE(p.restore(text, 48000, 512));
         const auto got = p.render(in, 512);
         const auto left = kelmRenderSystem(sourcePath(file), in[0], 512);
         const auto right = kelmRenderSystem(sourcePath(file), in[1], 512);
@@ -122,8 +91,8 @@ TEST(KelmCircuitVst2, AChunkWithADocumentRendersAsKelmRender) {
 // the host hears of the new parameter names.
 TEST(KelmCircuitVst2, AChunkReadBackGivesTheSameSamplesInANewInstance) {
     const auto in = testSignal(24000, 44100);
-    Plugin a;
-    a.restore(readText(sourcePath("examples/baxandall.xml")), 44100, 256);
+    CircuitPlugin a;
+    ASSERT_TRUE(a.restore(readText(sourcePath("examples/baxandall.xml")), 44100, 256));
     EXPECT_EQ("Bass", a.text(effGetParamName, 0));
     EXPECT_EQ("-", a.text(effGetParamName, 2));
     a.e->setParameter(a.e, 0, 0.85f);
@@ -134,9 +103,9 @@ TEST(KelmCircuitVst2, AChunkReadBackGivesTheSameSamplesInANewInstance) {
     a.call(effMainsChanged, 0, 1);
     const auto first = a.render(in, 256);
 
-    Plugin b;
+    CircuitPlugin b;
     displayUpdates = 0;
-    b.restore(chunk, 44100, 256);
+    ASSERT_TRUE(b.restore(chunk, 44100, 256));
     EXPECT_GE(displayUpdates.load(), 1);
     EXPECT_EQ("Bass", b.text(effGetParamName, 0));
     EXPECT_EQ("Treble", b.text(effGetParamName, 1));

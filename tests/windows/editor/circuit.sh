@@ -1,25 +1,13 @@
 #!/usr/bin/env bash
-# Kelm Circuit's window from the Windows DLL under wine, on the display in DISPLAY (an Xvfb
-# of tests/plugin/with-xvfb.sh): our host window opens it, xdotool picks two examples from
-# its list, and a screenshot is taken after each; the host's report must name the second
+# Kelm Circuit's window from the Windows DLL under wine: our host window opens it, xdotool
+# picks two examples from its list, and a screenshot is taken after each; the host's report must name the second
 # example's controls. Load then opens the system's open-file dialog, which Escape closes.
 # The screenshots go to OUT-1.png, OUT-2.png and (the dialog) OUT-3.png.
 #   circuit.sh DIR_WITH_KelmCircuit.dll_AND_EditorHost.exe OUT
 set -euo pipefail
-dir=$1
 out=$2
-export WINEDEBUG=-all
-export WINEPREFIX=${WINEPREFIX:-/tmp/kelm-wine64}
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-/usr/lib/wine/wine64 "$dir/EditorHost.exe" "$dir/KelmCircuit.dll" 30 >"$log" 2>&1 &
-host=$!
-for _ in $(seq 600); do
-  grep -q '^rect' "$log" && break
-  kill -0 $host 2>/dev/null || break
-  sleep 0.2
-done
-grep -q '^rect' "$log" || { echo "FAIL: the host did not open the editor:"; cat "$log"; exit 1; }
+source "$(dirname "$0")/common.sh"
+start_host "$1" EditorHost.exe KelmCircuit.dll 30
 sleep 2
 # The Examples button, then the example's row of the list (rows of 21 pixels from y = 102, eight
 # of them shown), in the order of the examples' file names as the plug-in compiles them in.
@@ -42,8 +30,7 @@ xdotool mousemove --sync 518 24 click 1
 sleep 4
 import -window root -crop 780x480+0+0 +repage "$out-3.png"
 xdotool key Escape
-wait $host || { echo "host failed:"; cat "$log"; exit 1; }
-cat "$log"
+finish_host
 tr -d '\r' <"$log" | awk '
   /^rect/ { opened = ($2 == "780x480" && $4 == 1 && $6 == 1) }
   /^names/ { names = $2 }

@@ -1,44 +1,15 @@
 #!/usr/bin/env bash
-# The editor of the Windows DLL under wine, on the display in DISPLAY (an Xvfb of
-# tests/plugin/with-xvfb.sh): our host window opens it, xdotool drags the Gain knob
-# up by 40 pixels and clicks the CPU switch, and the host's report must show both
-# changes. A screenshot of the window goes to OUT.png; given the Linux window's
-# screenshot in the same state, the two must agree in every pixel.
+# The editor of the Windows DLL under wine: our host window opens it, xdotool drags the Gain
+# knob up by 40 pixels and clicks the CPU switch, and the host's report must show both
+# changes. A screenshot of the window goes to OUT.png; given the Linux window's screenshot in
+# the same state, the two must agree in every pixel.
 #   run.sh DIR_WITH_Kelm.dll_AND_EditorHost.exe OUT.png [LINUX.png]
 set -euo pipefail
-dir=$1
-shot=$2
-reference=${3:-}
-export WINEDEBUG=-all
-export WINEPREFIX=${WINEPREFIX:-/tmp/kelm-wine64}
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-/usr/lib/wine/wine64 "$dir/EditorHost.exe" "$dir/Kelm.dll" 25 >"$log" 2>&1 &
-host=$!
-# The host prints its first line once the editor is open (a new wine prefix takes a while).
-for _ in $(seq 600); do
-  grep -q '^rect' "$log" && break
-  kill -0 $host 2>/dev/null || break
-  sleep 0.2
-done
-grep -q '^rect' "$log" || { echo "FAIL: the host did not open the editor:"; cat "$log"; exit 1; }
-# The first idle calls paint the window; on a busy machine that may take seconds, so the
-# screenshot is taken again until it matches, for up to 15 s (the host stays 25 s).
-for _ in $(seq 30); do
-  sleep 0.5
-  import -window root -crop 730x340+0+0 +repage "$shot"
-  [ -n "$reference" ] || break
-  differ=$(compare -metric AE "$shot" "$reference" null: 2>&1 || true)
-  [ "$differ" = "0" ] && break
-done
-if [ -n "$reference" ] && [ "$differ" != "0" ]; then
-  echo "FAIL: the window differs from Linux's in $differ pixels"; kill $host; exit 1
-fi
-xdotool mousemove --sync 168 227 mousedown 1 mousemove --sync 168 207 mousemove --sync 168 187 mouseup 1
-sleep 0.5
-xdotool mousemove --sync 380 226 click 1
-wait $host || { echo "host failed:"; cat "$log"; exit 1; }
-cat "$log"
+source "$(dirname "$0")/common.sh"
+start_host "$1" EditorHost.exe Kelm.dll 25
+shoot "$2" 730x340 "${3:-}"
+drag_gain_click_cpu
+finish_host
 tr -d '\r' <"$log" | awk '
   /^rect/ { opened = ($2 == "730x340" && $4 == 1 && $6 == 1) }
   /^gain/ { gain = $2; cpu = $4; automate = $6; begin = $8; end_ = $10; closed = $12 }

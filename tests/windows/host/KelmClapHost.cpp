@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "tests/clap/ClapTestHost.h"
+#include "tests/windows/FloatFiles.h"
 
 using namespace kelm::test;
 
@@ -30,24 +31,10 @@ void check(bool ok, const std::string& what) {
     if (!ok) ++failures;
 }
 
-bool readFloats(const char* path, std::vector<float>& x) {
-    FILE* f = std::fopen(path, "rb");
-    if (!f) return false;
-    float v;
-    while (std::fread(&v, sizeof v, 1, f) == 1) x.push_back(v);
-    std::fclose(f);
-    return true;
-}
-
 bool writeStereo(const std::string& path, const std::vector<float>& l, const std::vector<float>& r) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return false;
-    bool ok = true;
-    for (size_t i = 0; i < l.size(); ++i) {
-        const float frame[2] = {l[i], r[i]};
-        ok = ok && std::fwrite(frame, sizeof frame, 1, f) == 1;
-    }
-    return std::fclose(f) == 0 && ok;
+    std::vector<float> frames;
+    for (size_t i = 0; i < l.size(); ++i) frames.insert(frames.end(), {l[i], r[i]});
+    return writeFloats(path, frames);
 }
 
 // Gain 0.8, Bass 0.3, Treble 0.65, CPU 0 (the circuit path), Oversampling 4x.

@@ -26,9 +26,22 @@
 #include <string>
 #include <vector>
 
-#include "plugin/vst2/aeffect.h"
+#include "tests/plugin/Vst2Plugin.h"
+#include "tests/windows/FloatFiles.h"
 
 using namespace kelm::vst2;
+using namespace kelm::test;
+using namespace kelm::test::vst2host;
+
+static Module* loaded = nullptr;
+
+namespace kelm {
+namespace test {
+namespace vst2host {
+Module& module() { return *loaded; }
+} // namespace vst2host
+} // namespace test
+} // namespace kelm
 
 static_assert(sizeof(AEffect) == (sizeof(void*) == 8 ? 192 : 144), "AEffect layout of the VST 2 interface");
 
@@ -45,106 +58,12 @@ void check(bool ok, const std::string& what) {
     }
 }
 
-int pinAnswer = 0;  // the answer to audioMasterPinConnected (0 means connected)
-
-VstIntPtr KELM_VSTCALLBACK hostCallback(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
-    switch (opcode) {
-    case audioMasterVersion:
-        return 2400;
-    case audioMasterPinConnected:
-        return pinAnswer;
-    default:
-        return 0;
-    }
-}
-
-VstIntPtr KELM_VSTCALLBACK silentHost(AEffect*, VstInt32, VstInt32, VstIntPtr, void*, float) { return 0; }
-
-typedef AEffect*(KELM_VSTCALLBACK* Entry)(AudioMasterCallback);
-
-struct Module {
-    HMODULE handle = nullptr;
-    Entry entry = nullptr;
-    Entry mainEntry = nullptr;
-    explicit Module(const char* path) {
-        handle = LoadLibraryA(path);
-        if (!handle) return;
-        entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(handle, "VSTPluginMain")));
-        mainEntry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(handle, "main")));
-    }
-    ~Module() {
-        if (handle) FreeLibrary(handle);
-    }
-};
-
-Module* module = nullptr;
-
-struct Plugin {
-    AEffect* e;
-    Plugin() : e(module->entry(hostCallback)) {}
-    ~Plugin() {
-        if (e) e->dispatcher(e, effClose, 0, 0, nullptr, 0);
-    }
-    VstIntPtr call(VstInt32 op, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0) {
-        return e->dispatcher(e, op, index, value, ptr, opt);
-    }
-    std::string text(VstInt32 op, VstInt32 index = 0) {
-        char buf[256];
-        std::memset(buf, 'X', sizeof buf);
-        buf[255] = 0;
-        call(op, index, 0, buf);
-        return buf;
-    }
-    void start(float rate, int block) {
-        call(effOpen);
-        call(effSetSampleRate, 0, 0, nullptr, rate);
-        call(effSetBlockSize, 0, block);
-        call(effMainsChanged, 0, 1);
-    }
-};
-
-// Renders x (interleaved, `channels` of them) through a fresh plug-in in blocks whose
-// sizes come from `next`; returns two interleaved output channels.
-template <typename NextBlock>
-std::vector<float> render(const std::vector<float>& x, int channels, int maxBlock, NextBlock next,
-                          const std::vector<std::pair<int, float>>& params) {
-    Plugin p;
-    for (auto& kv : params) p.e->setParameter(p.e, kv.first, kv.second);
-    p.start(48000, maxBlock);
-    const size_t frames = x.size() / channels;
-    std::vector<float> l(maxBlock), r(maxBlock), ol(maxBlock), orr(maxBlock), out;
-    out.reserve(frames * 2);
-    for (size_t at = 0; at < frames;) {
-        const int n = static_cast<int>(std::min<size_t>(static_cast<size_t>(next()), frames - at));
-        for (int i = 0; i < n; ++i) {
-            l[i] = x[(at + i) * channels];
-            r[i] = x[(at + i) * channels + channels - 1];
-        }
-        float* in[2] = {l.data(), channels == 1 ? nullptr : r.data()};
-        float* o[2] = {ol.data(), orr.data()};
-        p.e->processReplacing(p.e, in, o, n);
-        for (int i = 0; i < n; ++i) {
-            out.push_back(ol[i]);
-            out.push_back(orr[i]);
-        }
-        at += n;
-    }
-    return out;
-}
-
-std::vector<float> testSignal(size_t n) {
-    std::vector<float> x(n);
-    for (size_t i = 0; i < n; ++i)
-        x[i] = static_cast<float>(0.3 * std::sin(2 * M_PI * 220 * i / 48000) + 0.1 * std::sin(2 * M_PI * 3300 * i / 48000));
-    return x;
-}
-
 void checkIdentity() {
-    check(module->entry != nullptr, "VSTPluginMain is exported");
-    check(module->mainEntry != nullptr, "main is exported");
-    if (!module->entry || !module->mainEntry) return;
-    check(module->entry(silentHost) == nullptr, "a host without a version gets no effect");
-    check(module->mainEntry(reinterpret_cast<AudioMasterCallback>(static_cast<uintptr_t>(1))) == nullptr,
+    check(module().entry != nullptr, "VSTPluginMain is exported");
+    check(module().mainEntry != nullptr, "main is exported");
+    if (!module().entry || !module().mainEntry) return;
+    check(module().entry(silentHost) == nullptr, "a host without a version gets no effect");
+    check(module().mainEntry(reinterpret_cast<AudioMasterCallback>(static_cast<uintptr_t>(1))) == nullptr,
           "main started as a program creates nothing");
     Plugin p;
     check(p.e != nullptr, "VSTPluginMain creates the effect");
@@ -266,26 +185,9 @@ void checkBlockSizes() {
     check(fixed == varying, "blocks of varying size give the same output");
 }
 
-bool readFloats(const char* path, std::vector<float>& x) {
-    FILE* f = std::fopen(path, "rb");
-    if (!f) return false;
-    float buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, sizeof(float), 4096, f)) > 0) x.insert(x.end(), buffer, buffer + n);
-    std::fclose(f);
-    return true;
-}
-
-bool writeFloats(const char* path, const std::vector<float>& x) {
-    FILE* f = std::fopen(path, "wb");
-    if (!f) return false;
-    const bool ok = std::fwrite(x.data(), sizeof(float), x.size(), f) == x.size();
-    return std::fclose(f) == 0 && ok;
-}
-
 int checkCommand(int, char** argv) {
     Module m(argv[2]);
-    module = &m;
+    loaded = &m;
     if (!m.handle) {
         std::printf("FAIL: LoadLibrary(%s): error %lu\n", argv[2], GetLastError());
         return 1;
@@ -304,7 +206,7 @@ int checkCommand(int, char** argv) {
 int renderCommand(int argc, char** argv) {
     if (argc < 7) return 1;
     Module m(argv[2]);
-    module = &m;
+    loaded = &m;
     if (!m.entry) {
         std::printf("cannot load %s\n", argv[2]);
         return 1;
@@ -343,13 +245,7 @@ bool readBytes(const char* path, std::string& text) {
 // settings, resume; then the mono input in blocks. Returns the two outputs interleaved.
 std::vector<float> renderChunk(const std::string& chunk, const std::vector<float>& x, int block, std::string* readBack) {
     Plugin p;
-    p.call(effOpen);
-    p.call(effMainsChanged, 0, 0);
-    check(p.call(effSetChunk, 0, static_cast<VstIntPtr>(chunk.size()), const_cast<char*>(chunk.data())) == 1,
-          "the chunk is taken");
-    p.call(effSetSampleRate, 0, 0, nullptr, 48000);
-    p.call(effSetBlockSize, 0, block);
-    p.call(effMainsChanged, 0, 1);
+    check(p.restore(chunk, 48000, block), "the chunk is taken");
     std::vector<float> l(block), ol(block), orr(block), out;
     for (size_t at = 0; at < x.size(); at += block) {
         const int n = static_cast<int>(std::min<size_t>(block, x.size() - at));
@@ -363,17 +259,15 @@ std::vector<float> renderChunk(const std::string& chunk, const std::vector<float
         }
     }
     if (readBack) {
-        void* data = nullptr;
-        const VstIntPtr size = p.call(effGetChunk, 0, 0, &data);
-        check(size > 0 && data, "effGetChunk gives the state");
-        if (size > 0 && data) readBack->assign(static_cast<const char*>(data), static_cast<size_t>(size));
+        *readBack = p.chunk();
+        check(!readBack->empty(), "effGetChunk gives the state");
     }
     return out;
 }
 
 int circuitCommand(int, char** argv) {
     Module m(argv[2]);
-    module = &m;
+    loaded = &m;
     if (!m.entry) {
         std::printf("FAIL: cannot load %s\n", argv[2]);
         return 1;
