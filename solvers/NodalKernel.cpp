@@ -984,8 +984,11 @@ void NodalKernel::chooseLoops() {
         loop = P == 0 && G == 0 ? Loops::linear<0, 0, 0>(S, K, O) : nullptr;
         if (!loop) loop = Loops::pick<1, 2>(R, Z);
         portStep = &NodalKernel::iterate;
-        // Up to eight ports and two forced outputs: the iteration with the sizes known.
+        // Up to eight ports and two forced outputs, and ten or twelve ports without forced
+        // outputs: the iteration with the sizes known.
         if (P <= 8 && Q <= P + 2) portStep = Loops::port<1, 1>(P, Q);
+        if (P == 10 && Q == 10) portStep = &NodalKernel::iterateSized<10, 10>;
+        if (P == 12 && Q == 12) portStep = &NodalKernel::iterateSized<12, 12>;
 #if defined(__SSE2__)
         if (P == 0 && G == 0) twinLoop = Loops::linearTwin<0, 0, 0>(S, K, O);
 #endif

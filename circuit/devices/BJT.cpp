@@ -148,6 +148,15 @@ void BJT::charges(const double* v, double* q) const {
     // device was last evaluated at: the charges are taken no further than a step from there.
     const double vbe = Junction::limit(sign * v[0], lastVbe, vt, vcrit);
     const double vbc = Junction::limit(sign * (v[0] - v[1]), lastVbc, vt, vcrit);
+    // Within a small step of the iteration's last evaluation, along its tangent (as the
+    // diode's charge).
+    const double dbe = vbe - point.vbe, dbc = vbc - point.vbc;
+    const double reach = kTangentReach * vt;
+    if (point.charged && std::fabs(dbe) <= reach && std::fabs(dbc) <= reach) {
+        q[0] = point.qe + point.qeVbe * dbe + point.qeVbc * dbc;
+        q[1] = point.qc + point.qcVbc * dbc;
+        return;
+    }
     const Point& p = at(vbe, vbc, true);
     q[0] = p.qe;
     q[1] = p.qc;

@@ -65,7 +65,16 @@ void Diode::derive() {
 void Diode::charges(const double* v, double* q) const {
     // A solution whose iteration stopped short may leave the junction far beyond the point it
     // was last evaluated at: the charge is taken no further than a step from there.
-    q[0] = at(Junction::limit(v[0], last, nvt, vcrit), true).q;
+    const double vd = Junction::limit(v[0], last, nvt, vcrit);
+    // The solution is a step within the solver's tolerance from where the iteration last
+    // evaluated the junction: there the charge follows the tangent of that evaluation, off
+    // from the curve by (dv / nvt)^2 / 2 of the step's own change at most.
+    const double dv = vd - point.v;
+    if (point.charged && std::fabs(dv) <= kTangentReach * nvt) {
+        q[0] = point.q + (point.c + tt * point.g) * dv;
+        return;
+    }
+    q[0] = at(vd, true).q;
 }
 
 const Diode::Point& Diode::compute(double vd, bool withCharge) const {
