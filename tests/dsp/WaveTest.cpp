@@ -226,7 +226,7 @@ TEST(DspWave, ResamplerQualityAndResponsesAtAnotherRate) {
         EXPECT_NEAR(1000, pitch, 0.5) << odd;
         EXPECT_NEAR(odd / 48000, strongest, 0.01 * odd / 48000) << odd;
     }
-    for (const std::pair<size_t, double> bad : {std::make_pair(size_t(3), 0.0), std::make_pair(size_t(48000), 1.0),
+    for (const std::pair<size_t, double>& bad : {std::make_pair(size_t(3), 0.0), std::make_pair(size_t(48000), 1.0),
                                                 std::make_pair(size_t(13), 1.0), std::make_pair(size_t(4000), 999.0)})
         EXPECT_EQ("WaveConvolver: cannot resample " + std::to_string(bad.first) + " samples from " +
                       std::to_string(static_cast<int>(bad.second)) + " Hz to 48000 Hz",
