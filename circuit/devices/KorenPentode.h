@@ -13,8 +13,9 @@ namespace kelm {
 //   Ip = 2 atan(Vpk / Kvb) E1^Ex / Kg1               (0 with the screen at the cathode)
 //   Is = (Vsk/mu + Vgk)^1.5 / Kg2                    (0 where that base is not positive)
 //
-// The slopes of Ip by Vgk and by Vsk scale with Ip at Vpk and Vsk exchanged, not with Ip
-// itself, as NKPentodeAnodeCurrent gives them: the port iteration has always run with these.
+// The slopes are the law's own derivatives, so that the port iteration takes Newton's steps.
+// (NKPentodeAnodeCurrent, for the general iteration, scales the slopes by Vgk and by Vsk with
+// Ip at Vpk and Vsk exchanged; the currents are the same.)
 class KorenPentode {
 public:
     struct Currents {
@@ -49,12 +50,8 @@ public:
         c.ip = fastAtan(x) * power;
         c.ipVpk = power * invKvb / (x * x + 1);
         if (!(E1 > 0)) return;  // e underflowed far below cut-off: no current, no slope
-        double exchanged = 0;
-        if (vpk > 0) {
-            double share2, L2;
-            exchanged = fastAtan(vsk * invKvb) * fastPow(firstGrid(vgk, vpk, share2, L2), Ex) * twoOverKg1;
-        }
-        const double scale = Ex * exchanged / E1;
+        // d(E1^Ex) = Ex Ip / E1 dE1, with dE1/dVgk = share and dE1/dVsk = L / Kp - share Vgk / Vsk.
+        const double scale = Ex * c.ip / E1;
         c.ipVgk = scale * share;
         c.ipVsk = (L * invKp - vgk * share / vsk) * scale;
     }

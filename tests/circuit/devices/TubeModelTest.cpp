@@ -248,19 +248,33 @@ TEST(SolversTubeModels, PentodePortsAgreeWithTheSeparateCurrents) {
                     law.evaluate(vg, vp, vs, c);
                     const ScalarVector a = *anode.derivatives(vg, vp, vs);
                     const ScalarVector s = *screen.derivatives(vg, vp, vs);
-                    const double expected[] = {anode.current(vg, vp, vs), a[0], a[1], a[2],
-                                               screen.current(vg, vp, vs), s[0], s[2]};
-                    const double actual[] = {c.ip, c.ipVgk, c.ipVpk, c.ipVsk, c.is, c.isVgk, c.isVsk};
-                    for (int k = 0; k < 7; ++k)
+                    const double expected[] = {anode.current(vg, vp, vs), a[1], screen.current(vg, vp, vs), s[0], s[2]};
+                    const double actual[] = {c.ip, c.ipVpk, c.is, c.isVgk, c.isVsk};
+                    for (int k = 0; k < 5; ++k)
                         EXPECT_PRED2(near, expected[k], actual[k])
                             << type.first << " vg=" << vg << " vp=" << vp << " vs=" << vs << " number " << k;
+                    // The plate current's slopes by grid and screen are its own derivatives
+                    // (central differences; the separate model's are not).
+                    if (vs > 1 && vp > 1) {
+                        const double h = 1e-4;
+                        KorenPentode::Currents up, down;
+                        law.evaluate(vg + h, vp, vs, up);
+                        law.evaluate(vg - h, vp, vs, down);
+                        EXPECT_NEAR((up.ip - down.ip) / (2 * h), c.ipVgk, 1e-6 * std::fabs(c.ipVgk) + 1e-12)
+                            << type.first << " vg=" << vg << " vp=" << vp << " vs=" << vs;
+                        law.evaluate(vg, vp, vs + h, up);
+                        law.evaluate(vg, vp, vs - h, down);
+                        EXPECT_NEAR((up.ip - down.ip) / (2 * h), c.ipVsk, 1e-6 * std::fabs(c.ipVsk) + 1e-12)
+                            << type.first << " vg=" << vg << " vp=" << vp << " vs=" << vs;
+                    }
                     conducting += c.ip > 1e-4;
                 }
             }
         }
     }
     EXPECT_GT(conducting, 50);
-    // Through the device: the ports against the general stamp at one point of a fresh tube.
+    // Through the device: the ports against the general stamp at one point of a fresh tube (the
+    // plate row by grid and screen aside: those slopes differ, as above).
     auto* p = new Pentode();
     auto ctx = contextWith(p, {"P", "S", "G", "K"}, {{"Type", "EF86"}});
     auto* q = new Pentode();
@@ -275,5 +289,8 @@ TEST(SolversTubeModels, PentodePortsAgreeWithTheSeparateCurrents) {
     // Port order grid, plate, screen; the stamp's rows and columns are P, S, G, K.
     const int row[] = {2, 0, 1};
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) EXPECT_PRED2(near, j[row[r]][row[c]], di[r * 3 + c]) << r << c;
+        for (int c = 0; c < 3; ++c)
+            if (r != 1 || c == 1) {
+                EXPECT_PRED2(near, j[row[r]][row[c]], di[r * 3 + c]) << r << c;
+            }
 }
