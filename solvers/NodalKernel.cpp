@@ -674,6 +674,19 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
             const double d1 = (jj[0] * r[1] - jj[1] * r[0]) / det;
             r[0] = d0;
             r[1] = d1;
+        } else if (Pn == 3) {
+            // By cofactors, J by columns: [j0 j3 j6; j1 j4 j7; j2 j5 j8]. No pivots to search,
+            // and the three divisions side by side.
+            const double c0 = jj[4] * jj[8] - jj[7] * jj[5], c1 = jj[7] * jj[2] - jj[1] * jj[8],
+                         c2 = jj[1] * jj[5] - jj[4] * jj[2];
+            const double det = jj[0] * c0 + jj[3] * c1 + jj[6] * c2;
+            solved = std::fabs(det) > 0 && std::isfinite(det);
+            const double d0 = (c0 * r[0] + (jj[6] * jj[5] - jj[3] * jj[8]) * r[1] + (jj[3] * jj[7] - jj[6] * jj[4]) * r[2]) / det;
+            const double d1 = (c1 * r[0] + (jj[0] * jj[8] - jj[6] * jj[2]) * r[1] + (jj[6] * jj[1] - jj[0] * jj[7]) * r[2]) / det;
+            const double d2 = (c2 * r[0] + (jj[3] * jj[2] - jj[0] * jj[5]) * r[1] + (jj[0] * jj[4] - jj[3] * jj[1]) * r[2]) / det;
+            r[0] = d0;
+            r[1] = d1;
+            r[2] = d2;
         } else {
             solved = solveColumns<PS>(jj, Pn, r);
         }
