@@ -6,7 +6,9 @@ set(KELM_LV2_BUNDLE ${CMAKE_BINARY_DIR}/lv2/kelm.lv2)
 add_executable(kelm_lv2ttl ${CMAKE_SOURCE_DIR}/plugin/lv2/ttlgen/Main.cpp)
 target_link_libraries(kelm_lv2ttl PRIVATE kelm_plugin_core kelm_builtin)
 
-add_library(kelm_lv2 MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Plugin.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Main.cpp)
+# Each plug-in's shared object is the one shell (LV2Effect, LV2Entry) with its own description.
+set(KELM_LV2_SHELL ${CMAKE_SOURCE_DIR}/plugin/lv2/LV2Effect.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/LV2Entry.cpp)
+add_library(kelm_lv2 MODULE ${KELM_LV2_SHELL} ${CMAKE_SOURCE_DIR}/plugin/lv2/preamp/KelmLV2Main.cpp)
 set_target_properties(kelm_lv2 PROPERTIES OUTPUT_NAME "kelm" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(kelm_lv2 PRIVATE kelm_plugin_core kelm_builtin
@@ -30,8 +32,7 @@ endif()
 add_dependencies(kelm_lv2 kelm_lv2_ui)
 
 # Kelm Circuit in the same bundle: its own shared object, described in circuit.ttl.
-add_library(kelm_circuit_lv2 MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Plugin.cpp
-  ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Main.cpp)
+add_library(kelm_circuit_lv2 MODULE ${KELM_LV2_SHELL} ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Main.cpp)
 set_target_properties(kelm_circuit_lv2 PROPERTIES OUTPUT_NAME "kelm-circuit" PREFIX "" LIBRARY_OUTPUT_DIRECTORY
   ${KELM_LV2_BUNDLE} CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(kelm_circuit_lv2 PRIVATE kelm_plugin_core

@@ -13,9 +13,8 @@
 #include "engine/KELMException.h"
 #include "plugin/core/CircuitEffect.h"
 #include "plugin/core/KelmEffect.h"
-#include "plugin/lv2/KelmLV2Plugin.h"
+#include "plugin/lv2/LV2Effect.h"
 #include "plugin/lv2/KelmLV2Uri.h"
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
 
 using namespace kelm;
 
@@ -106,7 +105,7 @@ std::string pluginDescription() {
         const int index = static_cast<int>(i);
         const float defaultValue = effect.getParameter(index);
         s << " , [\n        a lv2:ControlPort , lv2:InputPort ;\n"
-          << "        lv2:index " << KelmLV2Plugin::kFirstControlPort + i << " ;\n"
+          << "        lv2:index " << LV2Effect::kFirstControlPort + i << " ;\n"
           << "        lv2:symbol \"" << symbolOf(c.name) << "\" ;\n"
           << "        lv2:name " << quoted(c.displayName) << " ;\n"
           << "        lv2:default " << number(defaultValue) << " ;\n"
@@ -172,7 +171,7 @@ std::string circuitDescription() {
         const std::string symbol = slot ? "slot" + std::to_string(i + 1) : symbolOf(name);
         const float defaultValue = slot ? 0.5f : effect.getParameter(i);
         s << " , [\n        a lv2:ControlPort , lv2:InputPort ;\n"
-          << "        lv2:index " << CircuitLV2Plugin::kFirstControlPort + i << " ;\n"
+          << "        lv2:index " << LV2Effect::kFirstControlPort + i << " ;\n"
           << "        lv2:symbol \"" << symbol << "\" ;\n"
           << "        lv2:name " << quoted(name) << " ;\n"
           << "        lv2:default " << number(defaultValue) << " ;\n"

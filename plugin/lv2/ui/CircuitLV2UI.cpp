@@ -1,6 +1,6 @@
 #include "plugin/lv2/ui/CircuitLV2UI.h"
 
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
+#include "plugin/lv2/LV2Effect.h"
 
 namespace kelm {
 
@@ -17,11 +17,11 @@ LV2UI_Widget CircuitLV2UI::widget() const {
 }
 
 void CircuitLV2UI::portEvent(uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
-    if (format != 0 || size != sizeof(float) || !buffer || port < CircuitLV2Plugin::kFirstControlPort) return;
-    const uint32_t index = port - CircuitLV2Plugin::kFirstControlPort;
+    if (format != 0 || size != sizeof(float) || !buffer || port < LV2Effect::kFirstControlPort) return;
+    const uint32_t index = port - LV2Effect::kFirstControlPort;
     if (index >= static_cast<uint32_t>(CircuitEffect::kNumberOfParameters)) return;
     // The window shows it; the plug-in applies the port itself on its next block (a slot's
-    // port only once it moves, see CircuitLV2Plugin).
+    // port only once it moves, see LV2Effect).
     editor->parameterChanged(static_cast<int>(index), *static_cast<const float*>(buffer));
 }
 
@@ -34,7 +34,7 @@ float CircuitLV2UI::parameterValue(int index) { return isParameter(index) ? core
 
 void CircuitLV2UI::beginEdit(int index) {
     if (isParameter(index) && touch && touch->touch)
-        touch->touch(touch->handle, CircuitLV2Plugin::kFirstControlPort + static_cast<uint32_t>(index), true);
+        touch->touch(touch->handle, LV2Effect::kFirstControlPort + static_cast<uint32_t>(index), true);
 }
 
 void CircuitLV2UI::performEdit(int index, float value) {
@@ -42,12 +42,12 @@ void CircuitLV2UI::performEdit(int index, float value) {
     // Setting a parameter is safe from any thread. It also makes a value equal to the port's
     // stale one count, which the plug-in, seeing no change of the port, would not apply.
     core.setParameter(index, value);
-    write(controller, CircuitLV2Plugin::kFirstControlPort + static_cast<uint32_t>(index), sizeof(float), 0, &value);
+    write(controller, LV2Effect::kFirstControlPort + static_cast<uint32_t>(index), sizeof(float), 0, &value);
 }
 
 void CircuitLV2UI::endEdit(int index) {
     if (isParameter(index) && touch && touch->touch)
-        touch->touch(touch->handle, CircuitLV2Plugin::kFirstControlPort + static_cast<uint32_t>(index), false);
+        touch->touch(touch->handle, LV2Effect::kFirstControlPort + static_cast<uint32_t>(index), false);
 }
 
 } // namespace kelm

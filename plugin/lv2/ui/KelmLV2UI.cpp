@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "plugin/editor/KelmEditor.h"
-#include "plugin/lv2/KelmLV2Plugin.h"
+#include "plugin/lv2/LV2Effect.h"
 
 namespace kelm {
 
@@ -22,11 +22,11 @@ LV2UI_Widget KelmLV2UI::widget() const {
     return editor->getFrame() ? editor->getFrame()->nativeHandle() : nullptr;
 }
 
-uint32_t KelmLV2UI::portOf(int index) const { return KelmLV2Plugin::kFirstControlPort + static_cast<uint32_t>(index); }
+uint32_t KelmLV2UI::portOf(int index) const { return LV2Effect::kFirstControlPort + static_cast<uint32_t>(index); }
 
 void KelmLV2UI::portEvent(uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
-    if (format != 0 || size != sizeof(float) || !buffer || port < KelmLV2Plugin::kFirstControlPort) return;
-    const uint32_t index = port - KelmLV2Plugin::kFirstControlPort;
+    if (format != 0 || size != sizeof(float) || !buffer || port < LV2Effect::kFirstControlPort) return;
+    const uint32_t index = port - LV2Effect::kFirstControlPort;
     if (index >= values.size()) return;
     const float v = *static_cast<const float*>(buffer);
     values[index] = v;

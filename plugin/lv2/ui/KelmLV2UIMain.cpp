@@ -19,7 +19,7 @@
 #include "engine/NewParser.h"
 #include "plugin/core/BuiltInData.h"
 #include "plugin/lv2/KelmLV2Uri.h"
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
+#include "plugin/lv2/LV2Effect.h"
 #include "plugin/lv2/ui/CircuitLV2UI.h"
 #include "plugin/lv2/ui/KelmLV2UI.h"
 #include "solvers/EngineTypes.h"
@@ -111,7 +111,7 @@ LV2UI_Handle instantiateCircuit(const LV2UI_Descriptor*, const char* pluginUri, 
     // process (or offer no instance-access) use their generic controls instead.
     if (!f.parent || !f.instance) return nullptr;
     try {
-        CircuitEffect& core = static_cast<CircuitLV2Plugin*>(f.instance)->getCore();
+        CircuitEffect& core = static_cast<CircuitEffect&>(static_cast<LV2Effect*>(f.instance)->getEffectCore());
         return opened(std::unique_ptr<CircuitLV2UI>(new CircuitLV2UI(core, write, controller, f.touch)), f, widget);
     } catch (...) {
         return nullptr;
