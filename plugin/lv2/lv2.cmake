@@ -19,9 +19,8 @@ endif()
 # The windows: kelm_ui.so in the same bundle, the X11 UIs of the preamp and of Kelm Circuit on
 # the editors every format shows (the GUI toolkit, and so X11, stay out of the plug-ins' own
 # shared objects).
-add_library(kelm_lv2_ui MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UI.cpp
-  ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/CircuitLV2UI.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UIMain.cpp
-  $<TARGET_OBJECTS:kelm_resources>)
+add_library(kelm_lv2_ui MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/LV2Window.cpp
+  ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UIMain.cpp $<TARGET_OBJECTS:kelm_resources>)
 set_target_properties(kelm_lv2_ui PROPERTIES OUTPUT_NAME "kelm_ui" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(kelm_lv2_ui PRIVATE kelm_gui kelm_plugin_core kelm_builtin
@@ -60,7 +59,7 @@ add_dependencies(kelm_tests kelm_lv2)
 # The UI test reaches Kelm Circuit's window inside the UI it loaded from kelm_ui.so: the class is
 # compiled into the tests too, for its type information (which the undefined-behaviour
 # sanitizer's checks of casts ask for).
-target_sources(kelm_tests PRIVATE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/CircuitLV2UI.cpp)
+target_sources(kelm_tests PRIVATE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/LV2Window.cpp)
 # The LV2 UI in a host's X11 window, on an Xvfb server started for the test.
 add_test(NAME Lv2UiX11 COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh $<TARGET_FILE:kelm_tests>
   --gtest_filter=X11Lv2Ui*)

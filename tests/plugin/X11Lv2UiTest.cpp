@@ -17,7 +17,7 @@
 #include "plugin/core/CircuitState.h"
 #include "plugin/editor/CircuitEditor.h"
 #include "plugin/lv2/LV2Effect.h"
-#include "plugin/lv2/ui/CircuitLV2UI.h"
+#include "plugin/lv2/ui/LV2Window.h"
 #include "tests/TestUtil.h"
 #include "tests/plugin/Lv2Urids.h"
 #include "tests/plugin/PngFile.h"
@@ -270,8 +270,9 @@ TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
     EXPECT_EQ(CircuitEditor::kHeight, host.height);
     EXPECT_EQ(1u, parent.children());
     ASSERT_NE(nullptr, widget);
-    // The handle is a CircuitLV2UI (this test is built from the same sources as kelm_ui.so).
-    CircuitEditor& editor = static_cast<CircuitLV2UI*>(ui)->getEditor();
+    // The handle is an LV2Window over a CircuitEditor (this test is built from the same sources
+    // as kelm_ui.so).
+    CircuitEditor& editor = static_cast<CircuitEditor&>(static_cast<LV2Window*>(ui)->getEditor());
     // The host reports every control port's value; the UI's writes land in the ports.
     for (int i = 0; i < CircuitEffect::kNumberOfParameters; ++i)
         d->port_event(ui, LV2Effect::kFirstControlPort + i, sizeof(float), 0, &plugin.controls[i]);
