@@ -6,7 +6,9 @@ set(KELM_LV2_BUNDLE ${CMAKE_BINARY_DIR}/lv2/kelm.lv2)
 add_executable(kelm_lv2ttl ${CMAKE_SOURCE_DIR}/plugin/lv2/ttlgen/Main.cpp)
 target_link_libraries(kelm_lv2ttl PRIVATE kelm_plugin_core kelm_builtin)
 
-add_library(kelm_lv2 MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Plugin.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/KelmLV2Main.cpp)
+# Each plug-in's shared object is the one shell (LV2Effect, LV2Entry) with its own description.
+set(KELM_LV2_SHELL ${CMAKE_SOURCE_DIR}/plugin/lv2/LV2Effect.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/LV2Entry.cpp)
+add_library(kelm_lv2 MODULE ${KELM_LV2_SHELL} ${CMAKE_SOURCE_DIR}/plugin/lv2/preamp/KelmLV2Main.cpp)
 set_target_properties(kelm_lv2 PROPERTIES OUTPUT_NAME "kelm" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(kelm_lv2 PRIVATE kelm_plugin_core kelm_builtin
@@ -17,9 +19,8 @@ endif()
 # The windows: kelm_ui.so in the same bundle, the X11 UIs of the preamp and of Kelm Circuit on
 # the editors every format shows (the GUI toolkit, and so X11, stay out of the plug-ins' own
 # shared objects).
-add_library(kelm_lv2_ui MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UI.cpp
-  ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/CircuitLV2UI.cpp ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UIMain.cpp
-  $<TARGET_OBJECTS:kelm_resources>)
+add_library(kelm_lv2_ui MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/LV2Window.cpp
+  ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/KelmLV2UIMain.cpp $<TARGET_OBJECTS:kelm_resources>)
 set_target_properties(kelm_lv2_ui PROPERTIES OUTPUT_NAME "kelm_ui" PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${KELM_LV2_BUNDLE}
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(kelm_lv2_ui PRIVATE kelm_gui kelm_plugin_core kelm_builtin
@@ -30,8 +31,7 @@ endif()
 add_dependencies(kelm_lv2 kelm_lv2_ui)
 
 # Kelm Circuit in the same bundle: its own shared object, described in circuit.ttl.
-add_library(kelm_circuit_lv2 MODULE ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Plugin.cpp
-  ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Main.cpp)
+add_library(kelm_circuit_lv2 MODULE ${KELM_LV2_SHELL} ${CMAKE_SOURCE_DIR}/plugin/lv2/circuit/CircuitLV2Main.cpp)
 set_target_properties(kelm_circuit_lv2 PROPERTIES OUTPUT_NAME "kelm-circuit" PREFIX "" LIBRARY_OUTPUT_DIRECTORY
   ${KELM_LV2_BUNDLE} CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(kelm_circuit_lv2 PRIVATE kelm_plugin_core
@@ -59,7 +59,7 @@ add_dependencies(kelm_tests kelm_lv2)
 # The UI test reaches Kelm Circuit's window inside the UI it loaded from kelm_ui.so: the class is
 # compiled into the tests too, for its type information (which the undefined-behaviour
 # sanitizer's checks of casts ask for).
-target_sources(kelm_tests PRIVATE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/CircuitLV2UI.cpp)
+target_sources(kelm_tests PRIVATE ${CMAKE_SOURCE_DIR}/plugin/lv2/ui/LV2Window.cpp)
 # The LV2 UI in a host's X11 window, on an Xvfb server started for the test.
 add_test(NAME Lv2UiX11 COMMAND ${CMAKE_SOURCE_DIR}/tests/plugin/with-xvfb.sh $<TARGET_FILE:kelm_tests>
   --gtest_filter=X11Lv2Ui*)

@@ -16,9 +16,8 @@
 #include "plugin/core/CircuitEffect.h"
 #include "plugin/core/CircuitState.h"
 #include "plugin/editor/CircuitEditor.h"
-#include "plugin/lv2/KelmLV2Plugin.h"
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
-#include "plugin/lv2/ui/CircuitLV2UI.h"
+#include "plugin/lv2/LV2Effect.h"
+#include "plugin/lv2/ui/LV2Window.h"
 #include "tests/TestUtil.h"
 #include "tests/plugin/Lv2Urids.h"
 #include "tests/plugin/PngFile.h"
@@ -110,7 +109,7 @@ struct CircuitPlugin {
         }
         for (int i = 0; i < CircuitEffect::kNumberOfParameters; ++i) {
             controls[i] = i < CircuitEffect::kSlots ? 0.5f : core().getParameter(i);
-            d->connect_port(handle, CircuitLV2Plugin::kFirstControlPort + i, &controls[i]);
+            d->connect_port(handle, LV2Effect::kFirstControlPort + i, &controls[i]);
         }
         d->activate(handle);
     }
@@ -122,7 +121,7 @@ struct CircuitPlugin {
         if (module) dlclose(module);
     }
     // The effect inside the instance (this test is built from the same sources as the plug-in).
-    CircuitEffect& core() const { return static_cast<CircuitLV2Plugin*>(handle)->getCore(); }
+    CircuitEffect& core() const { return static_cast<CircuitEffect&>(static_cast<LV2Effect*>(handle)->getEffectCore()); }
     void run() { d->run(handle, kFrames); }
     // The plug-in's state as the host's save stores it.
     CircuitState saved() {
@@ -196,7 +195,7 @@ TEST(X11Lv2Ui, OpensInTheHostsWindowAndAKnobWritesItsPort) {
     OffScreenEditor reference;
     for (int i = 0; i < reference.effect.numberOfParameters(); ++i) {
         const float v = reference.effect.getParameter(i);
-        d->port_event(ui, KelmLV2Plugin::kFirstControlPort + i, sizeof v, 0, &v);
+        d->port_event(ui, LV2Effect::kFirstControlPort + i, sizeof v, 0, &v);
     }
     const auto idle = [&] { EXPECT_EQ(0, idleInterface->idle(ui)); };
     parent.idleFor(200, idle);
@@ -206,7 +205,7 @@ TEST(X11Lv2Ui, OpensInTheHostsWindowAndAKnobWritesItsPort) {
     EXPECT_EQ(0, differingPixels(shot, reference.editor.getFrame()->getBuffer()));
 
     // Drag the Gain knob (133, 192, 70 x 70, parameter 1) up by 40 pixels: its port is written.
-    const uint32_t gainPort = KelmLV2Plugin::kFirstControlPort + 1;
+    const uint32_t gainPort = LV2Effect::kFirstControlPort + 1;
     ASSERT_EQ(0, parent.dragUp40(168, 227, idle));
     EXPECT_NEAR(0.7f, gestureOn(host.heard, gainPort), 0.011f);
 
@@ -271,13 +270,14 @@ TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
     EXPECT_EQ(CircuitEditor::kHeight, host.height);
     EXPECT_EQ(1u, parent.children());
     ASSERT_NE(nullptr, widget);
-    // The handle is a CircuitLV2UI (this test is built from the same sources as kelm_ui.so).
-    CircuitEditor& editor = static_cast<CircuitLV2UI*>(ui)->getEditor();
+    // The handle is an LV2Window over a CircuitEditor (this test is built from the same sources
+    // as kelm_ui.so).
+    CircuitEditor& editor = static_cast<CircuitEditor&>(static_cast<LV2Window*>(ui)->getEditor());
     // The host reports every control port's value; the UI's writes land in the ports.
     for (int i = 0; i < CircuitEffect::kNumberOfParameters; ++i)
-        d->port_event(ui, CircuitLV2Plugin::kFirstControlPort + i, sizeof(float), 0, &plugin.controls[i]);
+        d->port_event(ui, LV2Effect::kFirstControlPort + i, sizeof(float), 0, &plugin.controls[i]);
     host.controls = plugin.controls;
-    host.firstControl = CircuitLV2Plugin::kFirstControlPort;
+    host.firstControl = LV2Effect::kFirstControlPort;
     host.controlCount = CircuitEffect::kNumberOfParameters;
     bool playing = true;
     const auto idle = [&] {
@@ -320,7 +320,7 @@ TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
     const float before = core.getParameter(0);
     const CRect knob = CRect::ofSize(14 + 12, 78 + 2, 70, 70);
     ASSERT_EQ(0, parent.dragUp40(knob.left + 35, knob.top + 35, idle));
-    const float last = gestureOn(host.heard, CircuitLV2Plugin::kFirstControlPort);
+    const float last = gestureOn(host.heard, LV2Effect::kFirstControlPort);
     EXPECT_NEAR(before + 0.2f, last, 0.011f);
     EXPECT_FLOAT_EQ(last, plugin.controls[0]);
     EXPECT_FLOAT_EQ(last, core.getParameter(0));

@@ -1,139 +1,17 @@
-// The LV2 entry point of Kelm Circuit, lv2_descriptor, with the state interface that keeps
-// the document in the host's session.
-#include <cstring>
-#include <new>
-#include <string>
-
-#include <lv2/atom/atom.h>
-#include <lv2/buf-size/buf-size.h>
-#include <lv2/core/lv2.h>
-#include <lv2/options/options.h>
-#include <lv2/state/state.h>
-#include <lv2/urid/urid.h>
-
+// Kelm Circuit's LV2 plug-in for the shared entry: its core, the document and the parameters
+// as its state (the same bytes as a VST 2 chunk), and the slots' ports heard only once they
+// move, since their defaults in the description know nothing of the document.
+#include "plugin/core/CircuitEffect.h"
 #include "plugin/lv2/KelmLV2Uri.h"
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
+#include "plugin/lv2/LV2Description.h"
 
-#if defined(__SSE__)
-#include <xmmintrin.h>
-#endif
+namespace kelm {
 
-using namespace kelm;
-
-namespace {
-
-CircuitLV2Plugin* instance(LV2_Handle h) { return static_cast<CircuitLV2Plugin*>(h); }
-
-const LV2_URID_Map* mapOf(const LV2_Feature* const* features) {
-    for (int i = 0; features && features[i]; ++i)
-        if (std::strcmp(features[i]->URI, LV2_URID__map) == 0) return static_cast<const LV2_URID_Map*>(features[i]->data);
-    return nullptr;
+const LV2Description& lv2Description() {
+    static const LV2Description description = {
+        kKelmCircuitLV2Uri, [] { return std::unique_ptr<EffectCore>(new CircuitEffect()); }, kKelmCircuitStateUri,
+        CircuitEffect::kSlots};
+    return description;
 }
 
-int blockLengthOption(const LV2_Feature* const* features, const LV2_URID_Map* map) {
-    const LV2_Options_Option* options = nullptr;
-    for (int i = 0; features && features[i]; ++i)
-        if (std::strcmp(features[i]->URI, LV2_OPTIONS__options) == 0)
-            options = static_cast<const LV2_Options_Option*>(features[i]->data);
-    if (!map || !options) return 0;
-    const LV2_URID maxLength = map->map(map->handle, LV2_BUF_SIZE__maxBlockLength);
-    const LV2_URID nominalLength = map->map(map->handle, LV2_BUF_SIZE__nominalBlockLength);
-    const LV2_URID intType = map->map(map->handle, LV2_ATOM__Int);
-    int maximum = 0, nominal = 0;
-    for (const LV2_Options_Option* o = options; o->key != 0 || o->value != nullptr; ++o) {
-        if (o->type != intType || o->size != sizeof(int32_t) || !o->value) continue;
-        const int32_t v = *static_cast<const int32_t*>(o->value);
-        if (o->key == maxLength) maximum = v;
-        if (o->key == nominalLength) nominal = v;
-    }
-    return maximum > 0 ? maximum : nominal > 0 ? nominal : 0;
-}
-
-LV2_Handle instantiate(const LV2_Descriptor*, double rate, const char*, const LV2_Feature* const* features) {
-    const LV2_URID_Map* map = mapOf(features);
-    if (!(rate > 0) || !map) return nullptr;  // the state's keys need the map
-    try {
-        CircuitLV2Plugin* i = new CircuitLV2Plugin(rate, blockLengthOption(features, map));
-        i->stateKey = map->map(map->handle, kKelmCircuitStateUri);
-        i->stringType = map->map(map->handle, LV2_ATOM__String);
-        return i;
-    } catch (...) {
-        return nullptr;
-    }
-}
-
-void connectPort(LV2_Handle h, uint32_t port, void* data) { instance(h)->connectPort(port, data); }
-
-void activate(LV2_Handle h) {
-    try {
-        instance(h)->activate();
-    } catch (...) {
-    }
-}
-
-void run(LV2_Handle h, uint32_t frames) {
-#if defined(__SSE__)
-    const unsigned csr = _mm_getcsr();
-#endif
-    try {
-        instance(h)->run(frames);
-    } catch (...) {
-#if defined(__SSE__)
-        _mm_setcsr(csr);
-#endif
-        instance(h)->silence(frames);
-    }
-}
-
-void deactivate(LV2_Handle h) {
-    try {
-        instance(h)->deactivate();
-    } catch (...) {
-    }
-}
-
-void cleanup(LV2_Handle h) { delete instance(h); }
-
-// The state: one string, the document's text with a header of the name, path, reload
-// toggle and parameters (CircuitState).
-LV2_State_Status save(LV2_Handle h, LV2_State_Store_Function store, LV2_State_Handle handle, uint32_t,
-                      const LV2_Feature* const*) {
-    try {
-        CircuitLV2Plugin* i = instance(h);
-        const std::string state = i->saveState();
-        return store(handle, i->stateKey, state.c_str(), state.size() + 1, i->stringType,
-                     LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE);
-    } catch (...) {
-        return LV2_STATE_ERR_UNKNOWN;
-    }
-}
-
-LV2_State_Status restore(LV2_Handle h, LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle, uint32_t,
-                         const LV2_Feature* const*) {
-    try {
-        CircuitLV2Plugin* i = instance(h);
-        size_t size = 0;
-        uint32_t type = 0, flags = 0;
-        const void* data = retrieve(handle, i->stateKey, &size, &type, &flags);
-        if (!data) return LV2_STATE_ERR_NO_PROPERTY;
-        if (type != i->stringType) return LV2_STATE_ERR_BAD_TYPE;
-        // A string's size counts its terminating NUL.
-        if (size > 0 && static_cast<const char*>(data)[size - 1] == '\0') --size;
-        return i->restoreState(data, size) ? LV2_STATE_SUCCESS : LV2_STATE_ERR_UNKNOWN;
-    } catch (...) {
-        return LV2_STATE_ERR_UNKNOWN;
-    }
-}
-
-const LV2_State_Interface stateInterface = {save, restore};
-
-const void* extensionData(const char* uri) {
-    return std::strcmp(uri, LV2_STATE__interface) == 0 ? &stateInterface : nullptr;
-}
-
-const LV2_Descriptor descriptor = {kKelmCircuitLV2Uri, instantiate, connectPort, activate, run, deactivate, cleanup,
-                                   extensionData};
-
-} // namespace
-
-LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index) { return index == 0 ? &descriptor : nullptr; }
+} // namespace kelm

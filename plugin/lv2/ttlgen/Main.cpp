@@ -13,9 +13,8 @@
 #include "engine/KELMException.h"
 #include "plugin/core/CircuitEffect.h"
 #include "plugin/core/KelmEffect.h"
-#include "plugin/lv2/KelmLV2Plugin.h"
+#include "plugin/lv2/LV2Effect.h"
 #include "plugin/lv2/KelmLV2Uri.h"
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
 
 using namespace kelm;
 
@@ -48,14 +47,11 @@ std::string number(double v) {
     return s;
 }
 
-// The positions of a switch control from its view type, empty for a knob.
-std::vector<double> positionsOf(const Control& c) {
-    int n = 0;
+// The number of positions of a switch control from its view type, 0 for a knob.
+int positionsOf(const Control& c) {
     if (c.controlType == "CHorizontalSwitch" || c.controlType == "CVerticalSwitch" || c.controlType == "COnOffButton")
-        n = c.numberOfImages > 1 ? c.numberOfImages : 2;
-    std::vector<double> p;
-    for (int k = 0; k < n; ++k) p.push_back(static_cast<double>(k) / (n - 1));
-    return p;
+        return c.numberOfImages > 1 ? c.numberOfImages : 2;
+    return 0;
 }
 
 std::string audioPort(int index, bool input, const char* symbol, const char* name) {
@@ -63,6 +59,38 @@ std::string audioPort(int index, bool input, const char* symbol, const char* nam
     s << "[\n        a lv2:AudioPort , " << (input ? "lv2:InputPort" : "lv2:OutputPort") << " ;\n"
       << "        lv2:index " << index << " ;\n        lv2:symbol \"" << symbol << "\" ;\n        lv2:name \"" << name
       << "\" ;\n    ]";
+    return s.str();
+}
+
+// Both plug-ins' audio ports, 0 to 3 (see LV2Effect).
+std::string audioPorts() {
+    return audioPort(0, true, "in_l", "In L") + " , " + audioPort(1, true, "in_r", "In R") + " , " +
+           audioPort(2, false, "out_l", "Out L") + " , " + audioPort(3, false, "out_r", "Out R");
+}
+
+// A control input port for the parameter `index` of `effect` (values 0 to 1); a stepped one
+// lists its positions, labelled with the effect's own display texts at each.
+std::string controlPort(EffectCore& effect, int index, const std::string& symbol, const std::string& name,
+                        float defaultValue, int positions) {
+    std::ostringstream s;
+    s << " , [\n        a lv2:ControlPort , lv2:InputPort ;\n"
+      << "        lv2:index " << LV2Effect::kFirstControlPort + index << " ;\n"
+      << "        lv2:symbol \"" << symbol << "\" ;\n"
+      << "        lv2:name " << quoted(name) << " ;\n"
+      << "        lv2:default " << number(defaultValue) << " ;\n"
+      << "        lv2:minimum 0.0 ;\n        lv2:maximum 1.0 ;\n";
+    if (positions > 1) {
+        s << "        lv2:portProperty lv2:enumeration ;\n        lv2:scalePoint ";
+        for (int k = 0; k < positions; ++k) {
+            const float v = static_cast<float>(k) / (positions - 1);
+            effect.setParameter(index, v);
+            s << (k ? " , " : "") << "[ rdfs:label " << quoted(effect.parameterDisplay(index)) << " ; rdf:value "
+              << number(v) << " ]";
+        }
+        s << " ;\n";
+        effect.setParameter(index, defaultValue);
+    }
+    s << "    ]";
     return s.str();
 }
 
@@ -99,31 +127,12 @@ std::string pluginDescription() {
          "    opts:supportedOption bufsz:maxBlockLength , bufsz:nominalBlockLength ;\n"
       << "    ui:ui <" << kKelmLV2UiUri << "> ;\n"
          "    lv2:port ";
-    s << audioPort(0, true, "in_l", "In L") << " , " << audioPort(1, true, "in_r", "In R") << " , "
-      << audioPort(2, false, "out_l", "Out L") << " , " << audioPort(3, false, "out_r", "Out R");
+    s << audioPorts();
     for (size_t i = 0; i < controls.size(); ++i) {
         const Control& c = *controls[i];
         const int index = static_cast<int>(i);
-        const float defaultValue = effect.getParameter(index);
-        s << " , [\n        a lv2:ControlPort , lv2:InputPort ;\n"
-          << "        lv2:index " << KelmLV2Plugin::kFirstControlPort + i << " ;\n"
-          << "        lv2:symbol \"" << symbolOf(c.name) << "\" ;\n"
-          << "        lv2:name " << quoted(c.displayName) << " ;\n"
-          << "        lv2:default " << number(defaultValue) << " ;\n"
-          << "        lv2:minimum 0.0 ;\n        lv2:maximum 1.0 ;\n";
-        const std::vector<double> positions = positionsOf(c);
-        if (!positions.empty()) {
-            s << "        lv2:portProperty lv2:enumeration ;\n        lv2:scalePoint ";
-            for (size_t k = 0; k < positions.size(); ++k) {
-                // The labels are the effect's own display texts at each position.
-                effect.setParameter(index, static_cast<float>(positions[k]));
-                s << (k ? " , " : "") << "[ rdfs:label " << quoted(effect.parameterDisplay(index))
-                  << " ; rdf:value " << number(positions[k]) << " ]";
-            }
-            s << " ;\n";
-            effect.setParameter(index, defaultValue);
-        }
-        s << "    ]";
+        s << controlPort(effect, index, symbolOf(c.name), c.displayName, effect.getParameter(index),
+                         positionsOf(c));
     }
     s << " .\n\n";
     // The window: the host's idle calls draw it, inside the host's window, at its own size.
@@ -164,32 +173,12 @@ std::string circuitDescription() {
          "    opts:supportedOption bufsz:maxBlockLength , bufsz:nominalBlockLength ;\n"
       << "    ui:ui <" << kKelmCircuitLV2UiUri << "> ;\n"
          "    lv2:port ";
-    s << audioPort(0, true, "in_l", "In L") << " , " << audioPort(1, true, "in_r", "In R") << " , "
-      << audioPort(2, false, "out_l", "Out L") << " , " << audioPort(3, false, "out_r", "Out R");
+    s << audioPorts();
     for (int i = 0; i < effect.numberOfParameters(); ++i) {
         const bool slot = i < CircuitEffect::kSlots;
         const std::string name = slot ? "Slot " + std::to_string(i + 1) : effect.parameterName(i);
         const std::string symbol = slot ? "slot" + std::to_string(i + 1) : symbolOf(name);
-        const float defaultValue = slot ? 0.5f : effect.getParameter(i);
-        s << " , [\n        a lv2:ControlPort , lv2:InputPort ;\n"
-          << "        lv2:index " << CircuitLV2Plugin::kFirstControlPort + i << " ;\n"
-          << "        lv2:symbol \"" << symbol << "\" ;\n"
-          << "        lv2:name " << quoted(name) << " ;\n"
-          << "        lv2:default " << number(defaultValue) << " ;\n"
-          << "        lv2:minimum 0.0 ;\n        lv2:maximum 1.0 ;\n";
-        const int positions = effect.parameterPositions(i);
-        if (positions > 1) {
-            s << "        lv2:portProperty lv2:enumeration ;\n        lv2:scalePoint ";
-            for (int k = 0; k < positions; ++k) {
-                const float v = static_cast<float>(k) / (positions - 1);
-                effect.setParameter(i, v);
-                s << (k ? " , " : "") << "[ rdfs:label " << quoted(effect.parameterDisplay(i)) << " ; rdf:value "
-                  << number(v) << " ]";
-            }
-            s << " ;\n";
-            effect.setParameter(i, defaultValue);
-        }
-        s << "    ]";
+        s << controlPort(effect, i, symbol, name, slot ? 0.5f : effect.getParameter(i), effect.parameterPositions(i));
     }
     s << " .\n\n";
     // The window works on the plug-in instance itself (it loads documents into the effect), so

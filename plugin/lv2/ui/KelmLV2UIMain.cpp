@@ -1,5 +1,5 @@
-// The LV2 UIs' entry point, lv2ui_descriptor: index 0 the preamp's window (KelmLV2UI), index
-// 1 Kelm Circuit's (CircuitLV2UI).
+// The LV2 UIs' entry point, lv2ui_descriptor: index 0 the preamp's window, index 1 Kelm
+// Circuit's, both an LV2Window over their editor.
 //
 // Both windows live in this one binary: it is the bundle's only one with the GUI toolkit, its
 // images and fonts and X11, and the plug-ins' binaries stay free of them. Kelm Circuit's
@@ -8,7 +8,7 @@
 // installed as a whole guarantees.
 //
 // The preamp's window is laid out from the built-in document's controls, read without
-// building the effect.
+// building the effect, and talks to the plug-in through its ports only.
 #include <cstring>
 #include <memory>
 
@@ -18,10 +18,12 @@
 
 #include "engine/NewParser.h"
 #include "plugin/core/BuiltInData.h"
+#include "plugin/core/CircuitEffect.h"
+#include "plugin/editor/CircuitEditor.h"
+#include "plugin/editor/KelmEditor.h"
 #include "plugin/lv2/KelmLV2Uri.h"
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
-#include "plugin/lv2/ui/CircuitLV2UI.h"
-#include "plugin/lv2/ui/KelmLV2UI.h"
+#include "plugin/lv2/LV2Effect.h"
+#include "plugin/lv2/ui/LV2Window.h"
 #include "solvers/EngineTypes.h"
 
 using namespace kelm;
@@ -53,9 +55,8 @@ struct Features {
     }
 };
 
-// Opens a made window in the host's and hands it over; null when anything fails.
-template <typename UI>
-LV2UI_Handle opened(std::unique_ptr<UI> made, const Features& f, LV2UI_Widget* widget) {
+// Opens a made window in the host's and hands it over.
+LV2UI_Handle opened(std::unique_ptr<LV2Window> made, const Features& f, LV2UI_Widget* widget) {
     made->open(f.parent);
     // The host sizes its window to ours; the window keeps that size.
     if (f.resize && f.resize->ui_resize) f.resize->ui_resize(f.resize->handle, made->width(), made->height());
@@ -63,45 +64,24 @@ LV2UI_Handle opened(std::unique_ptr<UI> made, const Features& f, LV2UI_Widget* w
     return made.release();
 }
 
-// ---- the preamp ----
-
-KelmLV2UI* preamp(LV2UI_Handle h) { return static_cast<KelmLV2UI*>(h); }
-
 LV2UI_Handle instantiatePreamp(const LV2UI_Descriptor*, const char* pluginUri, const char*, LV2UI_Write_Function write,
                                LV2UI_Controller controller, LV2UI_Widget* widget, const LV2_Feature* const* features) {
     if (!pluginUri || std::strcmp(pluginUri, kKelmLV2Uri) != 0 || !write || !widget) return nullptr;
     const Features f(features);
     if (!f.parent) return nullptr;  // an X11 UI lives in the host's window
     try {
-        return opened(std::unique_ptr<KelmLV2UI>(new KelmLV2UI(builtInControls(), write, controller, f.touch)), f, widget);
+        const std::vector<ControlPtr> controls = builtInControls();
+        std::vector<float> values;
+        for (const ControlPtr& c : controls) values.push_back(c->getValue());
+        const LV2Window::Editor editor = [&controls](EditorHost& host) {
+            return std::unique_ptr<PluginEditor>(new KelmEditor(host, controls));
+        };
+        return opened(std::unique_ptr<LV2Window>(new LV2Window(values, nullptr, editor, write, controller, f.touch)), f,
+                      widget);
     } catch (...) {
         return nullptr;  // nothing may pass into a C host
     }
 }
-
-void cleanupPreamp(LV2UI_Handle h) { delete preamp(h); }
-
-void portEventPreamp(LV2UI_Handle h, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
-    preamp(h)->portEvent(port, size, format, buffer);
-}
-
-int idlePreamp(LV2UI_Handle h) {
-    try {
-        return preamp(h)->idle();
-    } catch (...) {
-        return 1;
-    }
-}
-
-const LV2UI_Idle_Interface preampIdle = {idlePreamp};
-
-const void* preampExtensionData(const char* uri) {
-    return uri && std::strcmp(uri, LV2_UI__idleInterface) == 0 ? &preampIdle : nullptr;
-}
-
-// ---- Kelm Circuit ----
-
-CircuitLV2UI* circuit(LV2UI_Handle h) { return static_cast<CircuitLV2UI*>(h); }
 
 LV2UI_Handle instantiateCircuit(const LV2UI_Descriptor*, const char* pluginUri, const char*, LV2UI_Write_Function write,
                                 LV2UI_Controller controller, LV2UI_Widget* widget, const LV2_Feature* const* features) {
@@ -111,36 +91,45 @@ LV2UI_Handle instantiateCircuit(const LV2UI_Descriptor*, const char* pluginUri, 
     // process (or offer no instance-access) use their generic controls instead.
     if (!f.parent || !f.instance) return nullptr;
     try {
-        CircuitEffect& core = static_cast<CircuitLV2Plugin*>(f.instance)->getCore();
-        return opened(std::unique_ptr<CircuitLV2UI>(new CircuitLV2UI(core, write, controller, f.touch)), f, widget);
+        // The plug-in URI says the instance is Kelm Circuit's, whose core is a CircuitEffect.
+        CircuitEffect& core = static_cast<CircuitEffect&>(static_cast<LV2Effect*>(f.instance)->getEffectCore());
+        std::vector<float> values;
+        for (int i = 0; i < core.numberOfParameters(); ++i) values.push_back(core.getParameter(i));
+        const LV2Window::Editor editor = [&core](EditorHost& host) {
+            return std::unique_ptr<PluginEditor>(new CircuitEditor(host, core));
+        };
+        return opened(std::unique_ptr<LV2Window>(new LV2Window(values, &core, editor, write, controller, f.touch)), f,
+                      widget);
     } catch (...) {
         return nullptr;
     }
 }
 
-void cleanupCircuit(LV2UI_Handle h) { delete circuit(h); }
+LV2Window* window(LV2UI_Handle h) { return static_cast<LV2Window*>(h); }
 
-void portEventCircuit(LV2UI_Handle h, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
-    circuit(h)->portEvent(port, size, format, buffer);
+void cleanup(LV2UI_Handle h) { delete window(h); }
+
+void portEvent(LV2UI_Handle h, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
+    window(h)->portEvent(port, size, format, buffer);
 }
 
-int idleCircuit(LV2UI_Handle h) {
+int idle(LV2UI_Handle h) {
     try {
-        return circuit(h)->idle();
+        return window(h)->idle();
     } catch (...) {
         return 1;
     }
 }
 
-const LV2UI_Idle_Interface circuitIdle = {idleCircuit};
+const LV2UI_Idle_Interface idleInterface = {idle};
 
-const void* circuitExtensionData(const char* uri) {
-    return uri && std::strcmp(uri, LV2_UI__idleInterface) == 0 ? &circuitIdle : nullptr;
+const void* extensionData(const char* uri) {
+    return uri && std::strcmp(uri, LV2_UI__idleInterface) == 0 ? &idleInterface : nullptr;
 }
 
 const LV2UI_Descriptor descriptors[] = {
-    {kKelmLV2UiUri, instantiatePreamp, cleanupPreamp, portEventPreamp, preampExtensionData},
-    {kKelmCircuitLV2UiUri, instantiateCircuit, cleanupCircuit, portEventCircuit, circuitExtensionData},
+    {kKelmLV2UiUri, instantiatePreamp, cleanup, portEvent, extensionData},
+    {kKelmCircuitLV2UiUri, instantiateCircuit, cleanup, portEvent, extensionData},
 };
 
 } // namespace

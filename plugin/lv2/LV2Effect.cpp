@@ -1,4 +1,4 @@
-#include "plugin/lv2/circuit/CircuitLV2Plugin.h"
+#include "plugin/lv2/LV2Effect.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,14 +6,15 @@
 
 namespace kelm {
 
-CircuitLV2Plugin::CircuitLV2Plugin(double sampleRate, int maxBlock) : core(new CircuitEffect()) {
+LV2Effect::LV2Effect(std::unique_ptr<EffectCore> c, double sampleRate, int maxBlock, int unheard)
+    : core(std::move(c)), unheardFirstValues(unheard > 0 ? static_cast<size_t>(unheard) : 0) {
     core->setSampleRate(static_cast<float>(sampleRate));
     core->setBlockSize(maxBlock > 0 ? maxBlock : kDefaultBlockSize);
     controlIn.assign(core->numberOfParameters(), nullptr);
     lastValue.assign(core->numberOfParameters(), std::numeric_limits<float>::quiet_NaN());
 }
 
-void CircuitLV2Plugin::connectPort(uint32_t port, void* data) {
+void LV2Effect::connectPort(uint32_t port, void* data) {
     if (port < 2)
         audioIn[port] = static_cast<const float*>(data);
     else if (port < kFirstControlPort)
@@ -22,42 +23,38 @@ void CircuitLV2Plugin::connectPort(uint32_t port, void* data) {
         controlIn[port - kFirstControlPort] = static_cast<const float*>(data);
 }
 
-void CircuitLV2Plugin::activate() {
-    // The values standing in the control ports count before the warm-up.
+void LV2Effect::activate() {
+    // The values that stand in connected control ports are passed on before the warm-up, so
+    // that the system rests at the state the host's first block expects, as a VST 2 host
+    // sets its parameters before resume.
     applyControls();
     core->resume();
 }
 
-void CircuitLV2Plugin::deactivate() { core->suspend(); }
+void LV2Effect::deactivate() { core->suspend(); }
 
-void CircuitLV2Plugin::applyControls() {
+void LV2Effect::applyControls() {
     for (size_t i = 0; i < controlIn.size(); ++i) {
         if (!controlIn[i]) continue;
         const float v = *controlIn[i];
         if (v == lastValue[i] || (std::isnan(v) && std::isnan(lastValue[i]))) continue;
         const bool first = std::isnan(lastValue[i]);
         lastValue[i] = v;
-        // A slot's port starts at the description's default, which knows nothing of the
-        // document: only a move of it counts. The fixed parameters' defaults are the effect's.
-        if (first && i < static_cast<size_t>(CircuitEffect::kSlots)) continue;
+        if (first && i < unheardFirstValues) continue;
         core->setParameter(static_cast<int>(i), v);
     }
 }
 
-bool CircuitLV2Plugin::restoreState(const void* data, size_t size) {
-    // The ports keep the values the host restored for them; the state's own values stand
-    // until a port moves.
-    return core->setState(data, size);
-}
-
-void CircuitLV2Plugin::run(uint32_t frames) {
+void LV2Effect::run(uint32_t frames) {
     applyControls();
     if (frames == 0 || !audioIn[0] || !audioOut[0]) return;
+    // A right input that is missing or the same buffer as the left counts as a mono
+    // input, which feeds both channels.
     float* in[2] = {const_cast<float*>(audioIn[0]), const_cast<float*>(audioIn[1] ? audioIn[1] : audioIn[0])};
     core->process(in, audioOut, static_cast<int>(frames), audioIn[1] != nullptr);
 }
 
-void CircuitLV2Plugin::silence(uint32_t frames) {
+void LV2Effect::silence(uint32_t frames) {
     for (float* out : audioOut)
         if (out) std::fill(out, out + frames, 0.0f);
 }
