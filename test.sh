@@ -28,6 +28,10 @@ scripts/build.sh build -DKELM_INSTALL_USER_VST=OFF -DKELM_INSTALL_USER_LV2=OFF -
 # The Windows DLLs and test programs; ctest then runs them under wine (tests Windows*).
 scripts/build-windows.sh
 
+# The test list is read from kelm_tests when ctest first starts after a build: once here, so
+# that the two ctest runs below do not both write it at the same time (each then appends its
+# own copy, and tests run twice).
+(cd build && ctest -N > /dev/null)
 stage "the Windows32 tests, in the background"
 w32log="build/Windows32.log"
 # In a process group of its own, so that a failing stage can stop it with all its children.
