@@ -42,6 +42,26 @@ struct Lv2UiHost {
     float* controls = nullptr;
     uint32_t firstControl = 0, controlCount = 0;
 
+    Lv2UiHost() = default;
+    Lv2UiHost(const Lv2UiHost&) = delete;
+    Lv2UiHost& operator=(const Lv2UiHost&) = delete;
+
+    // The features this host offers a UI, null-terminated: resize and touch, the parent
+    // window and instance-access where they are given.
+    std::vector<const LV2_Feature*> offer(void* parent, void* instance = nullptr) {
+        std::vector<const LV2_Feature*> list = {&resizeFeature, &touchFeature};
+        if (parent) {
+            parentFeature.data = parent;
+            list.push_back(&parentFeature);
+        }
+        if (instance) {
+            instanceFeature.data = instance;
+            list.push_back(&instanceFeature);
+        }
+        list.push_back(nullptr);
+        return list;
+    }
+
     static void write(LV2UI_Controller c, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
         if (format != 0 || size != sizeof(float)) return;
         Lv2UiHost& host = *static_cast<Lv2UiHost*>(c);
@@ -58,6 +78,12 @@ struct Lv2UiHost {
     static void touch(LV2UI_Feature_Handle h, uint32_t port, bool grabbed) {
         static_cast<Lv2UiHost*>(h)->heard.push_back({true, port, grabbed ? 1.0f : 0.0f});
     }
+
+private:
+    LV2UI_Resize resizeInterface = {this, &Lv2UiHost::resize};
+    LV2UI_Touch touchInterface = {this, &Lv2UiHost::touch};
+    LV2_Feature parentFeature = {LV2_UI__parent, nullptr}, resizeFeature = {LV2_UI__resize, &resizeInterface},
+                touchFeature = {LV2_UI__touch, &touchInterface}, instanceFeature = {LV2_INSTANCE_ACCESS_URI, nullptr};
 };
 
 // The writes heard were one gesture on `port` (touch, values, release); the value written last.
@@ -162,13 +188,9 @@ TEST(X11Lv2Ui, OpensInTheHostsWindowAndAKnobWritesItsPort) {
     ASSERT_NE(nullptr, idleInterface);
 
     Lv2UiHost host;
-    LV2UI_Resize resize = {&host, &Lv2UiHost::resize};
-    LV2UI_Touch touch = {&host, &Lv2UiHost::touch};
-    const LV2_Feature parentFeature = {LV2_UI__parent, parent.handle()};
-    const LV2_Feature resizeFeature = {LV2_UI__resize, &resize};
-    const LV2_Feature touchFeature = {LV2_UI__touch, &touch};
-    const LV2_Feature* features[] = {&parentFeature, &resizeFeature, &touchFeature, nullptr};
-    const LV2_Feature* noParent[] = {&resizeFeature, nullptr};
+    const auto noParentList = host.offer(nullptr), featureList = host.offer(parent.handle());
+    const LV2_Feature* const* features = featureList.data();
+    const LV2_Feature* const* noParent = noParentList.data();
     LV2UI_Widget widget = nullptr;
     // Another plug-in's URI, or no parent window: no UI.
     EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:other", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget, features));
@@ -243,15 +265,11 @@ TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
     CircuitEffect& core = plugin.core();
 
     Lv2UiHost host;
-    LV2UI_Resize resize = {&host, &Lv2UiHost::resize};
-    LV2UI_Touch touch = {&host, &Lv2UiHost::touch};
-    const LV2_Feature parentFeature = {LV2_UI__parent, parent.handle()};
-    const LV2_Feature resizeFeature = {LV2_UI__resize, &resize};
-    const LV2_Feature touchFeature = {LV2_UI__touch, &touch};
-    const LV2_Feature instanceFeature = {LV2_INSTANCE_ACCESS_URI, plugin.handle};
-    const LV2_Feature* features[] = {&parentFeature, &resizeFeature, &touchFeature, &instanceFeature, nullptr};
-    const LV2_Feature* noInstance[] = {&parentFeature, &resizeFeature, &touchFeature, nullptr};
-    const LV2_Feature* noParent[] = {&resizeFeature, &instanceFeature, nullptr};
+    const auto noInstanceList = host.offer(parent.handle()), noParentList = host.offer(nullptr, plugin.handle),
+               featureList = host.offer(parent.handle(), plugin.handle);
+    const LV2_Feature* const* features = featureList.data();
+    const LV2_Feature* const* noInstance = noInstanceList.data();
+    const LV2_Feature* const* noParent = noParentList.data();
     LV2UI_Widget widget = nullptr;
     // No instance-access, no parent, or the preamp's URI: no UI, and nothing in the window.
     EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:circuit", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget,
