@@ -56,6 +56,28 @@ struct Counting {
     ~Counting() { counting = false; }
     long count() const { return allocations.load(); }
 };
+
+// The preamp's core with its settings made, started at 48 kHz in blocks of `block` frames
+// with a sine on both inputs, its first block run (that one may still settle things).
+struct StartedCore {
+    KelmEffect effect;
+    std::vector<float> x, ol, orr;
+    float* in[2] = {nullptr, nullptr};
+    float* out[2] = {nullptr, nullptr};
+    StartedCore(const std::vector<std::pair<const char*, float>>& settings, int block)
+        : x(block), ol(block), orr(block) {
+        for (const auto& s : settings) effect.setParameter(effect.parameterIndex(s.first), s.second);
+        effect.setSampleRate(48000);
+        effect.setBlockSize(block);
+        effect.resume();
+        for (int i = 0; i < block; ++i) x[i] = 0.3f * std::sin(0.03f * i);
+        in[0] = in[1] = x.data();
+        out[0] = ol.data();
+        out[1] = orr.data();
+        process();
+    }
+    void process() { effect.process(in, out, static_cast<int>(x.size())); }
+};
 } // namespace
 
 TEST(PluginAllocation, ProcessingAllocatesNothingOnceSetUp) {
@@ -66,17 +88,8 @@ TEST(PluginAllocation, ProcessingAllocatesNothingOnceSetUp) {
     }
     for (float cpu : {0.0f, 1.0f}) {
         for (float oversampling : {0.0f, 1.0f}) {
-            KelmEffect effect;
-            effect.setParameter(effect.parameterIndex("CPU"), cpu);
-            effect.setParameter(effect.parameterIndex("Oversampling"), oversampling);
-            effect.setSampleRate(48000);
-            effect.setBlockSize(256);
-            effect.resume();
-            std::vector<float> l(256), r(256), ol(256), orr(256);
-            for (int i = 0; i < 256; ++i) l[i] = r[i] = 0.3f * std::sin(0.07f * i);
-            float* in[2] = {l.data(), r.data()};
-            float* out[2] = {ol.data(), orr.data()};
-            effect.process(in, out, 256);  // the first block after resume may still settle things
+            StartedCore s({{"CPU", cpu}, {"Oversampling", oversampling}}, 256);
+            KelmEffect& effect = s.effect;
             // Knob moves between blocks are delivered on the audio thread too: still nothing allocated.
             const int gain = effect.parameterIndex("Gain"), bass = effect.parameterIndex("Bass");
             Counting c;
@@ -87,7 +100,7 @@ TEST(PluginAllocation, ProcessingAllocatesNothingOnceSetUp) {
                     effect.setParameter(bass, 0.05f * (b % 11));
                     counting = true;
                 }
-                effect.process(in, out, 256);
+                s.process();
             }
             EXPECT_EQ(0, c.count()) << "CPU " << cpu << " oversampling " << oversampling;
         }
@@ -159,41 +172,36 @@ TEST(PluginAllocation, ConvolverProcessAllocatesNothing) {
     EXPECT_EQ(0, c.count());
 }
 
-TEST(PluginAllocation, TriodeStageOnItsPortsAllocatesNothing) {
-    // The 12AX7 stage solves on its triode's ports; a step into grid current and the limiter
-    // on the way.
-    auto d = makeDriver(readText(sourcePath("examples/triode-stage.xml")), 192000, 256);
-    auto* circuit = dynamic_cast<Circuit*>(&d->getGraph("V1MNA"));
-    ASSERT_NE(nullptr, circuit);
-    EXPECT_STREQ("port form", circuit->kernel().name());
-    std::vector<float> x(256);
-    for (int i = 0; i < 256; ++i) x[i] = 4.0f * std::sin(0.03f * i) + (i > 100 ? 2.0f : 0.0f);
-    const BufferList in = {x.data()};
-    d->process(in, 256);
-    Counting c;
-    for (int b = 0; b < 20; ++b) d->process(in, 256);
-    EXPECT_EQ(0, c.count());
-}
-
-TEST(PluginAllocation, SeveralTubesWithKnobsTurningAllocateNothing) {
-    // Four triodes and a tone stack on their ports, each knob turned on every block: each
-    // turn eliminates the circuit's linear part again, on the audio thread.
-    auto d = makeDriver(readText(sourcePath("examples/high-gain-preamp.xml")), 192000, 256);
-    for (const GraphPtr& g : d->getGraphs())
-        if (auto* circuit = dynamic_cast<Circuit*>(g.get())) {
-            EXPECT_STREQ("port form", circuit->kernel().name());
-        }
-    ASSERT_FALSE(d->getControls().empty());
-    std::vector<float> x(256);
-    for (int i = 0; i < 256; ++i) x[i] = 0.5f * std::sin(0.03f * i);
-    const BufferList in = {x.data()};
-    d->process(in, 256);
-    Counting c;
-    for (int b = 0; b < 20; ++b) {
-        for (const ControlPtr& control : d->getControls()) control->setValue(0.05f * b);
+TEST(PluginAllocation, CircuitsOnTheirPortsAllocateNothingWithKnobsTurning) {
+    // The 12AX7 stage stepped into grid current and the limiter on the way; four triodes and
+    // a tone stack with each knob turned on every block, each turn eliminating the circuit's
+    // linear part again on the audio thread.
+    struct Case {
+        const char* file;
+        float amplitude, step;
+        bool knobs;
+    };
+    for (const Case& k : {Case{"triode-stage.xml", 4.0f, 2.0f, false}, Case{"high-gain-preamp.xml", 0.5f, 0.0f, true}}) {
+        auto d = makeDriver(readText(sourcePath(std::string("examples/") + k.file)), 192000, 256);
+        int circuits = 0;
+        for (const GraphPtr& g : d->getGraphs())
+            if (auto* circuit = dynamic_cast<Circuit*>(g.get())) {
+                ++circuits;
+                EXPECT_STREQ("port form", circuit->kernel().name()) << k.file;
+            }
+        EXPECT_GT(circuits, 0) << k.file;
+        EXPECT_EQ(k.knobs, !d->getControls().empty()) << k.file;
+        std::vector<float> x(256);
+        for (int i = 0; i < 256; ++i) x[i] = k.amplitude * std::sin(0.03f * i) + (i > 100 ? k.step : 0.0f);
+        const BufferList in = {x.data()};
         d->process(in, 256);
+        Counting c;
+        for (int b = 0; b < 20; ++b) {
+            for (const ControlPtr& control : d->getControls()) control->setValue(0.05f * b);
+            d->process(in, 256);
+        }
+        EXPECT_EQ(0, c.count()) << k.file;
     }
-    EXPECT_EQ(0, c.count());
 }
 
 TEST(PluginAllocation, ProcessingAllocatesNothingWithTheEditorOpen) {
@@ -229,16 +237,8 @@ TEST(PluginAllocation, ParameterChangesOnTheAudioThreadAllocateNothing) {
     // the resamplers' designs, which resume has prepared for every position.
     // Resumed once on each path, once with the right channel's graphs bypassed (Mono).
     for (float cpu : {0.0f, 1.0f, 2.0f}) {
-        KelmEffect effect;
-        effect.setParameter(effect.parameterIndex("CPU"), std::min(cpu, 1.0f));
-        effect.setParameter(effect.parameterIndex("Stereo"), cpu > 1.0f ? 1.0f : 0.0f);
-        effect.setSampleRate(48000);
-        effect.setBlockSize(128);
-        effect.resume();
-        std::vector<float> l(128, 0.1f), ol(128), orr(128);
-        float* in[2] = {l.data(), l.data()};
-        float* out[2] = {ol.data(), orr.data()};
-        effect.process(in, out, 128);
+        StartedCore s({{"CPU", std::min(cpu, 1.0f)}, {"Stereo", cpu > 1.0f ? 1.0f : 0.0f}}, 128);
+        KelmEffect& effect = s.effect;
         unsigned seed = 12345;
         auto next = [&seed] {
             seed = seed * 1103515245u + 12345u;
@@ -248,7 +248,7 @@ TEST(PluginAllocation, ParameterChangesOnTheAudioThreadAllocateNothing) {
         for (int b = 0; b < 60; ++b) {
             for (int p = 0; p < effect.numberOfParameters(); ++p)
                 if (b % 3 == 0 || effect.parameterPositions(p) == 0) effect.setParameter(p, next());
-            effect.process(in, out, 128);
+            s.process();
         }
         EXPECT_EQ(0, c.count()) << "case " << cpu;
     }
@@ -259,24 +259,15 @@ TEST(PluginAllocation, SwitchesFlippedWhilePlayingAllocateNothing) {
     // spares run, take over and are set anew, the crossfades and the glides' steps run, all in
     // what the set-up sized. The circuit path at 4x, where the buffers are largest.
     for (const char* name : {"CPU", "EQ_Position", "Oversampling", "Stereo"}) {
-        KelmEffect effect;
-        effect.setParameter(effect.parameterIndex("CPU"), 0.0f);
-        effect.setParameter(effect.parameterIndex("Oversampling"), 1.0f);
-        effect.setSampleRate(48000);
-        effect.setBlockSize(256);
-        effect.resume();
-        std::vector<float> l(256), ol(256), orr(256);
-        for (int i = 0; i < 256; ++i) l[i] = 0.3f * std::sin(0.03f * i);
-        float* in[2] = {l.data(), l.data()};
-        float* out[2] = {ol.data(), orr.data()};
-        effect.process(in, out, 256);
+        StartedCore s({{"CPU", 0.0f}, {"Oversampling", 1.0f}}, 256);
+        KelmEffect& effect = s.effect;
         const int flipped = effect.parameterIndex(name), gain = effect.parameterIndex("Gain");
         int changes = 0;
         Counting c;
         for (int b = 0; b < 48; ++b) {
             if (b % 8 == 0) effect.setParameter(flipped, 1.0f - effect.getParameter(flipped));
             effect.setParameter(gain, 0.02f * b);
-            effect.process(in, out, 256);
+            s.process();
             changes += effect.getDriver().isChanging();
         }
         EXPECT_EQ(0, c.count()) << name;
