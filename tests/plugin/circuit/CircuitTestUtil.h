@@ -87,10 +87,11 @@ inline float peak(const std::vector<float>& x, size_t from = 0, size_t to = ~siz
     return p;
 }
 
-// The largest difference relative to b's peak.
+// The largest difference relative to b's peak; infinite when the lengths differ.
 inline double relativeDifference(const std::vector<float>& a, const std::vector<float>& b) {
+    if (a.size() != b.size()) return HUGE_VAL;
     double d = 0;
-    for (size_t i = 0; i < std::min(a.size(), b.size()); ++i) d = std::max(d, std::fabs(static_cast<double>(a[i]) - b[i]));
+    for (size_t i = 0; i < a.size(); ++i) d = std::max(d, std::fabs(static_cast<double>(a[i]) - b[i]));
     const double p = peak(b);
     return p > 0 ? d / p : d;
 }
