@@ -82,14 +82,16 @@ TEST(KelmCircuitEffect, PlaysAsTheEngineRendersAtTheDefaults) {
 TEST(KelmCircuitEffect, ParametersAreTheDocumentsControlsThenTheFixedOnes) {
     CircuitEffect e;
     startWith(e, example("baxandall.xml"));
-    ASSERT_EQ(20, e.numberOfParameters());
-    EXPECT_EQ("Bass", e.parameterName(0));
-    EXPECT_EQ("Treble", e.parameterName(1));
-    for (int i = 2; i < CircuitEffect::kSlots; ++i) EXPECT_EQ("-", e.parameterName(i)) << i;
-    EXPECT_EQ("Input level", e.parameterName(16));
-    EXPECT_EQ("Output level", e.parameterName(17));
-    EXPECT_EQ("Oversampling", e.parameterName(18));
-    EXPECT_EQ("Mix", e.parameterName(19));
+    auto names = [&e] {
+        std::vector<std::string> n;
+        for (int i = 0; i < e.numberOfParameters(); ++i) n.push_back(e.parameterName(i));
+        return n;
+    };
+    std::vector<std::string> expected(CircuitEffect::kSlots, "-");
+    expected[0] = "Bass";
+    expected[1] = "Treble";
+    expected.insert(expected.end(), {"Input level", "Output level", "Oversampling", "Mix"});
+    EXPECT_EQ(expected, names());
     EXPECT_FLOAT_EQ(0.5f, e.getParameter(0));  // the document's own value
     EXPECT_EQ("0.50", e.parameterDisplay(0));
     EXPECT_EQ("", e.parameterDisplay(5));
@@ -122,10 +124,10 @@ TEST(KelmCircuitEffect, ParametersAreTheDocumentsControlsThenTheFixedOnes) {
     const std::string demo = example("dsp-demo.xml");
     ASSERT_TRUE(e.setState(demo.data(), demo.size()));
     EXPECT_NE(serial, e.namesSerial());
-    EXPECT_EQ("Bypass", e.parameterName(0));
-    EXPECT_EQ("Mute", e.parameterName(1));
-    EXPECT_EQ("Select", e.parameterName(2));
-    EXPECT_EQ("-", e.parameterName(3));
+    expected[0] = "Bypass";
+    expected[1] = "Mute";
+    expected[2] = "Select";
+    EXPECT_EQ(expected, names());
 }
 
 // The input level sets how many volts full scale is on the way in, the output level on the
@@ -169,9 +171,8 @@ TEST(KelmCircuitEffect, ChannelsFollowTheDocument) {
         startWith(e, example("baxandall.xml"));
         e.setParameter(0, 0.9f);  // Bass, on both sides
         const auto stereo = effectRender(e, in, 256);
-        std::string boosted = example("baxandall.xml");
         CircuitEffect mono;
-        startWith(mono, boosted);
+        startWith(mono, example("baxandall.xml"));
         mono.setParameter(0, 0.9f);
         const auto fromMono = effectRender(mono, in, 256, false);
         EXPECT_EQ(fromMono[0], fromMono[1]);
@@ -297,6 +298,7 @@ TEST(KelmCircuitEffect, RefusedDocumentsLeaveTheCurrentOnePlaying) {
         {"title\nR1 a 0 1k\nQ1 c b e NOSUCHMODEL\nVin a 0 0\n.end\n", DocumentError::Netlist, "preset:3: "},
         {ladder(10000), DocumentError::TooLarge, "10002 elements, more than the 2000"},
         {netlist, DocumentError::TooLarge, "preset:2002: more than 2000 elements"},
+        {"", DocumentError::Empty, "empty"},
     };
     const auto in = testSignal(4096, kRate);
     CircuitEffect tried, untouched;
@@ -305,7 +307,7 @@ TEST(KelmCircuitEffect, RefusedDocumentsLeaveTheCurrentOnePlaying) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.says);
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_FALSE(tried.setState(c.bytes.data(), c.bytes.size()));
+        EXPECT_FALSE(tried.setState(c.bytes.empty() ? nullptr : c.bytes.data(), c.bytes.size()));
         EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2.0);
         EXPECT_EQ(c.kind, kindOf(c.bytes, "preset"));
         const CircuitEffect::Status s = tried.status();
@@ -314,9 +316,6 @@ TEST(KelmCircuitEffect, RefusedDocumentsLeaveTheCurrentOnePlaying) {
         EXPECT_EQ((std::vector<std::string>{"Bass", "Treble"}), s.controls);
         EXPECT_EQ(effectRender(untouched, in, kBlock), effectRender(tried, in, kBlock));
     }
-    EXPECT_FALSE(tried.setState(nullptr, 0));
-    EXPECT_NE(std::string::npos, tried.status().error.find("empty")) << tried.status().error;
-    EXPECT_EQ(effectRender(untouched, in, kBlock), effectRender(tried, in, kBlock));
     // A good one clears the error.
     const std::string good = example("baxandall.xml");
     EXPECT_TRUE(tried.setState(good.data(), good.size()));
