@@ -12,6 +12,7 @@
 #include "plugin/core/KelmEffect.h"
 #include "tests/TestUtil.h"
 #include "tests/clap/ClapTestHost.h"
+#include "tests/plugin/CoreRender.h"
 #include "tests/plugin/circuit/CircuitTestUtil.h"
 
 using namespace kelm;
@@ -32,37 +33,6 @@ void stereoSignal(size_t n, std::vector<float>& left, std::vector<float>& right)
         const double t = static_cast<double>(i) / 48000;
         left[i] = static_cast<float>(0.3 * std::sin(2 * M_PI * 196 * t) + 0.15 * std::sin(2 * M_PI * 2470 * t));
         right[i] = static_cast<float>(0.5 * std::exp(-3 * t) * std::sin(2 * M_PI * 330 * t));
-    }
-}
-
-// The effect core driven as kelm render and our host drive it, with `at` frames of one
-// block given to the core before the parameter changes and the rest after.
-void renderCore(const std::vector<float>& left, const std::vector<float>& right, std::vector<float>& outLeft,
-                std::vector<float>& outRight, const std::vector<std::pair<int, float>>& before, size_t changeFrame,
-                const std::vector<std::pair<int, float>>& change, int block) {
-    KelmEffect effect;
-    for (auto& p : before) effect.setParameter(p.first, p.second);
-    effect.setSampleRate(48000);
-    effect.setBlockSize(block);
-    effect.resume();
-    outLeft.assign(left.size(), 0.0f);
-    outRight.assign(left.size(), 0.0f);
-    auto run = [&](size_t from, size_t to) {
-        float* in[2] = {const_cast<float*>(left.data()) + from, const_cast<float*>(right.data()) + from};
-        float* out[2] = {outLeft.data() + from, outRight.data() + from};
-        effect.process(in, out, static_cast<int>(to - from));
-    };
-    for (size_t at = 0; at < left.size(); at += block) {
-        const size_t end = std::min(left.size(), at + block);
-        if (changeFrame > at && changeFrame < end) {
-            run(at, changeFrame);
-            for (auto& p : change) effect.setParameter(p.first, p.second);
-            run(changeFrame, end);
-        } else {
-            if (changeFrame == at)
-                for (auto& p : change) effect.setParameter(p.first, p.second);
-            run(at, end);
-        }
     }
 }
 
@@ -191,24 +161,15 @@ TEST(ClapRender, ParametersSetByEventsGiveWhatKelmRenderGives) {
     ASSERT_TRUE(p.activate(48000, 512, 512));
     ASSERT_EQ(kProcessContinue, p.render(left, right, outLeft, outRight, 512));
 
-    std::vector<float> interleaved;
-    for (size_t i = 0; i < left.size(); ++i) interleaved.insert(interleaved.end(), {left[i], right[i]});
     const std::string in = tempPath("clap_in.wav"), out = tempPath("clap_out.wav");
-    writeWav(in, interleaved, 2, 48000);
+    writeWav(in, interleave(left, right), 2, 48000);
     auto r = run(std::string(KELM_CLI_PATH) + " render --in " + in + " --out " + out +
                  " --set Gain=0.8 --set Bass=0.3 --set Oversampling=1 --set CPU=0 --block 512");
     ASSERT_EQ(0, r.status) << r.output;
     const std::vector<float> tool = readWav(out);
     std::remove(in.c_str());
     std::remove(out.c_str());
-    ASSERT_EQ(tool.size(), 2 * outLeft.size());
-    std::vector<float> toolLeft, toolRight;
-    for (size_t i = 0; i < tool.size(); i += 2) {
-        toolLeft.push_back(tool[i]);
-        toolRight.push_back(tool[i + 1]);
-    }
-    EXPECT_EQ(-1, firstDifference(toolLeft, outLeft));
-    EXPECT_EQ(-1, firstDifference(toolRight, outRight));
+    EXPECT_EQ(-1, firstDifference(tool, interleave(outLeft, outRight)));
     EXPECT_GT(relativeError(std::vector<float>(outLeft.size(), 0.0f), outLeft), 0.0);
     EXPECT_TRUE(p.faults.empty()) << p.faults.front();
 }
@@ -226,14 +187,12 @@ TEST(ClapRender, AChangeInTheMiddleOfABlockFallsOnItsFrame) {
     const std::vector<ClapParamChange> changes = {{868, static_cast<clap_id>(gain), 0.9},
                                                   {868, static_cast<clap_id>(treble), 0.1}};
     ASSERT_EQ(kProcessContinue, p.render(left, right, outLeft, outRight, 256, changes));
-    std::vector<float> coreLeft, coreRight;
-    renderCore(left, right, coreLeft, coreRight, {{cpu, 0.0f}}, 868, {{gain, 0.9f}, {treble, 0.1f}}, 256);
-    EXPECT_EQ(-1, firstDifference(coreLeft, outLeft));
-    EXPECT_EQ(-1, firstDifference(coreRight, outRight));
+    const CoreSettings change = {{gain, 0.9f}, {treble, 0.1f}};
+    const auto core = renderCore(left, right, {{cpu, 0.0f}}, 256, 868, change);
+    EXPECT_EQ(-1, firstDifference(core[0], outLeft));
+    EXPECT_EQ(-1, firstDifference(core[1], outRight));
     // Applied at the block's start instead, the change would be heard 100 frames early.
-    std::vector<float> earlyLeft, earlyRight;
-    renderCore(left, right, earlyLeft, earlyRight, {{cpu, 0.0f}}, 768, {{gain, 0.9f}, {treble, 0.1f}}, 256);
-    EXPECT_EQ(768, firstDifference(earlyLeft, outLeft));
+    EXPECT_EQ(768, firstDifference(renderCore(left, right, {{cpu, 0.0f}}, 256, 768, change)[0], outLeft));
     EXPECT_FLOAT_EQ(0.9f, static_cast<float>(p.value(static_cast<clap_id>(gain))));
     EXPECT_TRUE(p.faults.empty()) << p.faults.front();
 }
@@ -349,7 +308,6 @@ TEST(ClapCircuit, AStateHoldingADocumentRendersAsKelmRender) {
         ASSERT_EQ(kProcessContinue, p.render(in[0], in[1], left, right, 512));
         const auto toolLeft = circuit::kelmRenderSystem(sourcePath(file), in[0], 512);
         const auto toolRight = circuit::kelmRenderSystem(sourcePath(file), in[1], 512);
-        ASSERT_EQ(left.size(), toolLeft.size());
         const double dl = circuit::relativeDifference(left, toolLeft), dr = circuit::relativeDifference(right, toolRight);
         std::printf("%s: Kelm.clap against kelm render --system: %g, %g of peak\n", file, dl, dr);
         // A tube's Newton iteration stops within its tolerance: a dozen float roundings of

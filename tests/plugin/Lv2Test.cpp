@@ -14,6 +14,7 @@
 
 #include "plugin/core/KelmEffect.h"
 #include "tests/TestUtil.h"
+#include "tests/plugin/CoreRender.h"
 #include "tests/plugin/Lv2Urids.h"
 
 using namespace kelm;
@@ -71,21 +72,6 @@ struct Instance {
     }
 };
 
-// The core driven as the VST 2 shell and the tool drive it: parameters, rate, block, resume.
-std::vector<std::vector<float>> coreReference(const std::vector<float>& l, const std::vector<float>& r,
-                                              const std::vector<std::pair<int, float>>& values, int block, bool mono) {
-    KelmEffect e;
-    for (auto& v : values) e.setParameter(v.first, v.second);
-    e.setSampleRate(48000);
-    e.setBlockSize(block);
-    e.resume();
-    std::vector<std::vector<float>> out(2, std::vector<float>(l.size()));
-    float* in[2] = {const_cast<float*>(l.data()), const_cast<float*>(mono ? l.data() : r.data())};
-    float* o[2] = {out[0].data(), out[1].data()};
-    e.process(in, o, static_cast<int>(l.size()));
-    return out;
-}
-
 } // namespace
 
 TEST(PluginLv2Host, RunsAsTheCoreDoesWithAnyBlockSplitInPlaceAndMono) {
@@ -114,7 +100,7 @@ TEST(PluginLv2Host, RunsAsTheCoreDoesWithAnyBlockSplitInPlaceAndMono) {
             at += n;
         }
         p.d->deactivate(p.h);
-        const auto ref = coreReference(l, r, values, 64, mono);
+        const auto ref = renderCore(l, mono ? l : r, values, 64);
         for (size_t i = 0; i < frames; ++i) {
             ASSERT_EQ(ref[0][i], bufL[i]) << "mono " << mono << " frame " << i;
             ASSERT_EQ(ref[1][i], outR[i]) << "mono " << mono << " frame " << i;
