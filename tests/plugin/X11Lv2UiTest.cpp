@@ -61,6 +61,11 @@ struct Lv2UiHost {
         list.push_back(nullptr);
         return list;
     }
+    // The UI that `d` makes for the plug-in `uri` with these features; its widget in `widget`.
+    LV2UI_Handle open(const LV2UI_Descriptor* d, const char* uri, const std::vector<const LV2_Feature*>& features,
+                      LV2UI_Widget& widget) {
+        return d->instantiate(d, uri, KELM_LV2_BUNDLE "/", &Lv2UiHost::write, this, &widget, features.data());
+    }
 
     static void write(LV2UI_Controller c, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
         if (format != 0 || size != sizeof(float)) return;
@@ -188,16 +193,13 @@ TEST(X11Lv2Ui, OpensInTheHostsWindowAndAKnobWritesItsPort) {
     ASSERT_NE(nullptr, idleInterface);
 
     Lv2UiHost host;
-    const auto noParentList = host.offer(nullptr), featureList = host.offer(parent.handle());
-    const LV2_Feature* const* features = featureList.data();
-    const LV2_Feature* const* noParent = noParentList.data();
     LV2UI_Widget widget = nullptr;
     // Another plug-in's URI, or no parent window: no UI.
-    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:other", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget, features));
-    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:preamp", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget, noParent));
+    EXPECT_EQ(nullptr, host.open(d, "urn:kelm:other", host.offer(parent.handle()), widget));
+    EXPECT_EQ(nullptr, host.open(d, "urn:kelm:preamp", host.offer(nullptr), widget));
     EXPECT_EQ(0u, parent.children());
 
-    LV2UI_Handle ui = d->instantiate(d, "urn:kelm:preamp", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget, features);
+    LV2UI_Handle ui = host.open(d, "urn:kelm:preamp", host.offer(parent.handle()), widget);
     ASSERT_NE(nullptr, ui);
     EXPECT_EQ(730, host.width);  // the host was told the window's size
     EXPECT_EQ(340, host.height);
@@ -265,24 +267,15 @@ TEST(X11Lv2Ui, KelmCircuitsWindowWorksOnThePluginInstance) {
     CircuitEffect& core = plugin.core();
 
     Lv2UiHost host;
-    const auto noInstanceList = host.offer(parent.handle()), noParentList = host.offer(nullptr, plugin.handle),
-               featureList = host.offer(parent.handle(), plugin.handle);
-    const LV2_Feature* const* features = featureList.data();
-    const LV2_Feature* const* noInstance = noInstanceList.data();
-    const LV2_Feature* const* noParent = noParentList.data();
     LV2UI_Widget widget = nullptr;
     // No instance-access, no parent, or the preamp's URI: no UI, and nothing in the window.
-    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:circuit", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget,
-                                      noInstance));
-    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:circuit", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget,
-                                      noParent));
-    EXPECT_EQ(nullptr, d->instantiate(d, "urn:kelm:preamp", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget,
-                                      features));
+    EXPECT_EQ(nullptr, host.open(d, "urn:kelm:circuit", host.offer(parent.handle()), widget));
+    EXPECT_EQ(nullptr, host.open(d, "urn:kelm:circuit", host.offer(nullptr, plugin.handle), widget));
+    EXPECT_EQ(nullptr, host.open(d, "urn:kelm:preamp", host.offer(parent.handle(), plugin.handle), widget));
     EXPECT_EQ(0u, parent.children());
     EXPECT_EQ(0, host.width);
 
-    LV2UI_Handle ui =
-        d->instantiate(d, "urn:kelm:circuit", KELM_LV2_BUNDLE "/", &Lv2UiHost::write, &host, &widget, features);
+    LV2UI_Handle ui = host.open(d, "urn:kelm:circuit", host.offer(parent.handle(), plugin.handle), widget);
     ASSERT_NE(nullptr, ui);
     EXPECT_EQ(CircuitEditor::kWidth, host.width);
     EXPECT_EQ(CircuitEditor::kHeight, host.height);
