@@ -1,6 +1,4 @@
 #pragma once
-// The preamp's effect core driven as `kelm render` drives it, the reference the plug-in
-// formats are held to.
 #include <algorithm>
 #include <cstdint>
 #include <utility>
@@ -13,8 +11,9 @@ namespace test {
 
 typedef std::vector<std::pair<int, float>> CoreSettings;  // parameter index, value
 
-// The core with `settings` made, at 48 kHz, resumed, run over the two inputs in blocks of
-// `block` frames; `change` is made at frame `changeAt`, the block split there. The two outputs.
+// The preamp's core as `kelm render` drives it, the plug-ins' reference: `settings` made, at
+// 48 kHz, the inputs run in blocks of `block` frames, `change` made at frame `changeAt` (the
+// block split there). The two outputs.
 inline std::vector<std::vector<float>> renderCore(const std::vector<float>& left, const std::vector<float>& right,
                                                   const CoreSettings& settings, int block,
                                                   size_t changeAt = SIZE_MAX, const CoreSettings& change = {}) {
@@ -30,30 +29,19 @@ inline std::vector<std::vector<float>> renderCore(const std::vector<float>& left
         if (to > from) effect.process(in, o, static_cast<int>(to - from));
     };
     for (size_t at = 0; at < left.size(); at += block) {
-        const size_t end = std::min(left.size(), at + block);
-        if (changeAt >= at && changeAt < end) {
-            run(at, changeAt);
+        const size_t end = std::min(left.size(), at + block), split = changeAt >= at && changeAt < end ? changeAt : end;
+        run(at, split);
+        if (split < end)
             for (const auto& s : change) effect.setParameter(s.first, s.second);
-            run(changeAt, end);
-        } else {
-            run(at, end);
-        }
+        run(split, end);
     }
     return out;
 }
 
-// Two channels as one interleaved signal, and back.
+// Two channels as one interleaved signal.
 inline std::vector<float> interleave(const std::vector<float>& left, const std::vector<float>& right) {
     std::vector<float> out;
     for (size_t i = 0; i < left.size(); ++i) out.insert(out.end(), {left[i], right[i]});
-    return out;
-}
-inline std::vector<std::vector<float>> deinterleave(const std::vector<float>& x) {
-    std::vector<std::vector<float>> out(2);
-    for (size_t i = 0; i + 1 < x.size(); i += 2) {
-        out[0].push_back(x[i]);
-        out[1].push_back(x[i + 1]);
-    }
     return out;
 }
 
