@@ -22,34 +22,15 @@ typedef std::vector<std::pair<int, float>> Settings;
 // An instance opened at a rate and block size with its settings, switched on.
 struct Instance : Plugin {
     int maxBlock;
-    std::vector<float> l, r, ol, orr;
     Instance(float rate, int block, const Settings& settings) : maxBlock(block) {
         for (auto& s : settings) e->setParameter(e, s.first, s.second);
         start(rate, block);
     }
-    // Runs x (both channels) through in blocks whose sizes come from next(); returns the
-    // interleaved output.
+    // x (both channels) in blocks whose sizes come from next(), or of the block size; the
+    // output interleaved.
     template <typename NextBlock>
     std::vector<float> run(const std::vector<float>& x, NextBlock next) {
-        std::vector<float> out;
-        out.reserve(2 * x.size());
-        size_t at = 0;
-        while (at < x.size()) {
-            const int n = std::min<int>(next(), static_cast<int>(x.size() - at));
-            l.assign(x.begin() + at, x.begin() + at + n);
-            r = l;
-            ol.assign(n, 0.0f);
-            orr.assign(n, 0.0f);
-            float* in[2] = {l.data(), r.data()};
-            float* o[2] = {ol.data(), orr.data()};
-            e->processReplacing(e, in, o, n);
-            for (int i = 0; i < n; ++i) {
-                out.push_back(ol[i]);
-                out.push_back(orr[i]);
-            }
-            at += n;
-        }
-        return out;
+        return play(x, next, [](size_t) {});
     }
     std::vector<float> run(const std::vector<float>& x) {
         return run(x, [this] { return maxBlock; });

@@ -22,7 +22,6 @@ struct Stereo {
 // An instance at a rate, switched on with one setting, fed in blocks of `block` frames.
 struct Player : Plugin {
     int block;
-    std::vector<float> il, ir, ol, orr;
     Player(float rate, int blockSize, std::initializer_list<std::pair<int, float>> settings) : block(blockSize) {
         for (auto& s : settings) e->setParameter(e, s.first, s.second);
         start(rate, blockSize);
@@ -30,21 +29,13 @@ struct Player : Plugin {
     // Runs x through; before each block, change(frame) may move a parameter.
     template <typename Change>
     Stereo run(const std::vector<float>& x, Change change) {
-        Stereo y;
-        for (size_t at = 0; at < x.size(); at += block) {
-            const int n = static_cast<int>(std::min<size_t>(block, x.size() - at));
-            change(at);
-            il.assign(x.begin() + at, x.begin() + at + n);
-            ir = il;
-            ol.assign(n, 0.0f);
-            orr.assign(n, 0.0f);
-            float* in[2] = {il.data(), ir.data()};
-            float* out[2] = {ol.data(), orr.data()};
-            e->processReplacing(e, in, out, n);
-            y.l.insert(y.l.end(), ol.begin(), ol.end());
-            y.r.insert(y.r.end(), orr.begin(), orr.end());
+        const std::vector<float> y = play(x, [this] { return block; }, change);
+        Stereo s;
+        for (size_t i = 0; i + 1 < y.size(); i += 2) {
+            s.l.push_back(y[i]);
+            s.r.push_back(y[i + 1]);
         }
-        return y;
+        return s;
     }
     Stereo run(const std::vector<float>& x) {
         return run(x, [](size_t) {});

@@ -153,6 +153,27 @@ struct Plugin {
         const VstIntPtr size = call(effGetChunk, 0, 0, &data);
         return std::string(static_cast<const char*>(data), static_cast<size_t>(size));
     }
+    // Runs x on both inputs in blocks of next() frames, before(frame) called ahead of each;
+    // the two outputs interleaved.
+    template <typename NextBlock, typename Before>
+    std::vector<float> play(const std::vector<float>& x, NextBlock next, Before before) {
+        std::vector<float> out, l, r, ol, orr;
+        out.reserve(2 * x.size());
+        for (size_t at = 0; at < x.size();) {
+            const int n = std::min<int>(next(), static_cast<int>(x.size() - at));
+            before(at);
+            l.assign(x.begin() + at, x.begin() + at + n);
+            r = l;
+            ol.assign(n, 0.0f);
+            orr.assign(n, 0.0f);
+            float* in[2] = {l.data(), r.data()};
+            float* o[2] = {ol.data(), orr.data()};
+            e->processReplacing(e, in, o, n);
+            for (int i = 0; i < n; ++i) out.insert(out.end(), {ol[i], orr[i]});
+            at += n;
+        }
+        return out;
+    }
 };
 
 // Renders x (interleaved, `channels` of them; one channel feeds the left input alone, the
