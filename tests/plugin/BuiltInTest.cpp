@@ -4,9 +4,9 @@
 #include <complex>
 
 #include "plugin/core/BuiltInData.h"
-#include "plugin/core/KelmEffect.h"
 #include "plugin/core/TableGenerator.h"
 #include "tests/TestUtil.h"
+#include "tests/plugin/CoreRender.h"
 
 using namespace kelm;
 using namespace kelm::test;
@@ -22,26 +22,12 @@ struct Render {
     std::vector<float> left, right;
 };
 
-// Renders `seconds` of a sine (or silence) through a fresh effect set up as a host would.
+// Renders `seconds` of a sine through a fresh effect set up as a host would.
 Render render(const std::vector<std::pair<std::string, float>>& params, double amplitude, double freq, double seconds) {
-    const int block = 512;
-    KelmEffect effect;
-    for (auto& p : params) effect.setParameter(effect.parameterIndex(p.first), p.second);
-    effect.setSampleRate(48000);
-    effect.setBlockSize(block);
-    effect.resume();
-    const size_t frames = static_cast<size_t>(seconds * 48000);
-    std::vector<float> inL(block), inR(block), outL(block), outR(block);
-    Render r;
-    for (size_t at = 0; at < frames; at += block) {
-        for (int i = 0; i < block; ++i) inL[i] = inR[i] = static_cast<float>(amplitude * std::sin(2 * M_PI * freq * (at + i) / 48000));
-        float* in[2] = {inL.data(), inR.data()};
-        float* out[2] = {outL.data(), outR.data()};
-        effect.process(in, out, block);
-        r.left.insert(r.left.end(), outL.begin(), outL.end());
-        r.right.insert(r.right.end(), outR.begin(), outR.end());
-    }
-    return r;
+    std::vector<float> x(static_cast<size_t>(seconds * 48000));
+    for (size_t i = 0; i < x.size(); ++i) x[i] = static_cast<float>(amplitude * std::sin(2 * M_PI * freq * i / 48000));
+    const auto y = renderCore(x, x, named(params), 512);
+    return {y[0], y[1]};
 }
 
 // Level in dB of the component at freq over the last second.

@@ -1,6 +1,7 @@
 #pragma once
 #include <algorithm>
 #include <cstdint>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -38,10 +39,26 @@ inline std::vector<std::vector<float>> renderCore(const std::vector<float>& left
     return out;
 }
 
-// Two channels as one interleaved signal.
+// Settings by parameter name.
+inline CoreSettings named(const std::vector<std::pair<std::string, float>>& values) {
+    KelmEffect effect;
+    CoreSettings s;
+    for (const auto& v : values) s.push_back({effect.parameterIndex(v.first), v.second});
+    return s;
+}
+
+// Two channels as one interleaved signal, and back.
 inline std::vector<float> interleave(const std::vector<float>& left, const std::vector<float>& right) {
     std::vector<float> out;
     for (size_t i = 0; i < left.size(); ++i) out.insert(out.end(), {left[i], right[i]});
+    return out;
+}
+inline std::vector<std::vector<float>> deinterleave(const std::vector<float>& x) {
+    std::vector<std::vector<float>> out(2);
+    for (size_t i = 0; i + 1 < x.size(); i += 2) {
+        out[0].push_back(x[i]);
+        out[1].push_back(x[i + 1]);
+    }
     return out;
 }
 
