@@ -83,12 +83,8 @@ TEST(PluginDemandingHost, AnyBlockSplitGivesTheSameSamples) {
         std::uniform_int_distribution<int> small(1, 512), large(513, 5000);
         const auto split = Instance(48000, 512, s).run(x, [&] { return small(rng); });
         const auto larger = Instance(48000, 512, s).run(x, [&] { return large(rng); });
-        ASSERT_EQ(whole.size(), split.size());
-        ASSERT_EQ(whole.size(), larger.size());
-        for (size_t i = 0; i < whole.size(); ++i) {
-            ASSERT_EQ(whole[i], split[i]) << i;
-            ASSERT_EQ(whole[i], larger[i]) << i;
-        }
+        EXPECT_EQ(whole, split);
+        EXPECT_EQ(whole, larger);
         EXPECT_GT(rms(whole, 0, whole.size()), 0.01);
         EXPECT_EQ(0u, unfit(whole));
     }
@@ -227,14 +223,11 @@ TEST(PluginDemandingHost, SwitchedOnItIsSilentFromTheFirstSample) {
                     Instance p(rate, 512, s);
                     for (int round = 0; round < 2; ++round) {
                         const auto y = p.run(silence);
-                        const double first = peakDb(y, 0, 2 * tenth), all = peakDb(y, 0, y.size());
-                        const std::string where = std::to_string(rate) + " Hz, CPU " + std::to_string(cpu) +
-                                                  ", oversampling " + std::to_string(oversampling) + ", EQ " +
-                                                  std::to_string(eq) + ", round " + std::to_string(round) +
-                                                  ": first 100 ms " + std::to_string(first) + " dBFS, all " +
-                                                  std::to_string(all) + " dBFS";
-                        EXPECT_LT(all, -90.0) << where;
-                        EXPECT_EQ(0u, unfit(y)) << where;
+                        SCOPED_TRACE(testing::Message() << rate << " Hz, CPU " << cpu << ", oversampling " << oversampling
+                                                        << ", EQ " << eq << ", round " << round << ": first 100 ms "
+                                                        << peakDb(y, 0, 2 * tenth) << " dBFS");
+                        EXPECT_LT(peakDb(y, 0, y.size()), -90.0);
+                        EXPECT_EQ(0u, unfit(y));
                         p.call(effMainsChanged, 0, 0);
                         p.e->setParameter(p.e, kBass, round ? 1.0f : 0.2f);
                         p.call(effMainsChanged, 0, 1);
