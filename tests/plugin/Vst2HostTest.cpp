@@ -94,8 +94,7 @@ TEST(PluginVst2Host, OutputEqualsTheKelmTool) {
     ASSERT_EQ(0, r.status) << r.output;
     auto tool = readWav(out);
     auto host = render(x, 1, 512, [] { return 512; }, {{1, 0.8f}, {4, 0.3f}, {3, 1.0f}, {8, 0.0f}});
-    ASSERT_EQ(tool.size(), host.size());
-    for (size_t i = 0; i < host.size(); ++i) ASSERT_EQ(tool[i], host[i]) << i;
+    EXPECT_EQ(tool, host);
     std::remove(in.c_str());
     std::remove(out.c_str());
 }
