@@ -176,12 +176,6 @@ public:
         if (active) processing = plugin->start_processing(plugin);
         return active && processing;
     }
-    void deactivate() {
-        if (processing) plugin->stop_processing(plugin);
-        processing = false;
-        if (active) plugin->deactivate(plugin);
-        active = false;
-    }
     // Renders a stereo signal in blocks of `block` frames with the changes at their frames;
     // returns the status of the last block (the first that failed, if one did).
     int32_t render(const std::vector<float>& left, const std::vector<float>& right, std::vector<float>& outLeft,
