@@ -187,7 +187,7 @@ TEST(ClapRender, AChangeInTheMiddleOfABlockFallsOnItsFrame) {
     const std::vector<ClapParamChange> changes = {{868, static_cast<clap_id>(gain), 0.9},
                                                   {868, static_cast<clap_id>(treble), 0.1}};
     ASSERT_EQ(kProcessContinue, p.render(left, right, outLeft, outRight, 256, changes));
-    const CoreSettings change = {{gain, 0.9f}, {treble, 0.1f}};
+    const CoreChange change = [&](KelmEffect& e) { e.setParameter(gain, 0.9f), e.setParameter(treble, 0.1f); };
     const auto core = renderCore(left, right, {{cpu, 0.0f}}, 256, 868, change);
     EXPECT_EQ(-1, firstDifference(core[0], outLeft));
     EXPECT_EQ(-1, firstDifference(core[1], outRight));

@@ -1,6 +1,7 @@
 #pragma once
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,17 +13,20 @@ namespace test {
 
 typedef std::vector<std::pair<int, float>> CoreSettings;  // parameter index, value
 
+typedef std::function<void(KelmEffect&)> CoreChange;
+
 // The preamp's core as `kelm render` drives it, the plug-ins' reference: `settings` made, at
-// 48 kHz, the inputs run in blocks of `block` frames, `change` made at frame `changeAt` (the
-// block split there). The two outputs.
+// 48 kHz, resumed and `setup` run, the inputs run in blocks of `block` frames, `change` made at
+// frame `changeAt` (the block split there). The two outputs.
 inline std::vector<std::vector<float>> renderCore(const std::vector<float>& left, const std::vector<float>& right,
-                                                  const CoreSettings& settings, int block,
-                                                  size_t changeAt = SIZE_MAX, const CoreSettings& change = {}) {
+                                                  const CoreSettings& settings, int block, size_t changeAt = SIZE_MAX,
+                                                  const CoreChange& change = {}, const CoreChange& setup = {}) {
     KelmEffect effect;
     for (const auto& s : settings) effect.setParameter(s.first, s.second);
     effect.setSampleRate(48000);
     effect.setBlockSize(block);
     effect.resume();
+    if (setup) setup(effect);
     std::vector<std::vector<float>> out(2, std::vector<float>(left.size()));
     auto run = [&](size_t from, size_t to) {
         float* in[2] = {const_cast<float*>(left.data()) + from, const_cast<float*>(right.data()) + from};
@@ -32,8 +36,7 @@ inline std::vector<std::vector<float>> renderCore(const std::vector<float>& left
     for (size_t at = 0; at < left.size(); at += block) {
         const size_t end = std::min(left.size(), at + block), split = changeAt >= at && changeAt < end ? changeAt : end;
         run(at, split);
-        if (split < end)
-            for (const auto& s : change) effect.setParameter(s.first, s.second);
+        if (split < end && change) change(effect);
         run(split, end);
     }
     return out;

@@ -11,61 +11,36 @@
 #include "engine/Context.h"
 #include "engine/Element.h"
 #include "plugin/core/KelmEffect.h"
+#include "tests/plugin/CoreRender.h"
 
 using namespace kelm;
+using namespace kelm::test;
 
 namespace {
 
-struct Render {
-    std::vector<float> left, right;
-};
+typedef std::vector<std::vector<float>> Render;  // left, right
 
-// Different material per channel, loud enough that the second stage's grid conducts.
-void fill(std::vector<float>& l, std::vector<float>& r, long from) {
+// 0.15 s of different material per channel, loud enough that the second stage's grid
+// conducts, in blocks of `block`; `midway` runs halfway through.
+Render render(bool twinning, const std::vector<std::pair<std::string, float>>& params, int block,
+              const CoreChange& midway) {
+    std::vector<float> l(7200), r(7200);
     for (size_t i = 0; i < l.size(); ++i) {
-        const double t = static_cast<double>(from + static_cast<long>(i)) / 48000.0;
+        const double t = static_cast<double>(i) / 48000.0;
         l[i] = static_cast<float>(0.9 * std::sin(2 * M_PI * 220 * t) + 0.05 * std::sin(2 * M_PI * 5100 * t));
         r[i] = static_cast<float>(0.6 * std::sin(2 * M_PI * 331 * t + 1.0));
     }
-}
-
-// Renders 0.15 s in blocks of `block`; `midway` runs after the first half.
-template <class Change>
-Render render(bool twinning, const std::vector<std::pair<std::string, float>>& params, int block, Change midway) {
-    KelmEffect effect;
-    for (auto& p : params) effect.setParameter(effect.parameterIndex(p.first), p.second);
-    effect.setSampleRate(48000);
-    effect.setBlockSize(512);
-    effect.resume();
-    effect.getDriver().setTwinning(twinning);
-    const long total = 7200;
-    Render out;
-    std::vector<float> l(block), r(block), ol(block), orr(block);
-    for (long at = 0; at < total; at += block) {
-        if (at >= total / 2 && at - block < total / 2) midway(effect);
-        const int n = static_cast<int>(std::min<long>(block, total - at));
-        l.resize(n), r.resize(n);
-        fill(l, r, at);
-        float* in[2] = {l.data(), r.data()};
-        float* o[2] = {ol.data(), orr.data()};
-        effect.process(in, o, n);
-        out.left.insert(out.left.end(), ol.begin(), ol.begin() + n);
-        out.right.insert(out.right.end(), orr.begin(), orr.begin() + n);
-    }
-    return out;
+    return renderCore(l, r, named(params), block, l.size() / 2, midway,
+                      [twinning](KelmEffect& e) { e.getDriver().setTwinning(twinning); });
 }
 
 void expectSame(const Render& a, const Render& b, const std::string& what) {
-    ASSERT_EQ(a.left.size(), b.left.size());
-    size_t differing = 0;
-    for (size_t i = 0; i < a.left.size(); ++i)
-        differing += (a.left[i] != b.left[i]) + (a.right[i] != b.right[i]);
-    EXPECT_EQ(0u, differing) << what;
+    EXPECT_EQ(a, b) << what;
     // Not silence, and the channels do differ: otherwise the comparison proves little.
     float peak = 0;
-    for (float v : a.right) peak = std::max(peak, std::fabs(v));
+    for (float v : a[1]) peak = std::max(peak, std::fabs(v));
     EXPECT_GT(peak, 0.01f) << what;
-    EXPECT_NE(a.left, a.right) << what;
+    EXPECT_NE(a[0], a[1]) << what;
 }
 
 } // namespace
@@ -89,7 +64,6 @@ TEST(PluginTwinChannels, TheChannelsRunSideBySide) {
 }
 
 TEST(PluginTwinChannels, SamplesAreThoseOfEachGraphAlone) {
-    auto none = [](KelmEffect&) {};
     for (float cpu : {1.0f, 0.0f})
         for (float oversampling : {0.0f, 0.5f, 1.0f}) {
             const std::vector<std::pair<std::string, float>> params = {
@@ -97,7 +71,7 @@ TEST(PluginTwinChannels, SamplesAreThoseOfEachGraphAlone) {
             const std::string what = "CPU " + std::to_string(cpu) + ", Oversampling " + std::to_string(oversampling);
             for (int block : {512, 37}) {
                 if (cpu == 0.0f && block == 37 && oversampling != 1.0f) continue;  // the circuit path is slow
-                expectSame(render(true, params, block, none), render(false, params, block, none),
+                expectSame(render(true, params, block, {}), render(false, params, block, {}),
                            what + ", blocks of " + std::to_string(block));
             }
         }
@@ -135,6 +109,5 @@ TEST(PluginTwinChannels, ChannelsThatDifferStillMatchTheirOwnRuns) {
     // Mono bypasses the right channel's graphs: their partners run alone.
     auto mono = [](KelmEffect& e) { e.setParameter(e.parameterIndex("Stereo"), 1.0f); };
     const Render a = render(true, params, 512, mono), b = render(false, params, 512, mono);
-    EXPECT_EQ(a.left, b.left);
-    EXPECT_EQ(a.right, b.right);
+    EXPECT_EQ(a, b);
 }
