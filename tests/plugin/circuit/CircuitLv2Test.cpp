@@ -26,11 +26,8 @@ const std::string kBundle = KELM_LV2_BUNDLE;
 
 } // namespace
 
-TEST(KelmCircuitLv2, TheBundleDescribesBothPluginsWithoutErrors) {
-    const CommandResult r =
-        run("lv2_validate " + kBundle + "/manifest.ttl " + kBundle + "/kelm.ttl " + kBundle + "/circuit.ttl");
-    EXPECT_NE(std::string::npos, r.output.find("Found 0 errors")) << r.output;
-    EXPECT_EQ(std::string::npos, r.output.find("error:")) << r.output;
+// (lv2_validate over the bundle's three files: Lv2Tools.BundleValidatesAndExportsOnlyItsEntryPoint.)
+TEST(KelmCircuitLv2, TheBundleDescribesBothPlugins) {
     const std::string manifest = readText(kBundle + "/manifest.ttl");
     EXPECT_NE(std::string::npos, manifest.find("<urn:kelm:circuit>"));
     EXPECT_NE(std::string::npos, manifest.find("<urn:kelm:preamp>"));
