@@ -68,6 +68,13 @@ void BJT::derive() {
     invIkf = ikf > 0 ? 1 / ikf : 0;
     invIkr = ikr > 0 ? 1 / ikr : 0;
     point = Point();
+    // Each junction's table is as fine as the steeper of its two exponentials.
+    const double emitterVt = ise > 0 ? std::min(nfVt, neVt) : nfVt;
+    const double collectorVt = isc > 0 ? std::min(nrVt, ncVt) : nrVt;
+    tabulateJunction(emitterTable, emitterVt, is, -1e300,
+                     [this](double v, double* values, double* slopes) { junction(v, true, values, slopes); });
+    tabulateJunction(collectorTable, collectorVt, is, -1e300,
+                     [this](double v, double* values, double* slopes) { junction(v, false, values, slopes); });
 }
 
 namespace {
@@ -82,12 +89,20 @@ double leakage(double v, double is, double nvt, double& g) {
 }
 } // namespace
 
+void BJT::junction(double v, bool emitter, double* values, double* slopes) const {
+    values[0] = Junction::current(v, is, emitter ? nfVt : nrVt, slopes[0]);
+    values[1] = emitter ? leakage(v, ise, neVt, slopes[1]) : leakage(v, isc, ncVt, slopes[1]);
+    values[2] = charge[emitter ? 0 : 1].depletion(v, slopes[2]);
+}
+
 void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
-    double gbe, gbc, gben, gbcn;
-    const double cbe = Junction::current(vbe, is, nfVt, gbe);
-    const double cbc = Junction::current(vbc, is, nrVt, gbc);
-    const double cben = leakage(vbe, ise, neVt, gben);
-    const double cbcn = leakage(vbc, isc, ncVt, gbcn);
+    // Per junction: the transport current, the leakage and the depletion charge, each with
+    // its slope.
+    double e[3], de[3], c[3], dc[3];
+    if (!emitterTable.lookup(vbe, e, de)) junction(vbe, true, e, de);
+    if (!collectorTable.lookup(vbc, c, dc)) junction(vbc, false, c, dc);
+    const double cbe = e[0], gbe = de[0], cben = e[1], gben = de[1];
+    const double cbc = c[0], gbc = dc[0], cbcn = c[1], gbcn = dc[1];
     // The base charge: Early effect (q1) and high injection (q2).
     const double q1 = 1 / (1 - invVaf * vbc - invVar * vbe);
     double qb, dqbdve, dqbdvc;
@@ -114,9 +129,8 @@ void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
     if (!withCharges) return;
     // The base-emitter charge: depletion, and diffusion following the transfer current
     // Is (exp - 1) / qb where the junction conducts.
-    double c;
-    const double depletion = charge[0].depletion(vbe, c);
-    p.qeVbe = c;
+    const double depletion = e[2];
+    p.qeVbe = de[2];
     p.qeVbc = 0;
     p.qe = depletion;
     if (tf > 0) {
@@ -130,9 +144,8 @@ void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
         p.qe = depletion + tf * diffusion;
     }
     // The base-collector charge: depletion, and diffusion following the reverse current.
-    const double collector = charge[1].depletion(vbc, c);
-    p.qcVbc = c + tr * (tr > 0 ? gbc : 0);
-    p.qc = collector + tr * (tr > 0 ? cbc : 0);
+    p.qcVbc = dc[2] + tr * (tr > 0 ? gbc : 0);
+    p.qc = c[2] + tr * (tr > 0 ? cbc : 0);
 }
 
 void BJT::transport(double vbe, double vbc, double& ib, double& ic, double* d) const {

@@ -37,6 +37,9 @@ private:
         double qe = 0, qeVbe = 0, qeVbc = 0, qc = 0, qcVbc = 0;
     };
     void compute(double vbe, double vbc, bool withCharges, Point& p) const;
+    // One junction at v, exactly (the emitter's or the collector's): its transport current,
+    // its leakage with gmin and its depletion charge, with their slopes by v.
+    void junction(double v, bool emitter, double* values, double* slopes) const;
     // The junctions at vbe, vbc: the charge memory of a sample and the iteration's first
     // evaluation of the next one meet at the same voltages, and the second takes the numbers
     // from here.
@@ -59,6 +62,7 @@ private:
     double nfVt = 0, nrVt = 0, neVt = 0, ncVt = 0, invVaf = 0, invVar = 0, invIkf = 0, invIkr = 0;
     double lastVbe = 0, lastVbc = 0;
     mutable Point point;  // the last junction voltages computed
+    HermiteTable<3> emitterTable, collectorTable;  // what junction() gives, tabulated
 };
 
 } // namespace kelm

@@ -46,7 +46,13 @@ void Diode::derive() {
     nvt = n * Junction::thermalVoltage();
     vcrit = Junction::criticalVoltage(is, nvt);
     charge[0].setDepletion(cjo, vj, m, fc);
-    if (!breakdown) return;
+    if (breakdown) findKnee();
+    // The breakdown law takes over below -knee, the table stops there.
+    tabulateJunction(table, nvt, is, breakdown ? -knee : -1e300,
+                     [this](double v, double* values, double* slopes) { exact(v, values, slopes); });
+}
+
+void Diode::findKnee() {
     // The breakdown voltage moved so that the current at -Bv is Ibv, as SPICE finds it.
     double current = ibv;
     if (current < is * bv / nvt) {
@@ -62,6 +68,13 @@ void Diode::derive() {
     knee = x;
 }
 
+void Diode::exact(double v, double* values, double* slopes) const {
+    values[0] = junctionCurrent(v, slopes[0]);
+    double c;
+    values[1] = charge[0].depletion(v, c) + tt * values[0];
+    slopes[1] = c + tt * slopes[0];
+}
+
 void Diode::charges(const double* v, double* q) const {
     // A solution whose iteration stopped short may leave the junction far beyond the point it
     // was last evaluated at: the charge is taken no further than a step from there.
@@ -71,17 +84,28 @@ void Diode::charges(const double* v, double* q) const {
     // from the curve by (dv / nvt)^2 / 2 of the step's own change at most.
     const double dv = vd - point.v;
     if (point.charged && std::fabs(dv) <= kTangentReach * nvt) {
-        q[0] = point.q + (point.c + tt * point.g) * dv;
+        q[0] = point.q + point.dq * dv;
         return;
     }
     q[0] = at(vd, true).q;
 }
 
 const Diode::Point& Diode::compute(double vd, bool withCharge) const {
+    double values[2] = {0, 0}, slopes[2] = {0, 0};
     point.v = vd;
-    point.id = junctionCurrent(vd, point.g);
-    point.charged = withCharge;
-    if (withCharge) point.q = charge[0].depletion(vd, point.c) + tt * point.id;
+    point.charged = true;
+    if (!table.lookup(vd, values, slopes)) {
+        if (withCharge) {
+            exact(vd, values, slopes);
+        } else {
+            values[0] = junctionCurrent(vd, slopes[0]);
+            point.charged = false;
+        }
+    }
+    point.id = values[0];
+    point.g = slopes[0];
+    point.q = values[1];
+    point.dq = slopes[1];
     return point;
 }
 
@@ -104,7 +128,7 @@ void Diode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     if (withCharge) {
         const double rate = stepRate();
         id += charge[0].current(p.q, rate);
-        g += rate * (p.c + tt * g);
+        g += rate * p.dq;
     }
     i[0] = id;
     di[0] = g;

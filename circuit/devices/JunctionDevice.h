@@ -1,4 +1,5 @@
 #pragma once
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -7,6 +8,7 @@
 #include "circuit/PortComponent.h"
 #include "circuit/Stamp.h"
 #include "circuit/devices/JunctionCharge.h"
+#include "math/HermiteTable.h"
 
 namespace kelm {
 
@@ -81,6 +83,23 @@ protected:
     // less than 5e-4 of the step's own change of charge.
     static constexpr double kTangentReach = 1e-3;
 
+    // Tabulates K functions of one junction's voltage (its currents and charge), so that an
+    // evaluation interpolates instead of taking exponentials and powers: finely (nvt / 8, the
+    // interpolant within 1e-6 of the current) from -10 nvt, where the reverse tail has nearly
+    // settled at -Is, to where Is exp(v / nvt) reaches 1 A, and in steps of at most 0.1 V down
+    // to `floor` but no further than 12 V of reverse bias. Outside that span the device evaluates exactly.
+    // f(v, values, slopes) is the exact evaluation. Allocates nothing once reserved.
+    template <int K, typename F>
+    static void tabulateJunction(HermiteTable<K>& table, double nvt, double is, double floor, F&& f) {
+        if (table.fineCapacity() == 0) table.reserve(kCoarseIntervals, kFineIntervals);
+        const double split = -10 * nvt;
+        const double high = std::max(split + nvt, nvt * std::log(1 / is + 1));
+        const double low = std::max(floor, -12.0);
+        const int fine = std::min(kFineIntervals, static_cast<int>(std::ceil((high - split) / (nvt / 8))));
+        const int coarse = std::min(kCoarseIntervals, static_cast<int>(std::ceil((split - low) / 0.1)));
+        table.build(low, split, high, std::max(coarse, 0), fine, f);
+    }
+
     static constexpr int maxCharges = 3;
     JunctionCharge charge[maxCharges];
     int chargeCount = 0;
@@ -96,6 +115,7 @@ private:
         int outer, inner;
         double* resistance;
     };
+    static constexpr int kCoarseIntervals = 128, kFineIntervals = 320;
     void check(const Parameter& p, double v) const;
     bool replaceNotFinite(double* i, double* di) const;
     std::vector<Parameter> parameters;
