@@ -61,10 +61,11 @@ void runExample(benchmark::State& state, const std::string& file, double level, 
     for (const GraphPtr& g : d->getGraphs())
         if (auto* c = dynamic_cast<Circuit*>(g.get()))
             if (auto* k = dynamic_cast<const NodalKernel*>(&c->kernel())) kernels.push_back(k);
-    long solves0 = 0, iterations0 = 0;
+    long solves0 = 0, iterations0 = 0, factored0 = 0;
     for (const NodalKernel* k : kernels) {
         solves0 += k->solveCount();
         iterations0 += k->iterationCount();
+        factored0 += k->factorCount();
     }
     // The first knob: a control that moves no switch or rate (those are changes of structure,
     // carried out with spare graphs, not turned on every block).
@@ -90,13 +91,16 @@ void runExample(benchmark::State& state, const std::string& file, double level, 
         d->process({in.data()}, kBlock);
         benchmark::DoNotOptimize(d->getResults()[0][0]);
     }
-    long solves = -solves0, iterations = -iterations0;
+    long solves = -solves0, iterations = -iterations0, factored = -factored0;
     for (const NodalKernel* k : kernels) {
         solves += k->solveCount();
         iterations += k->iterationCount();
+        factored += k->factorCount();
     }
     state.counters["x_real_time"] = benchmark::Counter(state.iterations() * kBlock / kRate, benchmark::Counter::kIsRate);
     if (solves > 0) state.counters["iterations_per_sample"] = static_cast<double>(iterations) / solves;
+    // The share of the port iteration's steps that factored J.
+    if (iterations > 0) state.counters["factored"] = static_cast<double>(factored) / iterations;
     state.SetLabel(turning ? (knob ? "knob turning" : "no knob") : "");
 }
 

@@ -38,16 +38,49 @@ inline void subtractColumn(double* __restrict to, const double* __restrict from,
     for (; i < count; ++i) to[i] -= from[i] * scale;
 }
 
-// Solves J x = b in place (b becomes x) for the n by n column-major J by Gaussian
-// elimination with partial pivoting; J is overwritten. Every inner loop runs down a column,
-// so that it needs no sums in a fixed order and the compiler may vectorise it. False for a
-// singular or non-finite J. NS above 0: the order known to the compiler.
+// One step of Gaussian elimination on the n by n column-major J and b at column c, its
+// pivot J[c][c] in place: the column below scaled by the pivot's inverse, b and the columns
+// to the right updated. Every inner loop runs down a column, so that it needs no sums in a
+// fixed order and the compiler may vectorise it. NS above 0: n known to the compiler.
 template <int NS>
-bool solveColumns(double* __restrict J, int order, double* __restrict b) {
+inline void eliminateColumn(double* __restrict J, int n, double* __restrict b, int c) {
+    double* column = J + c * n;
+    const double inverse = 1.0 / column[c];
+    KELM_UNROLL
+    for (int r = c + 1; r < n; ++r) column[r] *= inverse;
+    const double bc = b[c];
+    KELM_UNROLL
+    for (int r = c + 1; r < n; ++r) b[r] -= column[r] * bc;
+    KELM_UNROLL
+    for (int k = c + 1; k < n; ++k) {
+        double* target = J + k * n;
+        subtractColumn<0>(target + c + 1, column + c + 1, target[c], n - c - 1);
+    }
+}
+
+// The back substitution after the elimination: b becomes x.
+template <int NS>
+inline void substituteBack(const double* __restrict J, int n, double* __restrict b) {
+    KELM_UNROLL
+    for (int c = n - 1; c >= 0; --c) {
+        const double* column = J + c * n;
+        const double x = b[c] / column[c];
+        b[c] = x;
+        KELM_UNROLL
+        for (int r = 0; r < c; ++r) b[r] -= column[r] * x;
+    }
+}
+
+// Solves J x = b in place (b becomes x) for the n by n column-major J by Gaussian
+// elimination with partial pivoting; J is overwritten by its factors and, where pivotRows is
+// given, the row chosen at each column is kept there. False for a singular or non-finite J.
+// NS above 0: the order known to the compiler.
+template <int NS>
+bool solveColumns(double* __restrict J, int order, double* __restrict b, int* pivotRows = nullptr) {
     const int n = NS > 0 ? NS : order;
     KELM_UNROLL
     for (int c = 0; c < n; ++c) {
-        double* column = J + c * n;
+        const double* column = J + c * n;
         int p = c;
         double best = std::fabs(column[c]);
         KELM_UNROLL
@@ -59,32 +92,33 @@ bool solveColumns(double* __restrict J, int order, double* __restrict b) {
             }
         }
         if (!(best > 0) || !(best < HUGE_VAL)) return false;
+        if (pivotRows) pivotRows[c] = p;
         if (p != c) {
             KELM_UNROLL
             for (int k = c; k < n; ++k) std::swap(J[k * n + c], J[k * n + p]);
             std::swap(b[c], b[p]);
         }
-        const double inverse = 1.0 / column[c];
-        KELM_UNROLL
-        for (int r = c + 1; r < n; ++r) column[r] *= inverse;
+        eliminateColumn<NS>(J, n, b, c);
+    }
+    substituteBack<NS>(J, n, b);
+    return true;
+}
+
+// Solves J x = b in place with the factors that solveColumns left in LU and the pivot rows
+// it chose: its row exchanges and elimination replayed on b, then the back substitution.
+template <int NS>
+void solveFactored(const double* __restrict LU, const int* __restrict pivotRows, int order, double* __restrict b) {
+    const int n = NS > 0 ? NS : order;
+    KELM_UNROLL
+    for (int c = 0; c < n; ++c) {
+        const int p = pivotRows[c];
+        if (p != c) std::swap(b[c], b[p]);
+        const double* column = LU + c * n;
         const double bc = b[c];
         KELM_UNROLL
         for (int r = c + 1; r < n; ++r) b[r] -= column[r] * bc;
-        KELM_UNROLL
-        for (int k = c + 1; k < n; ++k) {
-            double* target = J + k * n;
-            subtractColumn<0>(target + c + 1, column + c + 1, target[c], n - c - 1);
-        }
     }
-    KELM_UNROLL
-    for (int c = n - 1; c >= 0; --c) {
-        const double* column = J + c * n;
-        const double x = b[c] / column[c];
-        b[c] = x;
-        KELM_UNROLL
-        for (int r = 0; r < c; ++r) b[r] -= column[r] * x;
-    }
-    return true;
+    substituteBack<NS>(LU, n, b);
 }
 
 // y := M x for an r x c row-major M.
@@ -268,6 +302,7 @@ bool NodalKernel::classify(int inputs, int outputs, std::string& reason) {
         block += d.ports * d.ports + d.outputs * d.ports;
     }
     jacobians.assign(block, 0.0);
+    keptJacobians.assign(block, 0.0);
     return true;
 }
 
@@ -314,6 +349,7 @@ void NodalKernel::allocate() {
 bool NodalKernel::refresh() {
     built = false;
     ++refreshes;
+    factorsKept = false;
     // The states' columns, updates and sensed rows: a capacitance or the sample rate may
     // have changed them.
     std::fill(colsZ.begin(), colsZ.begin() + static_cast<size_t>(S) * n, 0.0);
@@ -494,6 +530,7 @@ void NodalKernel::loadState() {
     for (int p = 0; p < P; ++p) vm1[p] = vm2[p] = predicted[p] = previous[p];
     for (int q = 0; q < Q; ++q) yLin[q] = 0;
     stateValid = true;
+    factorsKept = false;
 }
 
 void NodalKernel::endBlock() {
@@ -567,6 +604,15 @@ inline bool NodalKernel::takeStepSized(const double* __restrict ve, double* __re
     return next;
 }
 
+bool NodalKernel::slopesNear(const double* blocks, double share) const {
+    bool near = true;
+    for (const Slope& s : slopes) {
+        const double kept = keptJacobians[s.at];
+        near = near && std::fabs(blocks[s.at] - kept) <= share * std::fabs(kept);
+    }
+    return near;
+}
+
 template <int PS>
 void NodalKernel::predictPorts(const double* __restrict last, double* __restrict start, int ports) {
     // The last solution, or the prediction from the last two (three).
@@ -614,6 +660,8 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
     // product is a sum of columns (vectorisable, no reductions in a fixed order). With PS and
     // QS above 0 the sizes are known to the compiler.
     constexpr bool sized = PS > 0;
+    // From four ports on, the factors of J are kept for the next sample's first step.
+    constexpr bool chordable = PS >= 4 && PS <= maxKeptPorts;
     const int Pn = sized ? PS : P, Qn = sized ? QS : Q;
     double kLocal[sized ? PS * QS : 1], vLocal[sized ? PS : 1], eLocal[sized ? PS : 1], yLocal[sized ? QS : 1];
     double jLocal[sized ? PS * PS : 1], rLocal[sized ? PS : 1];
@@ -656,39 +704,52 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
         for (int p = 0; p < Pn; ++p) r[p] = ve[p] - base[p];
         KELM_UNROLL
         for (int q = 0; q < Qn; ++q) subtractColumn<PS>(r, kk + q * Pn, yy[q], Pn);
-        KELM_UNROLL
-        for (int c = 0; c < Pn * Pn; ++c) jj[c] = 0.0;
-        KELM_UNROLL
-        for (int c = 0; c < Pn; ++c) jj[c * Pn + c] = 1.0;
-        for (const Slope* s = slopeList; s != slopeEnd; ++s) subtractColumn<PS>(jj + s->port * Pn, kk + s->output * Pn, blocks[s->at], Pn);
-        bool solved;
-        if (Pn == 1) {
-            solved = std::fabs(jj[0]) > 0 && std::isfinite(jj[0]);
-            r[0] /= jj[0];
-        } else if (Pn == 2) {
-            // By columns: J = [j0 j2; j1 j3]. Two divisions side by side finish sooner than a
-            // reciprocal and its products.
-            const double det = jj[0] * jj[3] - jj[2] * jj[1];
-            solved = std::fabs(det) > 0 && std::isfinite(det);
-            const double d0 = (jj[3] * r[0] - jj[2] * r[1]) / det;
-            const double d1 = (jj[0] * r[1] - jj[1] * r[0]) / det;
-            r[0] = d0;
-            r[1] = d1;
-        } else if (Pn == 3) {
-            // By cofactors, J by columns: [j0 j3 j6; j1 j4 j7; j2 j5 j8]. No pivots to search,
-            // and the three divisions side by side.
-            const double c0 = jj[4] * jj[8] - jj[7] * jj[5], c1 = jj[7] * jj[2] - jj[1] * jj[8],
-                         c2 = jj[1] * jj[5] - jj[4] * jj[2];
-            const double det = jj[0] * c0 + jj[3] * c1 + jj[6] * c2;
-            solved = std::fabs(det) > 0 && std::isfinite(det);
-            const double d0 = (c0 * r[0] + (jj[6] * jj[5] - jj[3] * jj[8]) * r[1] + (jj[3] * jj[7] - jj[6] * jj[4]) * r[2]) / det;
-            const double d1 = (c1 * r[0] + (jj[0] * jj[8] - jj[6] * jj[2]) * r[1] + (jj[6] * jj[1] - jj[0] * jj[7]) * r[2]) / det;
-            const double d2 = (c2 * r[0] + (jj[3] * jj[2] - jj[0] * jj[5]) * r[1] + (jj[0] * jj[4] - jj[3] * jj[1]) * r[2]) / det;
-            r[0] = d0;
-            r[1] = d1;
-            r[2] = d2;
+        bool solved = true;
+        if (chordable && k == 1 && factorsKept && slopesNear(blocks, kChordSlopeChange)) {
+            // The sample's first step on the last factors of J (a chord step), while every
+            // device's slopes lie near those the factors were made with: its error is then
+            // a small share of its step. Where it does not converge, the next step is Newton's.
+            solveFactored<PS>(keptFactors.data(), keptPivots.data(), Pn, r);
         } else {
-            solved = solveColumns<PS>(jj, Pn, r);
+            KELM_UNROLL
+            for (int c = 0; c < Pn * Pn; ++c) jj[c] = 0.0;
+            KELM_UNROLL
+            for (int c = 0; c < Pn; ++c) jj[c * Pn + c] = 1.0;
+            for (const Slope* s = slopeList; s != slopeEnd; ++s) subtractColumn<PS>(jj + s->port * Pn, kk + s->output * Pn, blocks[s->at], Pn);
+            if (Pn == 1) {
+                solved = std::fabs(jj[0]) > 0 && std::isfinite(jj[0]);
+                r[0] /= jj[0];
+            } else if (Pn == 2) {
+                // By columns: J = [j0 j2; j1 j3]. Two divisions side by side finish sooner than a
+                // reciprocal and its products.
+                const double det = jj[0] * jj[3] - jj[2] * jj[1];
+                solved = std::fabs(det) > 0 && std::isfinite(det);
+                const double d0 = (jj[3] * r[0] - jj[2] * r[1]) / det;
+                const double d1 = (jj[0] * r[1] - jj[1] * r[0]) / det;
+                r[0] = d0;
+                r[1] = d1;
+            } else if (Pn == 3) {
+                // By cofactors, J by columns: [j0 j3 j6; j1 j4 j7; j2 j5 j8]. No pivots to search,
+                // and the three divisions side by side.
+                const double c0 = jj[4] * jj[8] - jj[7] * jj[5], c1 = jj[7] * jj[2] - jj[1] * jj[8],
+                             c2 = jj[1] * jj[5] - jj[4] * jj[2];
+                const double det = jj[0] * c0 + jj[3] * c1 + jj[6] * c2;
+                solved = std::fabs(det) > 0 && std::isfinite(det);
+                const double d0 = (c0 * r[0] + (jj[6] * jj[5] - jj[3] * jj[8]) * r[1] + (jj[3] * jj[7] - jj[6] * jj[4]) * r[2]) / det;
+                const double d1 = (c1 * r[0] + (jj[0] * jj[8] - jj[6] * jj[2]) * r[1] + (jj[6] * jj[1] - jj[0] * jj[7]) * r[2]) / det;
+                const double d2 = (c2 * r[0] + (jj[3] * jj[2] - jj[0] * jj[5]) * r[1] + (jj[0] * jj[4] - jj[3] * jj[1]) * r[2]) / det;
+                r[0] = d0;
+                r[1] = d1;
+                r[2] = d2;
+            } else if constexpr (chordable) {
+                solved = solveColumns<PS>(jj, Pn, r, keptPivots.data());
+                std::copy(jj, jj + PS * PS, keptFactors.data());
+                for (const Slope* s = slopeList; s != slopeEnd; ++s) keptJacobians[s->at] = blocks[s->at];
+                factorsKept = solved;
+                ++factored;
+            } else {
+                solved = solveColumns<PS>(jj, Pn, r);
+            }
         }
         bool finite = solved;
         KELM_UNROLL

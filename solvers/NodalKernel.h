@@ -1,4 +1,5 @@
 #pragma once
+#include <array>
 #include <memory>
 #include <string>
 #include <vector>
@@ -64,6 +65,8 @@ public:
     long solveCount() const { return solves; }
     long iterationCount() const { return iterations; }
     long cappedCount() const { return capped; }
+    // How often the port iteration has factored J (the other steps reuse the last factors).
+    long factorCount() const { return factored; }
     // How often A has been eliminated anew (at the start and after each change).
     long refreshCount() const { return refreshes; }
 
@@ -182,7 +185,18 @@ private:
     std::vector<double> scratch;  // n entries
     std::vector<scalar> writtenX;
     std::vector<double> writtenStates;
-    long solves = 0, iterations = 0, capped = 0, refreshes = 0;
+    long solves = 0, iterations = 0, capped = 0, refreshes = 0, factored = 0;
+    // The last factors of J and their pivot rows, for ports of known number up to 12.
+    static constexpr int maxKeptPorts = 12;
+    std::array<double, maxKeptPorts * maxKeptPorts> keptFactors{};
+    std::array<int, maxKeptPorts> keptPivots{};
+    bool factorsKept = false;
+    std::vector<double> keptJacobians;  // the devices' slopes that the kept factors were made with
+    // How far (a share of each) the devices' slopes may have moved from those of the kept
+    // factors for a sample's first step to take them.
+    static constexpr double kChordSlopeChange = 0.25;
+    // Whether every device slope in blocks lies within `share` of its kept value.
+    bool slopesNear(const double* blocks, double share) const;
     struct Loops;
     void (NodalKernel::*loop)(BufferList&, BufferList&, size_t) = nullptr;
     typedef void (NodalKernel::*TwinLoop)(NodalKernel&, BufferList&, BufferList&, BufferList&, BufferList&, size_t);
