@@ -67,6 +67,8 @@ void BJT::derive() {
     invVar = var > 0 ? 1 / var : 0;
     invIkf = ikf > 0 ? 1 / ikf : 0;
     invIkr = ikr > 0 ? 1 / ikr : 0;
+    invBf = 1 / bf;
+    invBr = 1 / br;
     point = Point();
     // Each junction's table is as fine as the steeper of its two exponentials.
     const double emitterVt = ise > 0 ? std::min(nfVt, neVt) : nfVt;
@@ -103,28 +105,32 @@ void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
     if (!collectorTable.lookup(vbc, c, dc)) junction(vbc, false, c, dc);
     const double cbe = e[0], gbe = de[0], cben = e[1], gben = de[1];
     const double cbc = c[0], gbc = dc[0], cbcn = c[1], gbcn = dc[1];
-    // The base charge: Early effect (q1) and high injection (q2).
+    // The base charge: Early effect (q1) and high injection (q2); three divisions in all,
+    // the rest by their reciprocals.
     const double q1 = 1 / (1 - invVaf * vbc - invVar * vbe);
-    double qb, dqbdve, dqbdvc;
+    double qb, invQb, dqbdve, dqbdvc;
     if (ikf <= 0 && ikr <= 0) {
         qb = q1;
+        invQb = 1 - invVaf * vbc - invVar * vbe;
         dqbdve = q1 * qb * invVar;
         dqbdvc = q1 * qb * invVaf;
     } else {
         const double q2 = invIkf * cbe + invIkr * cbc;
         const double arg = std::max(0.0, 1 + 4 * q2);
         const double root = arg != 0 ? std::sqrt(arg) : 1;
+        const double invRoot = 1 / root;
         qb = q1 * (1 + root) / 2;
-        dqbdve = q1 * (qb * invVar + invIkf * gbe / root);
-        dqbdvc = q1 * (qb * invVaf + invIkr * gbc / root);
+        invQb = 2 * (1 - invVaf * vbc - invVar * vbe) / (1 + root);
+        dqbdve = q1 * (qb * invVar + invIkf * gbe * invRoot);
+        dqbdvc = q1 * (qb * invVaf + invIkr * gbc * invRoot);
     }
-    const double transfer = (cbe - cbc) / qb;
-    p.ic = transfer - cbc / br - cbcn;
-    p.ib = cbe / bf + cben + cbc / br + cbcn;
-    p.d[0] = gbe / bf + gben;
-    p.d[1] = gbc / br + gbcn;
-    p.d[2] = (gbe - transfer * dqbdve) / qb;
-    p.d[3] = (-gbc - transfer * dqbdvc) / qb - gbc / br - gbcn;
+    const double transfer = (cbe - cbc) * invQb;
+    p.ic = transfer - cbc * invBr - cbcn;
+    p.ib = cbe * invBf + cben + cbc * invBr + cbcn;
+    p.d[0] = gbe * invBf + gben;
+    p.d[1] = gbc * invBr + gbcn;
+    p.d[2] = (gbe - transfer * dqbdve) * invQb;
+    p.d[3] = (-gbc - transfer * dqbdvc) * invQb - gbc * invBr - gbcn;
     p.charged = withCharges;
     if (!withCharges) return;
     // The base-emitter charge: depletion, and diffusion following the transfer current
@@ -136,9 +142,9 @@ void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
     if (tf > 0) {
         double diffusion = cbe, g = gbe;
         if (vbe > 0) {
-            diffusion = cbe / qb;
-            g = (gbe - diffusion * dqbdve) / qb;
-            p.qeVbc = -tf * diffusion * dqbdvc / qb;
+            diffusion = cbe * invQb;
+            g = (gbe - diffusion * dqbdve) * invQb;
+            p.qeVbc = -tf * diffusion * dqbdvc * invQb;
         }
         p.qeVbe += tf * g;
         p.qe = depletion + tf * diffusion;

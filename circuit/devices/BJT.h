@@ -58,8 +58,8 @@ private:
     double sign = 1;  // -1 for PNP
     double vt = 0, vcrit = 0;
     // Derived: the emission coefficients times vt, the inverse Early voltages and knee currents
-    // (0 where there are none).
-    double nfVt = 0, nrVt = 0, neVt = 0, ncVt = 0, invVaf = 0, invVar = 0, invIkf = 0, invIkr = 0;
+    // (0 where there are none), the inverse betas.
+    double nfVt = 0, nrVt = 0, neVt = 0, ncVt = 0, invVaf = 0, invVar = 0, invIkf = 0, invIkr = 0, invBf = 1, invBr = 1;
     double lastVbe = 0, lastVbc = 0;
     mutable Point point;  // the last junction voltages computed
     HermiteTable<3> emitterTable, collectorTable;  // what junction() gives, tabulated
