@@ -194,7 +194,7 @@ private:
     std::vector<double> keptJacobians;  // the devices' slopes that the kept factors were made with
     // How far (a share of each) the devices' slopes may have moved from those of the kept
     // factors for a sample's first step to take them.
-    static constexpr double kChordSlopeChange = 0.25;
+    static constexpr double kChordSlopeChange = 0.1;
     // Whether every device slope in blocks lies within `share` of its kept value.
     bool slopesNear(const double* blocks, double share) const;
     struct Loops;
