@@ -65,11 +65,15 @@ def is_circuit(path):
 
 
 def tube_reference(name):
-    """The make_reference.py module of a tube circuit, or None."""
+    """The make_reference.py module of a tube circuit that gives its netlist (TITLE, body()),
+    or None (no script, or one that writes its reference its own way)."""
     path = os.path.join(DATA, name, "make_reference.py")
     if not os.path.exists(path):
         return None
-    return types.SimpleNamespace(**runpy.run_path(path, run_name="reference_" + name.replace("-", "_")))
+    module = runpy.run_path(path, run_name="reference_" + name.replace("-", "_"))
+    if "TITLE" not in module or "body" not in module:
+        return None
+    return types.SimpleNamespace(**module)
 
 
 def level_of(name):

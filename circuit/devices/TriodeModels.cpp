@@ -6,6 +6,7 @@
 #include "engine/InvalidArgumentException.h"
 #include "engine/Str.h"
 #include "circuit/devices/TubeParameters.h"
+#include "math/Elementary.h"
 #include "math/TableIndex.h"
 #include "circuit/devices/NKTriodeAnodeCurrent.h"
 #include "circuit/devices/PowerLawTriodeGridCurrent.h"
@@ -105,13 +106,15 @@ void NKTriodeAnodeCurrent::computeTables() {
     currentTable.assign(static_cast<size_t>(rows) * cols, 0.0f);
     dVgkTable.assign(currentTable.size(), 0.0f);
     dVpkTable.assign(currentTable.size(), 0.0f);
-    // The three tables hold current, dIdVgk and dIdVpk as their direct forms
-    // give them; the terms that the three share (and, with no contact
-    // potential, the terms of dIdVpk too) are computed once per grid point.
-    std::vector<double> plateTerm(cols);
+    // The three tables hold current, dIdVgk and dIdVpk as their direct forms give them; the
+    // plate voltage's terms are computed once per column, the rest once per grid point, with
+    // the inline elementary functions (the hundreds of thousands of points are most of a
+    // document's start-up).
+    std::vector<double> inverseRoot(cols), plateTerm(cols);
     for (int j = 0; j < cols; ++j) {
         const double vp = std::min(j * deltaVpk, VpMax);
-        plateTerm[j] = std::pow(vp * vp + Kvb, -1.5);
+        inverseRoot[j] = 1 / std::sqrt(vp * vp + Kvb);
+        plateTerm[j] = inverseRoot[j] * inverseRoot[j] * inverseRoot[j];
     }
     for (int i = 0; i < rows; ++i) {
         const float vgk = i * deltaVgk + VgkMin;
@@ -119,15 +122,19 @@ void NKTriodeAnodeCurrent::computeTables() {
             const float vpk = j * deltaVpk;
             const size_t k = static_cast<size_t>(i) * cols + j;
             if (vpk <= 0 || VgkMin > vgk) continue;  // no current, no slope: the entries stay 0
-            const KorenTerms t(std::min(vpk, VpMax), std::min(vgk, VgkMax), Kp, Kvb, mu, Vct);
-            const float c = static_cast<scalar>(std::pow(t.E1, Ex) * (1 + t.sgn) / Kg);
+            const double vp = std::min(vpk, VpMax), vg = std::min(vgk, VgkMax);
+            const double e = fastExp(Kp * (1 / mu + (vg + Vct) * inverseRoot[j]));
+            const double log1e = fastLog1p(e);
+            const double E1 = (vp / Kp) * log1e;
+            const double sgn = E1 < 0 ? -1.0 : 1.0;
+            const double p = E1 > 0 ? fastExp((Ex - 1) * fastLog(E1)) : std::pow(E1, Ex - 1);
+            const float c = static_cast<scalar>(p * E1 * (1 + sgn) / Kg);
             currentTable[k] = c >= 1e-9f ? c : 0.0f;
-            const double p = std::pow(t.E1, Ex - 1);
-            dVgkTable[k] = static_cast<scalar>(p * (Ex / Kg) * (1 + t.sgn) * t.Vp * t.e / ((1 + t.e) * t.s));
+            dVgkTable[k] = static_cast<scalar>(p * (Ex / Kg) * (1 + sgn) * vp * e * inverseRoot[j] / (1 + e));
             if (Vct == 0) {
-                const double L = t.log1e / Kp;
-                dVpkTable[k] = static_cast<scalar>((L - plateTerm[j] * (t.e / (1 + t.e)) * t.Vg * t.Vp * t.Vp) * p *
-                                                   (Ex / Kg) * (1 + t.sgn));
+                const double L = log1e / Kp;
+                dVpkTable[k] =
+                    static_cast<scalar>((L - plateTerm[j] * (e / (1 + e)) * vg * vp * vp) * p * (Ex / Kg) * (1 + sgn));
             } else {
                 dVpkTable[k] = dIdVpk(vgk, vpk);
             }
