@@ -614,6 +614,31 @@ bool NodalKernel::slopesNear(const double* blocks, double share) const {
 }
 
 template <int PS>
+inline bool NodalKernel::firstStepEnds(const double* __restrict vv, const double* __restrict dv, int ports,
+                                       double rate, double quadratic, bool& near) const {
+    // A sample's first step has no step before it to measure its successor by. Within a few
+    // times each port's tolerance (kFirstStepReach), its successor's ratio to it is taken as
+    // rate + quadratic times its length, as the samples before measured it (not a number:
+    // not known), and the test is the one above.
+    const int count = PS > 0 ? PS : ports;
+    const double rel = settings.relativeTolerance, abs = settings.absoluteTolerance;
+    double largest = 0;
+    near = true;
+    KELM_UNROLL
+    for (int p = 0; p < count; ++p) {
+        const double step = std::fabs(dv[p]);
+        near = near && !(step > kFirstStepReach * (rel * std::fabs(vv[p]) + abs));
+        largest = std::max(largest, step);
+    }
+    rate += quadratic * largest;
+    if (!near || !(rate < 0.5)) return false;
+    bool next = true;
+    KELM_UNROLL
+    for (int p = 0; p < count; ++p) next = next && !(std::fabs(dv[p]) * rate > 0.5 * (rel * std::fabs(vv[p]) + abs));
+    return next;
+}
+
+template <int PS>
 void NodalKernel::predictPorts(const double* __restrict last, double* __restrict start, int ports) {
     // The last solution, or the prediction from the last two (three).
     const int count = PS > 0 ? PS : ports;
@@ -690,6 +715,10 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
     const int most = settings.maxIterations;
     int k = 0;
     double lastStep = 0;
+    bool chordFirst = false;  // the sample's first step was a chord step
+    bool firstNear = false;   // and within kFirstStepReach tolerances
+    const bool full = settings.relaxation == 1.0;
+    double chordEstimate = chordRate, newtonEstimate = newtonConstant;
     for (;;) {
         ++k;
         KELM_UNROLL
@@ -705,7 +734,9 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
         KELM_UNROLL
         for (int q = 0; q < Qn; ++q) subtractColumn<PS>(r, kk + q * Pn, yy[q], Pn);
         bool solved = true;
+        if (k == 1) chordFirst = false;
         if (chordable && k == 1 && factorsKept && slopesNear(blocks, kChordSlopeChange)) {
+            chordFirst = true;
             // The sample's first step on the last factors of J (a chord step), while every
             // device's slopes lie near those the factors were made with: its error is then
             // a small share of its step. Where it does not converge, the next step is Newton's.
@@ -762,7 +793,21 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
             for (int p = 0; p < Pn; ++p) vv[p] = ve[p];
             break;
         }
-        const bool done = takeStepSized<PS>(ve, r, vv, Pn, lastStep);
+        const double before = lastStep;
+        bool done = takeStepSized<PS>(ve, r, vv, Pn, lastStep);
+        // A first step ends the sample early only where the steps after first steps have
+        // been measured, and only at full steps.
+        if (k == 1 && !done && full)
+            done = firstStepEnds<PS>(vv, r, Pn, chordFirst ? chordEstimate : 0.0, chordFirst ? 0.0 : newtonEstimate,
+                                     firstNear);
+        if (k == 2 && firstNear) {
+            // What a first step near the solution left: a chord step's error shrinks by a
+            // ratio, Newton's by a constant times its square. Each estimate takes the larger of
+            // what it was (a little less) and what this sample shows.
+            double& estimate = chordFirst ? chordEstimate : newtonEstimate;
+            const double seen = chordFirst ? lastStep / before : lastStep / (before * before);
+            if (std::isfinite(seen)) estimate = std::isnan(estimate) ? seen : std::max(seen, 0.99 * estimate);
+        }
         // The devices' outputs carried linearly to the new point: with them, the rows of
         // the circuit agree with the new port voltages.
         KELM_UNROLL
@@ -771,6 +816,8 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
         if (done || k >= most) break;
     }
     if constexpr (sized) std::copy(vv, vv + PS, v.data());
+    chordRate = chordEstimate;
+    newtonConstant = newtonEstimate;
     ++solves;
     iterations += k;
     capped += k >= most;

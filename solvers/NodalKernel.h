@@ -1,5 +1,6 @@
 #pragma once
 #include <array>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -103,6 +104,10 @@ private:
     // the largest port step before (0 before the first). PS above 0: the ports' number known.
     template <int PS>
     bool takeStepSized(const double* ve, double* dv, double* vv, int ports, double& lastStep) const;
+    // Whether a sample's first step dv (taken, to vv) ends the iteration by the rates that
+    // earlier samples measured; near tells whether it lay within kFirstStepReach tolerances.
+    template <int PS>
+    bool firstStepEnds(const double* vv, const double* dv, int ports, double rate, double quadratic, bool& near) const;
     template <int PS, int QS>
     void iterateSized(const double* base, const double* last, const double* K);
     // The start of the port iteration from the last sample's ports (and, with Accelerate,
@@ -191,6 +196,15 @@ private:
     std::array<double, maxKeptPorts * maxKeptPorts> keptFactors{};
     std::array<int, maxKeptPorts> keptPivots{};
     bool factorsKept = false;
+    // How a sample's second step has compared with its first, where the first was a chord
+    // step (their ratio) or Newton's (the second over the first squared, 1/V); not a number
+    // until measured.
+    static constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+    double chordRate = kUnknown, newtonConstant = kUnknown;
+    // The longest first step (in tolerances of each port) that may end a sample by the
+    // measured rates: nearer than that, Newton's iteration is sure to be in its quadratic
+    // reach, and a chord step's remainder is a measured share of a short step.
+    static constexpr double kFirstStepReach = 4;
     std::vector<double> keptJacobians;  // the devices' slopes that the kept factors were made with
     // How far (a share of each) the devices' slopes may have moved from those of the kept
     // factors for a sample's first step to take them.
