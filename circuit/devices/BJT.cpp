@@ -70,6 +70,14 @@ void BJT::derive() {
     invBf = 1 / bf;
     invBr = 1 / br;
     point = Point();
+}
+
+void BJT::tabulate(bool build) {
+    if (!build) {
+        emitterTable.clear();
+        collectorTable.clear();
+        return;
+    }
     // Each junction's table is as fine as the steeper of its two exponentials.
     const double emitterVt = ise > 0 ? std::min(nfVt, neVt) : nfVt;
     const double collectorVt = isc > 0 ? std::min(nrVt, ncVt) : nrVt;

@@ -23,6 +23,7 @@ public:
 
 protected:
     void derive() override;
+    void tabulate(bool build) override;
     void charges(const double* v, double* q) const override;
 
 private:

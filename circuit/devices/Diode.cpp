@@ -47,6 +47,13 @@ void Diode::derive() {
     vcrit = Junction::criticalVoltage(is, nvt);
     charge[0].setDepletion(cjo, vj, m, fc);
     if (breakdown) findKnee();
+}
+
+void Diode::tabulate(bool build) {
+    if (!build) {
+        table.clear();
+        return;
+    }
     // The breakdown law takes over below -knee, the table stops there.
     tabulateJunction(table, nvt, is, breakdown ? -knee : -1e300,
                      [this](double v, double* values, double* slopes) { exact(v, values, slopes); });

@@ -32,6 +32,7 @@ public:
 
 protected:
     void derive() override;
+    void tabulate(bool build) override;
     // The breakdown knee: where the reverse current reaches Ibv.
     void findKnee();
     void charges(const double* v, double* q) const override;

@@ -39,6 +39,7 @@ void JunctionDevice::readParameters(const PropertyMap& p) {
         *q.value = v;
     }
     derive();
+    tabulate(true);
 }
 
 void JunctionDevice::requireNodes(int count, const char* type, const char* order) {
@@ -82,6 +83,7 @@ scalar** JunctionDevice::getG() {
 
 void JunctionDevice::acceptPorts(const double* v) {
     double q[maxCharges];
+    if (tableCountdown > 0 && --tableCountdown == 0) tabulate(true);
     charges(v, q);
     const double rate = stepRate();
     for (int k = 0; k < chargeCount; ++k) {
@@ -105,7 +107,7 @@ void JunctionDevice::propertiesChanged(const PropertyMapPtr& properties) {
         if (properties->readOptional(q.name, v)) check(q, v);
     }
     for (const Parameter& q : parameters) properties->readOptional(q.name, *q.value);
-    derive();
+    changedWhilePlaying();
     invalidateEvaluation();
     context->setMatrixChanged(true);
 }
@@ -125,11 +127,17 @@ void JunctionDevice::propertyChanged(const std::string& name, scalar value) {
                                                        " cannot become a resistance where the element has none. ",
                                                        elementName));
         *q.value = v;
-        derive();
+        changedWhilePlaying();
         invalidateEvaluation();
         return;
     }
     throw InvalidArgumentException("propertyChanged: Invalid property: " + name + ". name=" + elementName);
+}
+
+void JunctionDevice::changedWhilePlaying() {
+    derive();
+    tabulate(false);
+    tableCountdown = kTableSettle;
 }
 
 bool JunctionDevice::replaceNotFinite(double* i, double* di) const {

@@ -37,6 +37,9 @@ protected:
     // Recomputes what follows from the parameters (critical voltages, charge coefficients);
     // called after every read and change.
     virtual void derive() = 0;
+    // Builds the device's tables from the derived values (build) or empties them, so that it
+    // evaluates exactly. Devices without tables need not override it.
+    virtual void tabulate(bool build) { (void)build; }
 
     // Checks the node count, naming the element and its nodes in order where it is wrong.
     void requireNodes(int count, const char* type, const char* order);
@@ -117,6 +120,12 @@ private:
     };
     static constexpr int kCoarseIntervals = 128, kFineIntervals = 320;
     void check(const Parameter& p, double v) const;
+    // A change at run time: derived again, the tables emptied until the parameters have held
+    // still for kTableSettle samples, then built again (acceptPorts) at one sample's start,
+    // so that a knob turning a parameter costs no table a step.
+    void changedWhilePlaying();
+    static constexpr int kTableSettle = 4096;
+    int tableCountdown = 0;
     bool replaceNotFinite(double* i, double* di) const;
     std::vector<Parameter> parameters;
     std::vector<Series> series;

@@ -85,6 +85,31 @@ TEST(CircuitSemiconductor, DiodeFollowsShockleyWithItsSeriesResistance) {
     }
 }
 
+TEST(CircuitSemiconductor, ParametersChangedWhilePlayingHoldAtOnceAndOnceTheTablesReturn) {
+    // 5 V through 1k into a diode, Is doubled while it plays: the junction settles at once
+    // where Shockley's law with the new Is puts it (evaluated exactly while the parameter
+    // moves) and stays there when the device's tables come back, built from the new Is,
+    // thousands of samples later.
+    auto d = makeDriver(circuitDoc(element("Battery", "B", "Voltage=\"5\"", {"s", "GND"}) +
+                                       element("Resistor", "R", "Resistance=\"1000\"", {"s", "a"}) +
+                                       element("Diode", "D", "Is=\"1e-14\" N=\"1.5\" Cjo=\"1e-12\"", {"a", "GND"}),
+                                   {"a"}),
+                        48000, 64);
+    std::vector<float> in(64, 0.0f);
+    auto run = [&](int blocks) {
+        for (int b = 0; b < blocks; ++b) d->process({in.data()}, 64);
+        return static_cast<double>(d->getResults()[0][63]);
+    };
+    const double before = run(10);
+    device<Diode>(*d, "D").propertyChanged("Is", 2e-14f);
+    const double moved = run(10);
+    double expected = before;
+    for (int k = 0; k < 50; ++k) expected = 1.5 * vt * std::log((5 - expected) / 1000 / 2e-14 + 1);
+    EXPECT_LT(moved, before - 0.02);
+    EXPECT_NEAR(expected, moved, 1e-5);
+    EXPECT_NEAR(moved, run(200), 1e-6);
+}
+
 TEST(CircuitSemiconductor, ZenerBreaksDownAtBv) {
     auto d = makeDriver(circuitDoc(element("Diode", "D", "Bv=\"5.1\" Ibv=\"0.005\"", {"a", "GND"}), {"in"}), 48000);
     double g;
