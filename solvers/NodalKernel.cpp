@@ -303,6 +303,7 @@ bool NodalKernel::classify(int inputs, int outputs, std::string& reason) {
     }
     jacobians.assign(block, 0.0);
     keptJacobians.assign(block, 0.0);
+    soleDevice = devices.size() == 1 && F == 0 && devices[0].ports == P;
     return true;
 }
 
@@ -746,7 +747,15 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
             for (int c = 0; c < Pn * Pn; ++c) jj[c] = 0.0;
             KELM_UNROLL
             for (int c = 0; c < Pn; ++c) jj[c * Pn + c] = 1.0;
-            for (const Slope* s = slopeList; s != slopeEnd; ++s) subtractColumn<PS>(jj + s->port * Pn, kk + s->output * Pn, blocks[s->at], Pn);
+            if (sized && soleDevice) {
+                // One device on every port, its block output by port: no list to follow.
+                KELM_UNROLL
+                for (int b = 0; b < Pn; ++b)
+                    KELM_UNROLL
+                    for (int a = 0; a < Pn; ++a) subtractColumn<PS>(jj + b * Pn, kk + a * Pn, blocks[a * Pn + b], Pn);
+            } else {
+                for (const Slope* s = slopeList; s != slopeEnd; ++s) subtractColumn<PS>(jj + s->port * Pn, kk + s->output * Pn, blocks[s->at], Pn);
+            }
             if (Pn == 1) {
                 solved = std::fabs(jj[0]) > 0 && std::isfinite(jj[0]);
                 r[0] /= jj[0];
@@ -812,7 +821,14 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
         // the circuit agree with the new port voltages.
         KELM_UNROLL
         for (int q = 0; q < Qn; ++q) yl[q] = yy[q];
-        for (const Slope* s = slopeList; s != slopeEnd; ++s) yl[s->output] -= blocks[s->at] * r[s->port];
+        if (sized && soleDevice) {
+            KELM_UNROLL
+            for (int a = 0; a < Pn; ++a)
+                KELM_UNROLL
+                for (int b = 0; b < Pn; ++b) yl[a] -= blocks[a * Pn + b] * r[b];
+        } else {
+            for (const Slope* s = slopeList; s != slopeEnd; ++s) yl[s->output] -= blocks[s->at] * r[s->port];
+        }
         if (done || k >= most) break;
     }
     if constexpr (sized) std::copy(vv, vv + PS, v.data());

@@ -196,6 +196,8 @@ private:
     std::array<double, maxKeptPorts * maxKeptPorts> keptFactors{};
     std::array<int, maxKeptPorts> keptPivots{};
     bool factorsKept = false;
+    // One device holds every port and forces no output: its block is dy/dv as it stands.
+    bool soleDevice = false;
     // How a sample's second step has compared with its first, where the first was a chord
     // step (their ratio) or Newton's (the second over the first squared, 1/V); not a number
     // until measured.
