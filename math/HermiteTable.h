@@ -22,7 +22,7 @@ public:
     // Empties the table: every lookup fails.
     void clear() {
         coarseCount = fineCount = 0;
-        lo = split = hi = 0;
+        lo = split = 0;
     }
     int coarseCapacity() const { return coarseRoom; }
     int fineCapacity() const { return fineRoom; }
@@ -39,7 +39,6 @@ public:
         fineCount = fine;
         lo = low;
         split = mid;
-        hi = high;
         coarseStep = coarse > 0 ? (mid - low) / coarse : 0;
         fineStep = (high - mid) / fine;
         invCoarse = coarse > 0 ? 1 / coarseStep : 0;
@@ -97,14 +96,10 @@ public:
         return true;
     }
 
-    // The tabulated span [low(), high()) (V or whatever the variable is).
-    double low() const { return coarseCount > 0 ? lo : split; }
-    double high() const { return fineCount > 0 ? hi : split; }
-
 private:
     std::vector<double> coef;  // per interval, per function: the cubic's four coefficients in t
     int coarseRoom = 0, fineRoom = 0, coarseCount = 0, fineCount = 0;
-    double lo = 0, split = 0, hi = 0, coarseStep = 0, fineStep = 0, invCoarse = 0, invFine = 0;
+    double lo = 0, split = 0, coarseStep = 0, fineStep = 0, invCoarse = 0, invFine = 0;
 };
 
 } // namespace kelm

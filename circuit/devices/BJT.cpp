@@ -115,11 +115,12 @@ void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
     const double cbc = c[0], gbc = dc[0], cbcn = c[1], gbcn = dc[1];
     // The base charge: Early effect (q1) and high injection (q2); three divisions in all,
     // the rest by their reciprocals.
-    const double q1 = 1 / (1 - invVaf * vbc - invVar * vbe);
+    const double early = 1 - invVaf * vbc - invVar * vbe;
+    const double q1 = 1 / early;
     double qb, invQb, dqbdve, dqbdvc;
     if (ikf <= 0 && ikr <= 0) {
         qb = q1;
-        invQb = 1 - invVaf * vbc - invVar * vbe;
+        invQb = early;
         dqbdve = q1 * qb * invVar;
         dqbdvc = q1 * qb * invVaf;
     } else {
@@ -128,7 +129,7 @@ void BJT::compute(double vbe, double vbc, bool withCharges, Point& p) const {
         const double root = arg != 0 ? std::sqrt(arg) : 1;
         const double invRoot = 1 / root;
         qb = q1 * (1 + root) / 2;
-        invQb = 2 * (1 - invVaf * vbc - invVar * vbe) / (1 + root);
+        invQb = 2 * early / (1 + root);
         dqbdve = q1 * (qb * invVar + invIkf * gbe * invRoot);
         dqbdvc = q1 * (qb * invVaf + invIkr * gbc * invRoot);
     }

@@ -30,8 +30,6 @@ TEST(HermiteTable, InterpolatesWithinItsBoundAndItsSlopeIsItsOwnDerivative) {
     // Fine steps of nvt / 8 from -0.3 to 1.2 V, coarse ones of 0.1 V below.
     const int fine = static_cast<int>(std::ceil(1.5 / (kNvt / 8)));
     table.build(-6, -0.3, 1.2, 57, fine, functions);
-    EXPECT_DOUBLE_EQ(-6, table.low());
-    EXPECT_DOUBLE_EQ(1.2, table.high());
     std::mt19937_64 random(3);
     std::uniform_real_distribution<double> span(-6, 1.2);
     double worstFine = 0, worstCoarse = 0, worstSelf = 0;
@@ -60,14 +58,6 @@ TEST(HermiteTable, InterpolatesWithinItsBoundAndItsSlopeIsItsOwnDerivative) {
     EXPECT_LT(worstFine, 7e-7);
     EXPECT_LT(worstCoarse, 1e-5);
     EXPECT_LT(worstSelf, 1e-5);
-    // At the grid's own points, and at both ends, the values are the functions'.
-    double value[2], slope[2], exact[2], exactSlope[2];
-    for (double v : {-6.0, -0.3, 1.2 - 1e-12}) {
-        ASSERT_TRUE(table.lookup(v, value, slope));
-        functions(v, exact, exactSlope);
-        EXPECT_NEAR(exact[0], value[0], 1e-9 * exact[0]) << v;
-        EXPECT_NEAR(exactSlope[1], slope[1], 1e-9) << v;
-    }
 }
 
 TEST(HermiteTable, LookupsOutsideOrOfBadArgumentsFailWithoutWriting) {
