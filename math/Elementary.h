@@ -137,6 +137,58 @@ inline double fastPow(double x, double y) {
     return fastExp(y * fastLog(x));
 }
 
+// e^x and log x without branches or table reads, for loops over whole arrays (a device's
+// tables at load), which the compiler can then vectorise: relative errors below 1e-13 for
+// |x| <= 700 and for positive normal x. Outside those ranges the results are not defined:
+// callers clamp their arguments.
+inline double branchlessExp(double x) {
+    using namespace elementary;
+    constexpr double log2e = 0x1.71547652b82fep+0;
+    constexpr double shift = 0x1.8p52;  // adding it rounds to an integer in the low bits
+    const double shifted = x * log2e + shift;
+    const double kd = shifted - shift;
+    // The integer k from the low bits of the shifted sum, 2^k by its exponent field.
+    const std::uint64_t k = bitsOf(shifted) - bitsOf(shift);
+    const double r = (x - kd * (ln2Hi)) - kd * ln2Lo;  // |r| <= ln 2 / 2
+    // Taylor's polynomial to r^12: the next term is below 2e-15 of e^r.
+    double p = 1.0 / 479001600;
+    p = p * r + 1.0 / 39916800;
+    p = p * r + 1.0 / 3628800;
+    p = p * r + 1.0 / 362880;
+    p = p * r + 1.0 / 40320;
+    p = p * r + 1.0 / 5040;
+    p = p * r + 1.0 / 720;
+    p = p * r + 1.0 / 120;
+    p = p * r + 1.0 / 24;
+    p = p * r + 1.0 / 6;
+    p = p * r + 0.5;
+    p = p * r + 1.0;
+    p = p * r + 1.0;
+    return p * fromBits((k + 1023) << 52);
+}
+
+inline double branchlessLog(double x) {
+    using namespace elementary;
+    // x = 2^e m with m in [sqrt(1/2), sqrt(2)): the exponent field counted from sqrt(1/2).
+    constexpr std::uint64_t half = 0x3fe6a09e667f3bcdull;  // sqrt(1/2)
+    const std::uint64_t u = bitsOf(x) - half;
+    const double m = fromBits(bitsOf(x) - (u & 0xfff0000000000000ull));
+    // e from e + 1023 (1 to 2046 for normal x) as a double, exactly, without an integer
+    // conversion.
+    const double e = fromBits(0x4330000000000000ull | ((u + (1023ull << 52)) >> 52)) - (0x1p52 + 1023);
+    // log m = 2 atanh s, s = (m - 1) / (m + 1), |s| <= 0.172: the series to s^17.
+    const double s = (m - 1) / (m + 1), s2 = s * s;
+    double t = 1.0 / 17;
+    t = t * s2 + 1.0 / 15;
+    t = t * s2 + 1.0 / 13;
+    t = t * s2 + 1.0 / 11;
+    t = t * s2 + 1.0 / 9;
+    t = t * s2 + 1.0 / 7;
+    t = t * s2 + 1.0 / 5;
+    t = t * s2 + 1.0 / 3;
+    return (e * ln2Hi + e * ln2Lo) + 2 * s + 2 * s * s2 * t;
+}
+
 // atan x. For |x| <= 1, c the nearest of 0, 1/32, ..., 1: atan x = atan c + atan t,
 // t = (x - c) / (1 + x c), |t| <= 1/64, atan t by its series to t^9 (the next term is below
 // 1e-19 of it). Above 1, pi/2 - atan(1/x), t written without 1/x.

@@ -1,5 +1,6 @@
 #pragma once
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 #include "math/TableIndex.h"
@@ -51,7 +52,7 @@ private:
         }
         if constexpr (ownSlopes) {
             const Cell c = locate(std::min(vgk, VgkMax), vpk);
-            const float* r0 = currentTable.data() + c.at;
+            const float* r0 = currentTable + c.at;
             const float* r1 = r0 + cols;
             const float wp0 = c.p0 + deltaVpk - vpk, wp1 = vpk - c.p0;
             current = bilinear(r0, r1, c.wg0, c.wg1, wp0, wp1);
@@ -69,10 +70,14 @@ private:
         // Above VgkMax the current goes on along its slope there.
         if (vgk > VgkMax) current += dVgk * (vgk - VgkMax);
     }
+    // The three tables of one parameter set, shared by every tube that has it.
+    struct Tables {
+        std::vector<float> current, dVgk, dVpk;
+    };
     void buildTables();
-    void computeTables();
+    std::shared_ptr<const Tables> computeTables() const;
     void evaluateDirect(scalar vgk, scalar vpk, scalar& current, scalar& dVgk, scalar& dVpk);
-    scalar lookup(const std::vector<float>& table, scalar vgk, scalar vpk, bool clampPlate) const;
+    scalar lookup(const float* table, scalar vgk, scalar vpk, bool clampPlate) const;
     // A cell of the grid: its first entry, the plate voltage of its lower side, and the
     // weights along Vgk of its two rows.
     struct Cell {
@@ -87,8 +92,8 @@ private:
         return {static_cast<size_t>(i) * cols + j, j * deltaVpk, g1 - Vg, Vg - g0};
     }
     // A table's value in cell c at plate voltage vpk.
-    scalar interpolate(const std::vector<float>& T, const Cell& c, float vpk) const {
-        return bilinear(T.data() + c.at, T.data() + c.at + cols, c.wg0, c.wg1, c.p0 + deltaVpk - vpk, vpk - c.p0);
+    scalar interpolate(const float* T, const Cell& c, float vpk) const {
+        return bilinear(T + c.at, T + c.at + cols, c.wg0, c.wg1, c.p0 + deltaVpk - vpk, vpk - c.p0);
     }
     // Bilinear interpolation in the cell whose rows start at r0 and r1, by the weights
     // along Vgk (wg0, wg1) and Vpk (wp0, wp1), which sum to the cell's sides.
@@ -98,7 +103,10 @@ private:
 
     double Vct = 0, Kp = 0, Kvb = 0, mu = 0, Ex = 0, Kg = 0;
     float VgkMax = 0, VgkMin = 0, VpMax = 0;
-    std::vector<float> currentTable, dVgkTable, dVpkTable;
+    std::shared_ptr<const Tables> tables;
+    const float* currentTable = nullptr;
+    const float* dVgkTable = nullptr;
+    const float* dVpkTable = nullptr;
     int rows = 0, cols = 0;
     bool direct = false;
     float deltaVpk = 10.0f, inverseDeltaVpk = 0.1f;

@@ -27,6 +27,33 @@ struct KorenTerms {
         sgn = E1 < 0 ? -1.0 : 1.0;
     }
 };
+// x held within +-700, where the branchless exponential is defined. Its own loop: fused
+// with the exponential or the logarithm, the comparison keeps the compiler from vectorising.
+void clampExponents(double* __restrict x, int from, int to) {
+    for (int j = from; j < to; ++j) {
+        const double held = x[j] > -700.0 ? x[j] : -700.0;
+        x[j] = held < 700.0 ? held : 700.0;
+    }
+}
+
+// Koren's e = exp(Kp (1 / mu + vg / sqrt(vp^2 + Kvb))), log(1 + e) and E1^(Ex - 1) along one
+// row of the tables, at grid voltage vg, for the columns 1 to cols - 1 (plate voltages and
+// 1 / sqrt(vp^2 + Kvb) given per column). In passes without branches, so that each vectorises.
+void rowTerms(const double* __restrict plate, const double* __restrict inverseRoot, int cols, double Kp, double mu,
+              double Ex, double vg, double* __restrict e, double* __restrict log1e, double* __restrict power) {
+    for (int j = 1; j < cols; ++j) e[j] = Kp * (1 / mu + vg * inverseRoot[j]);
+    clampExponents(e, 1, cols);
+    for (int j = 1; j < cols; ++j) {
+        const double ej = branchlessExp(e[j]);
+        const double u = 1 + ej;
+        e[j] = ej;
+        log1e[j] = branchlessLog(u) + (ej - (u - 1)) / u;
+    }
+    // E1 is never negative; the 1e-300 keeps its logarithm finite where it underflows.
+    for (int j = 1; j < cols; ++j) power[j] = (Ex - 1) * branchlessLog((plate[j] / Kp) * log1e[j] + 1e-300);
+    clampExponents(power, 1, cols);
+    for (int j = 1; j < cols; ++j) power[j] = branchlessExp(power[j]);
+}
 } // namespace
 
 NKTriodeAnodeCurrent::NKTriodeAnodeCurrent() : derivativeVector(std::make_shared<ScalarVector>(2, 0.0f)) {}
@@ -78,72 +105,64 @@ void NKTriodeAnodeCurrent::buildTables() {
     if (rows < 2 || cols < 2)
         throw InvalidArgumentException(str("Triode: the table grid needs at least two rows and two columns. Rows=", rows,
                                            " Columns=", cols));
-    // Tubes of one type share their tables: computed once a process, copied after.
-    struct Tables {
-        std::vector<float> current, dVgk, dVpk;
-    };
+    // Tubes of one type share their tables: computed once a process and never changed after,
+    // so that every tube of the type reads the same memory.
     static std::mutex guard;
     static std::map<std::vector<double>, std::shared_ptr<const Tables>> computed;
     const std::vector<double> key = {Vct, Kp, Kvb, mu, Ex, Kg, VgkMax, VgkMin, VpMax, deltaVpk, deltaVgk};
-    {
-        std::lock_guard<std::mutex> lock(guard);
-        auto it = computed.find(key);
-        if (it != computed.end()) {
-            currentTable = it->second->current;
-            dVgkTable = it->second->dVgk;
-            dVpkTable = it->second->dVpk;
-            return;
-        }
-    }
-    computeTables();
-    auto tables = std::make_shared<Tables>(Tables{currentTable, dVgkTable, dVpkTable});
     std::lock_guard<std::mutex> lock(guard);
-    computed.emplace(key, tables);
+    auto it = computed.find(key);
+    if (it == computed.end()) it = computed.emplace(key, computeTables()).first;
+    tables = it->second;
+    currentTable = tables->current.data();
+    dVgkTable = tables->dVgk.data();
+    dVpkTable = tables->dVpk.data();
 }
 
-void NKTriodeAnodeCurrent::computeTables() {
-    direct = true;
-    currentTable.assign(static_cast<size_t>(rows) * cols, 0.0f);
-    dVgkTable.assign(currentTable.size(), 0.0f);
-    dVpkTable.assign(currentTable.size(), 0.0f);
-    // The three tables hold current, dIdVgk and dIdVpk as their direct forms give them; the
-    // plate voltage's terms are computed once per column, the rest once per grid point, with
-    // the inline elementary functions (the hundreds of thousands of points are most of a
-    // document's start-up).
-    std::vector<double> inverseRoot(cols), plateTerm(cols);
+std::shared_ptr<const NKTriodeAnodeCurrent::Tables> NKTriodeAnodeCurrent::computeTables() const {
+    auto made = std::make_shared<Tables>();
+    const size_t size = static_cast<size_t>(rows) * cols;
+    made->current.assign(size, 0.0f);
+    made->dVgk.assign(size, 0.0f);
+    made->dVpk.assign(size, 0.0f);
+    // The three tables hold current, dIdVgk and dIdVpk as their direct forms give them. The
+    // plate voltage's terms are computed once per column; along a row the loops have neither
+    // branches nor table reads, so that the compiler may vectorise them (the hundreds of
+    // thousands of points are most of a document's start-up). E1 is positive at every point
+    // (the plate above 0, log(1 + e) above 0), which leaves the (1 + sgn) of the model at 2.
+    std::vector<double> plate(cols), inverseRoot(cols), plateTerm(cols), e(cols), log1e(cols), power(cols);
     for (int j = 0; j < cols; ++j) {
         const double vp = std::min(j * deltaVpk, VpMax);
+        plate[j] = vp;
         inverseRoot[j] = 1 / std::sqrt(vp * vp + Kvb);
         plateTerm[j] = inverseRoot[j] * inverseRoot[j] * inverseRoot[j];
     }
     for (int i = 0; i < rows; ++i) {
         const float vgk = i * deltaVgk + VgkMin;
-        for (int j = 0; j < cols; ++j) {
-            const float vpk = j * deltaVpk;
-            const size_t k = static_cast<size_t>(i) * cols + j;
-            if (vpk <= 0 || VgkMin > vgk) continue;  // no current, no slope: the entries stay 0
-            const double vp = std::min(vpk, VpMax), vg = std::min(vgk, VgkMax);
-            const double e = fastExp(Kp * (1 / mu + (vg + Vct) * inverseRoot[j]));
-            const double log1e = fastLog1p(e);
-            const double E1 = (vp / Kp) * log1e;
-            const double sgn = E1 < 0 ? -1.0 : 1.0;
-            const double p = E1 > 0 ? fastExp((Ex - 1) * fastLog(E1)) : std::pow(E1, Ex - 1);
-            const float c = static_cast<scalar>(p * E1 * (1 + sgn) / Kg);
-            currentTable[k] = c >= 1e-9f ? c : 0.0f;
-            dVgkTable[k] = static_cast<scalar>(p * (Ex / Kg) * (1 + sgn) * vp * e * inverseRoot[j] / (1 + e));
-            if (Vct == 0) {
-                const double L = log1e / Kp;
-                dVpkTable[k] =
-                    static_cast<scalar>((L - plateTerm[j] * (e / (1 + e)) * vg * vp * vp) * p * (Ex / Kg) * (1 + sgn));
-            } else {
-                dVpkTable[k] = dIdVpk(vgk, vpk);
-            }
+        if (VgkMin > vgk) continue;  // no current, no slope: the entries stay 0
+        const double vg = std::min(vgk, VgkMax);
+        float* current = made->current.data() + static_cast<size_t>(i) * cols;
+        float* dVgk = made->dVgk.data() + static_cast<size_t>(i) * cols;
+        float* dVpk = made->dVpk.data() + static_cast<size_t>(i) * cols;
+        // Column 0 (the plate at 0 V) carries no current and no slope.
+        rowTerms(plate.data(), inverseRoot.data(), cols, Kp, mu, Ex, vg + Vct, e.data(), log1e.data(), power.data());
+        for (int j = 1; j < cols; ++j) {
+            const double E1 = (plate[j] / Kp) * log1e[j];
+            const float c = static_cast<scalar>(power[j] * E1 * 2 / Kg);
+            current[j] = c >= 1e-9f ? c : 0.0f;
+            dVgk[j] = static_cast<scalar>(power[j] * (2 * Ex / Kg) * plate[j] * e[j] * inverseRoot[j] / (1 + e[j]));
         }
+        // dIdVpk's terms are those without Vct, as its direct form has them.
+        if (Vct != 0)
+            rowTerms(plate.data(), inverseRoot.data(), cols, Kp, mu, Ex, vg, e.data(), log1e.data(), power.data());
+        for (int j = 1; j < cols; ++j)
+            dVpk[j] = static_cast<scalar>((log1e[j] / Kp - plateTerm[j] * (e[j] / (1 + e[j])) * vg * plate[j] * plate[j]) *
+                                          power[j] * (2 * Ex / Kg));
     }
-    direct = false;
+    return made;
 }
 
-scalar NKTriodeAnodeCurrent::lookup(const std::vector<float>& T, scalar vgk, scalar vpk, bool clampPlate) const {
+scalar NKTriodeAnodeCurrent::lookup(const float* T, scalar vgk, scalar vpk, bool clampPlate) const {
     if (vpk <= 0 || VgkMin > vgk) return 0.0f;
     if (clampPlate) vpk = std::min(vpk, VpMax);
     return interpolate(T, locate(std::min(vgk, VgkMax), vpk), vpk);

@@ -93,6 +93,24 @@ TEST(MathElementary, WithinAFewUnitsInTheLastPlace) {
     }
 }
 
+// The branchless forms that tables are computed with: over their whole domain, across the
+// octave boundaries (where the logarithm's exponent changes at sqrt(2)) and near 1.
+TEST(MathElementary, BranchlessFormsWithinTheirBound) {
+    auto exp = [](double x) { return branchlessExp(x); };
+    auto log = [](double x) { return branchlessLog(x); };
+    auto expRef = [](long double x) { return std::exp(x); };
+    auto logRef = [](long double x) { return std::log(x); };
+    double at = 0;
+    EXPECT_LT(worstError(exp, expRef, -700, 700, at), 1e-13) << "exp near " << at;
+    EXPECT_LT(worstError(exp, expRef, -1e-3, 1e-3, at), 1e-13) << "exp near " << at;
+    EXPECT_LT(worstError(log, logRef, 1e-307, 1e307, at), 1e-13) << "log near " << at;
+    EXPECT_LT(worstError(log, logRef, 0.7, 1.5, at), 1e-13) << "log near " << at;
+    EXPECT_LT(worstError(log, logRef, 1 + 1e-9, 1 + 1e-3, at), 1e-13) << "log near " << at;
+    EXPECT_EQ(branchlessExp(0), 1.0);
+    EXPECT_EQ(branchlessLog(1), 0.0);
+    EXPECT_NEAR(branchlessLog(std::sqrt(2.0)), 0.5 * std::log(2.0), 1e-14);
+}
+
 TEST(MathElementary, ExactPointsAndTheLibrarysArguments) {
     // Where the result is exact, it is.
     EXPECT_EQ(1.0, fastExp(0.0));

@@ -77,6 +77,37 @@ TEST(SolversTubeModels, KorenTablesFollowTheFormula) {
     EXPECT_EQ(table.dIdVpk(-1, 400), table.dIdVpk(-1, 450));
 }
 
+// At the grid's own points the three tables hold the direct forms (to the rounding of float
+// weights), with and without a contact potential (Vct, which the plate-voltage slope leaves
+// out).
+TEST(SolversTubeModels, TablesHoldTheDirectFormsAtTheirPoints) {
+    for (const char* vct : {"0", "0.5"}) {
+        PropertyMap p = typeSet("12AX7");
+        p["Vct"] = vct;
+        NKTriodeAnodeCurrent table, direct;
+        table.init(p);
+        p["DoNotInterpolate"] = "true";
+        direct.init(p);
+        double worst[3] = {0, 0, 0};
+        for (int i = 0; i <= 1200; i += 7) {
+            const float vgk = i * 0.01f - 8.0f;
+            for (int j = 1; j <= 200; j += 3) {
+                const float vpk = j * 2.0f;
+                const double pairs[3][2] = {{table.current(vgk, vpk), direct.current(vgk, vpk)},
+                                            {table.dIdVgk(vgk, vpk), direct.dIdVgk(vgk, vpk)},
+                                            {table.dIdVpk(vgk, vpk), direct.dIdVpk(vgk, vpk)}};
+                for (int k = 0; k < 3; ++k) {
+                    // The table drops currents below 1 nA.
+                    if (k == 0 && pairs[k][1] < 1e-9) continue;
+                    const double error = std::fabs(pairs[k][0] - pairs[k][1]) / (std::fabs(pairs[k][1]) + 1e-15);
+                    worst[k] = std::max(worst[k], error);
+                }
+            }
+        }
+        for (int k = 0; k < 3; ++k) EXPECT_LT(worst[k], 1e-4) << "table " << k << " with Vct " << vct;
+    }
+}
+
 TEST(SolversTubeModels, BuiltInTypesAndTheMergeRule) {
     EXPECT_EQ("1.113", TubeTypes::triodes().at("12AY7")().at("Ex"));
     EXPECT_EQ(0u, TubeTypes::triodes().at("12AY7")().count("DeltaVpk"));
