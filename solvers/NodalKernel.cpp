@@ -40,12 +40,14 @@ inline void subtractColumn(double* __restrict to, const double* __restrict from,
 
 // One step of Gaussian elimination on the n by n column-major J and b at column c, its
 // pivot J[c][c] in place: the column below scaled by the pivot's inverse, b and the columns
-// to the right updated. Every inner loop runs down a column, so that it needs no sums in a
+// to the right updated, and the pivot replaced by its inverse (so that the substitution after
+// multiplies: no division waits on the one before). Every inner loop runs down a column, so that it needs no sums in a
 // fixed order and the compiler may vectorise it. NS above 0: n known to the compiler.
 template <int NS>
 inline void eliminateColumn(double* __restrict J, int n, double* __restrict b, int c) {
     double* column = J + c * n;
     const double inverse = 1.0 / column[c];
+    column[c] = inverse;
     KELM_UNROLL
     for (int r = c + 1; r < n; ++r) column[r] *= inverse;
     const double bc = b[c];
@@ -58,13 +60,14 @@ inline void eliminateColumn(double* __restrict J, int n, double* __restrict b, i
     }
 }
 
-// The back substitution after the elimination: b becomes x.
+// The back substitution after the elimination (the diagonal holding the pivots' inverses):
+// b becomes x.
 template <int NS>
 inline void substituteBack(const double* __restrict J, int n, double* __restrict b) {
     KELM_UNROLL
     for (int c = n - 1; c >= 0; --c) {
         const double* column = J + c * n;
-        const double x = b[c] / column[c];
+        const double x = b[c] * column[c];
         b[c] = x;
         KELM_UNROLL
         for (int r = 0; r < c; ++r) b[r] -= column[r] * x;
@@ -119,6 +122,43 @@ void solveFactored(const double* __restrict LU, const int* __restrict pivotRows,
         for (int r = c + 1; r < n; ++r) b[r] -= column[r] * bc;
     }
     substituteBack<NS>(LU, n, b);
+}
+
+// The inverse of the 4 x 4 J (either order, the inverse in the same one) from its 2 x 2
+// minors: no pivots to search and one division. False for a singular or non-finite J.
+inline bool invert4(const double* __restrict m, double* __restrict inv) {
+    const double s0 = m[0] * m[5] - m[4] * m[1], s1 = m[0] * m[6] - m[4] * m[2], s2 = m[0] * m[7] - m[4] * m[3];
+    const double s3 = m[1] * m[6] - m[5] * m[2], s4 = m[1] * m[7] - m[5] * m[3], s5 = m[2] * m[7] - m[6] * m[3];
+    const double c5 = m[10] * m[15] - m[14] * m[11], c4 = m[9] * m[15] - m[13] * m[11];
+    const double c3 = m[9] * m[14] - m[13] * m[10], c2 = m[8] * m[15] - m[12] * m[11];
+    const double c1 = m[8] * m[14] - m[12] * m[10], c0 = m[8] * m[13] - m[12] * m[9];
+    const double det = s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
+    if (!(std::fabs(det) > 0) || !std::isfinite(det)) return false;
+    const double d = 1.0 / det;
+    inv[0] = (m[5] * c5 - m[6] * c4 + m[7] * c3) * d;
+    inv[1] = (-m[1] * c5 + m[2] * c4 - m[3] * c3) * d;
+    inv[2] = (m[13] * s5 - m[14] * s4 + m[15] * s3) * d;
+    inv[3] = (-m[9] * s5 + m[10] * s4 - m[11] * s3) * d;
+    inv[4] = (-m[4] * c5 + m[6] * c2 - m[7] * c1) * d;
+    inv[5] = (m[0] * c5 - m[2] * c2 + m[3] * c1) * d;
+    inv[6] = (-m[12] * s5 + m[14] * s2 - m[15] * s1) * d;
+    inv[7] = (m[8] * s5 - m[10] * s2 + m[11] * s1) * d;
+    inv[8] = (m[4] * c4 - m[5] * c2 + m[7] * c0) * d;
+    inv[9] = (-m[0] * c4 + m[1] * c2 - m[3] * c0) * d;
+    inv[10] = (m[12] * s4 - m[13] * s2 + m[15] * s0) * d;
+    inv[11] = (-m[8] * s4 + m[9] * s2 - m[11] * s0) * d;
+    inv[12] = (-m[4] * c3 + m[5] * c1 - m[6] * c0) * d;
+    inv[13] = (m[0] * c3 - m[1] * c1 + m[2] * c0) * d;
+    inv[14] = (-m[12] * s3 + m[13] * s1 - m[14] * s0) * d;
+    inv[15] = (m[8] * s3 - m[9] * s1 + m[10] * s0) * d;
+    return true;
+}
+
+// b := M b for the 4 x 4 column-major M: a sum of its columns.
+inline void multiply4(const double* __restrict M, double* __restrict b) {
+    double x[4] = {0, 0, 0, 0};
+    for (int c = 0; c < 4; ++c) subtractColumn<4>(x, M + 4 * c, -b[c], 4);
+    for (int r = 0; r < 4; ++r) b[r] = x[r];
 }
 
 // y := M x for an r x c row-major M.
@@ -741,7 +781,10 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
             // The sample's first step on the last factors of J (a chord step), while every
             // device's slopes lie near those the factors were made with: its error is then
             // a small share of its step. Where it does not converge, the next step is Newton's.
-            solveFactored<PS>(keptFactors.data(), keptPivots.data(), Pn, r);
+            if constexpr (PS == 4)
+                multiply4(keptFactors.data(), r);
+            else
+                solveFactored<PS>(keptFactors.data(), keptPivots.data(), Pn, r);
         } else {
             KELM_UNROLL
             for (int c = 0; c < Pn * Pn; ++c) jj[c] = 0.0;
@@ -781,6 +824,13 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
                 r[0] = d0;
                 r[1] = d1;
                 r[2] = d2;
+            } else if constexpr (PS == 4) {
+                // Four ports: the inverse itself, kept for the chord steps (a product each).
+                solved = invert4(jj, keptFactors.data());
+                if (solved) multiply4(keptFactors.data(), r);
+                for (const Slope* s = slopeList; s != slopeEnd; ++s) keptJacobians[s->at] = blocks[s->at];
+                factorsKept = solved;
+                ++factored;
             } else if constexpr (chordable) {
                 solved = solveColumns<PS>(jj, Pn, r, keptPivots.data());
                 std::copy(jj, jj + PS * PS, keptFactors.data());

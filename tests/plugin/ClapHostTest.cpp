@@ -310,10 +310,11 @@ TEST(ClapCircuit, AStateHoldingADocumentRendersAsKelmRender) {
         const auto toolRight = circuit::kelmRenderSystem(sourcePath(file), in[1], 512);
         const double dl = circuit::relativeDifference(left, toolLeft), dr = circuit::relativeDifference(right, toolRight);
         std::printf("%s: Kelm.clap against kelm render --system: %g, %g of peak\n", file, dl, dr);
-        // A tube's Newton iteration stops within its tolerance: a dozen float roundings of
-        // peak apart (a linear netlist: to the bit).
-        EXPECT_LE(dl, 4e-6);
-        EXPECT_LE(dr, 4e-6);
+        // A tube's Newton iteration stops anywhere within its tolerance, and inputs a float
+        // rounding apart may stop it at different points: the example's 0.1 mV is 2e-5 of its
+        // peak (a linear netlist: to the bit).
+        EXPECT_LE(dl, 2e-5);
+        EXPECT_LE(dr, 2e-5);
         EXPECT_GT(circuit::peak(toolLeft), 0.0f);
         EXPECT_TRUE(p.faults.empty()) << p.faults.front();
     }
