@@ -27,6 +27,7 @@ struct KorenTerms {
         sgn = E1 < 0 ? -1.0 : 1.0;
     }
 };
+
 // x held within +-700, where the branchless exponential is defined. Its own loop: fused
 // with the exponential or the logarithm, the comparison keeps the compiler from vectorising.
 void clampExponents(double* __restrict x, int from, int to) {
@@ -38,7 +39,12 @@ void clampExponents(double* __restrict x, int from, int to) {
 
 // Koren's e = exp(Kp (1 / mu + vg / sqrt(vp^2 + Kvb))), log(1 + e) and E1^(Ex - 1) along one
 // row of the tables, at grid voltage vg, for the columns 1 to cols - 1 (plate voltages and
-// 1 / sqrt(vp^2 + Kvb) given per column). In passes without branches, so that each vectorises.
+// 1 / sqrt(vp^2 + Kvb) given per column). In passes without branches, so that each vectorises;
+// on Linux a second copy for processors with AVX2 takes four columns at a time where they have
+// it (the same operations without fused multiply-adds: the same numbers as the first copy).
+#if defined(__linux__) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
 void rowTerms(const double* __restrict plate, const double* __restrict inverseRoot, int cols, double Kp, double mu,
               double Ex, double vg, double* __restrict e, double* __restrict log1e, double* __restrict power) {
     for (int j = 1; j < cols; ++j) e[j] = Kp * (1 / mu + vg * inverseRoot[j]);
