@@ -34,8 +34,12 @@ private:
     // The Newton step from the residual (bWide) and the Jacobian J (double, column-major),
     // into stepWide.
     void reducedSolve(double* J);
-    // solve() with the sources' constant part of the rhs scaled by `supplies`.
-    bool iterate(DenseVector& x, double supplies);
+    // solve() with the sources' constant part of the rhs scaled by `supplies`; each unknown's
+    // last step within `absolute` (V) more than its relative tolerance counts as converged.
+    bool iterate(DenseVector& x, double supplies, double absolute = 0);
+    // Whether the last iteration's last step lay within SPICE's test: every unknown moved by at
+    // most its relative tolerance plus the absolute one.
+    bool settledWithinAbsolute() const;
     void predict(DenseVector& x);
 
     float relativeTollerance = 0;
