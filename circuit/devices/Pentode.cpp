@@ -44,6 +44,9 @@ void Pentode::evaluatePorts(double* v, double* i, double* di, double*, double*) 
     double vpk = std::max(v[1], 0.0);
     if (lastVpk > 0) vpk = std::min(std::max(vpk, lastVpk * 0.5), lastVpk * 2.0);
     lastVpk = vpk;
+    // The terminal form's memory of the plate (its own limiter's) is stale from here on: its
+    // next evaluation, where another kernel takes over, starts unlimited.
+    lastPlate = 0;
     const double vsk = std::max(v[2], 0.0);
     v[1] = vpk;
     v[2] = vsk;

@@ -52,6 +52,9 @@ void Triode::evaluatePorts(double* v, double* i, double* di, double*, double*) {
     if (lastVpk > 0) vpk = std::min(std::max(vpk, lastVpk * 0.5), lastVpk * 2.0);
     lastVpk = vpk;
     v[1] = vpk;
+    // The terminal form's memory of the plate (its own limiter's) is stale from here on: its
+    // next evaluation, where another kernel takes over, starts unlimited.
+    lastPlate = 0;
     scalar ip, ig, dIpdVgk, dIpdVpk, dIgdVgk;
     anode->evaluateExact(static_cast<scalar>(vgk), static_cast<scalar>(vpk), ip, dIpdVgk, dIpdVpk);
     grid->evaluateExact(static_cast<scalar>(vgk), ig, dIgdVgk);
