@@ -42,7 +42,10 @@ void clampExponents(double* __restrict x, int from, int to) {
 // 1 / sqrt(vp^2 + Kvb) given per column). In passes without branches, so that each vectorises;
 // on Linux a second copy for processors with AVX2 takes four columns at a time where they have
 // it (the same operations without fused multiply-adds: the same numbers as the first copy).
-#if defined(__linux__) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+// Not under ThreadSanitizer, whose runtime is not yet up when the copy is chosen at load (the
+// choice then crashes).
+#if defined(__linux__) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && \
+    !defined(__SANITIZE_THREAD__)
 __attribute__((target_clones("avx2", "default")))
 #endif
 void rowTerms(const double* __restrict plate, const double* __restrict inverseRoot, int cols, double Kp, double mu,
