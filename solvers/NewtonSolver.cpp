@@ -147,10 +147,10 @@ bool NewtonSolver::solveFromSupplies(DenseVector& x) {
     // analysis) grows from 0 to its full value; each step starts from the solution of the
     // one before, and a step that does not converge is tried again four times shorter.
     if (!initialized || !context->rhsSplits() || context->getAnalysisType() != AnalysisType::DC) return false;
-    // The iteration's own test is relative alone: a node that sits at a few 1e-22 V (a grid
-    // returned to ground through its leak) never passes it, though the point has long
-    // settled. Where the last step of the failed solve is within SPICE's test (the relative
-    // tolerance plus the absolute one), its point stands, and so does x.
+    // The iteration's own test is relative alone: a node whose voltage is rounding alone (a
+    // few 1e-22 V) never passes it, though the point has long settled. Where the last step
+    // of the failed solve is within SPICE's test (the relative tolerance plus the absolute
+    // one; a step that is not a number is not), its point stands, and so does x.
     if (settledWithinAbsolute()) return true;
     DenseVector accepted = DenseVector::Zero(n);
     double reached = 0, length = 0.1;
@@ -160,7 +160,7 @@ bool NewtonSolver::solveFromSupplies(DenseVector& x) {
     while (reached < 1.0) {
         const double next = std::min(1.0, reached + length);
         DenseVector trial = accepted;
-        if (iterate(trial, next, absoluteTollerance)) {
+        if (iterate(trial, next, absoluteTollerance) && trial.allFinite()) {
             accepted = trial;
             reached = next;
             length = std::min(2 * length, 0.5);
@@ -177,7 +177,7 @@ bool NewtonSolver::solveFromSupplies(DenseVector& x) {
 bool NewtonSolver::settledWithinAbsolute() const {
     bool settled = true;
     for (int i = 0; i < n; ++i)
-        settled = settled && !(std::fabs(stepWide[i]) > relativeTollerance * std::fabs(xWide[i]) + absoluteTollerance);
+        settled = settled && std::fabs(stepWide[i]) <= relativeTollerance * std::fabs(xWide[i]) + absoluteTollerance;
     return settled;
 }
 
