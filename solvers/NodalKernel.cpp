@@ -1125,7 +1125,7 @@ void NodalKernel::runLinearTwin(NodalKernel& b, BufferList& inputsA, BufferList&
 #endif
 
 namespace {
-// The sample loops with the sizes known, for circuits of up to 12 rows and 8 entries of z.
+// The sample loops with the sizes known, for circuits of up to 16 rows and 10 entries of z.
 typedef void (NodalKernel::*SampleLoop)(BufferList&, BufferList&, size_t);
 } // namespace
 
@@ -1133,8 +1133,8 @@ struct NodalKernel::Loops {
     template <int RS, int ZS>
     static SampleLoop pick(int r, int z) {
         if (r == RS && z == ZS) return &NodalKernel::runSamples<RS, ZS>;
-        if constexpr (ZS < 8) return pick<RS, ZS + 1>(r, z);
-        else if constexpr (RS < 12) return pick<RS + 1, 2>(r, z);
+        if constexpr (ZS < 10) return pick<RS, ZS + 1>(r, z);
+        else if constexpr (RS < 16) return pick<RS + 1, 2>(r, z);
         else return &NodalKernel::runSamples<0, 0>;
     }
     template <int PS, int QS>
