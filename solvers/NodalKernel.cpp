@@ -40,9 +40,10 @@ inline void subtractColumn(double* __restrict to, const double* __restrict from,
 
 // One step of Gaussian elimination on the n by n column-major J and b at column c, its
 // pivot J[c][c] in place: the column below scaled by the pivot's inverse, b and the columns
-// to the right updated, and the pivot replaced by its inverse (so that the substitution after
-// multiplies: no division waits on the one before). Every inner loop runs down a column, so that it needs no sums in a
-// fixed order and the compiler may vectorise it. NS above 0: n known to the compiler.
+// to the right updated, and the pivot replaced by its inverse (so that the substitution
+// after multiplies: no division waits on the one before). Every inner loop runs down a
+// column, so that it needs no sums in a fixed order and the compiler may vectorise it. NS
+// above 0: n known to the compiler.
 template <int NS>
 inline void eliminateColumn(double* __restrict J, int n, double* __restrict b, int c) {
     double* column = J + c * n;
@@ -124,8 +125,9 @@ void solveFactored(const double* __restrict LU, const int* __restrict pivotRows,
     substituteBack<NS>(LU, n, b);
 }
 
-// The inverse of the 4 x 4 J (either order, the inverse in the same one) from its 2 x 2
-// minors: no pivots to search and one division. False for a singular or non-finite J.
+// The inverse of the 4 x 4 J from its 2 x 2 minors (J stored by rows or by columns, the
+// inverse in the same order): no pivots to search and one division. False for a singular or
+// non-finite J.
 inline bool invert4(const double* __restrict m, double* __restrict inv) {
     const double s0 = m[0] * m[5] - m[4] * m[1], s1 = m[0] * m[6] - m[4] * m[2], s2 = m[0] * m[7] - m[4] * m[3];
     const double s3 = m[1] * m[6] - m[5] * m[2], s4 = m[1] * m[7] - m[5] * m[3], s5 = m[2] * m[7] - m[6] * m[3];
