@@ -826,16 +826,16 @@ void NodalKernel::iterateSized(const double* base, const double* last, const dou
                 r[0] = d0;
                 r[1] = d1;
                 r[2] = d2;
-            } else if constexpr (PS == 4) {
-                // Four ports: the inverse itself, kept for the chord steps (a product each).
-                solved = invert4(jj, keptFactors.data());
-                if (solved) multiply4(keptFactors.data(), r);
-                for (const Slope* s = slopeList; s != slopeEnd; ++s) keptJacobians[s->at] = blocks[s->at];
-                factorsKept = solved;
-                ++factored;
             } else if constexpr (chordable) {
-                solved = solveColumns<PS>(jj, Pn, r, keptPivots.data());
-                std::copy(jj, jj + PS * PS, keptFactors.data());
+                if constexpr (PS == 4) {
+                    // Four ports: the inverse itself is kept (a chord step is a product).
+                    solved = invert4(jj, keptFactors.data());
+                    if (solved) multiply4(keptFactors.data(), r);
+                } else {
+                    solved = solveColumns<PS>(jj, Pn, r, keptPivots.data());
+                    std::copy(jj, jj + PS * PS, keptFactors.data());
+                }
+                // With the slopes they were made from, for the next sample's first step.
                 for (const Slope* s = slopeList; s != slopeEnd; ++s) keptJacobians[s->at] = blocks[s->at];
                 factorsKept = solved;
                 ++factored;
