@@ -22,6 +22,9 @@ NewParser::NewParser()
       controls(std::make_shared<std::vector<ControlPtr>>()) {}
 
 namespace {
+// System inputs and outputs that pass a system input through are numbered below this.
+constexpr int kMaxSystemChannels = 1024;
+
 // Names of a graph's outputs, in order, as other graphs refer to them.
 std::vector<std::string> outputNamesOf(const pugi::xml_node& graphNode) {
     std::vector<std::string> names;
@@ -89,7 +92,10 @@ void NewParser::parse(const std::string& document) {
         graphIndex = it->second;
         if (graphIndex == -1) {
             nodeIndex = Conversions::toInt(nodeName);
-            if (nodeIndex < 0) throw KELMException("Invalid system input number " + nodeName);
+            // A system channel beyond any host's or file's count would only size buffers for
+            // billions of channels.
+            if (nodeIndex < 0 || nodeIndex >= kMaxSystemChannels)
+                throw KELMException("Invalid system input number " + nodeName);
             return;
         }
         const auto& names = outputNames[graphIndex];
