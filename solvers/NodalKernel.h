@@ -191,11 +191,11 @@ private:
     std::vector<scalar> writtenX;
     std::vector<double> writtenStates;
     long solves = 0, iterations = 0, capped = 0, refreshes = 0, factored = 0;
-    // The last factors of J and their pivot rows, for ports of known number up to 12 (for
+    // The last factors of J and the order of their rows, for ports of known number up to 12 (for
     // four, the inverse of J itself).
     static constexpr int maxKeptPorts = 12;
     std::array<double, maxKeptPorts * maxKeptPorts> keptFactors{};
-    std::array<int, maxKeptPorts> keptPivots{};
+    std::array<int, maxKeptPorts> keptOrder{};
     bool factorsKept = false;
     // One device holds every port and forces no output: its block is dy/dv as it stands.
     bool soleDevice = false;
