@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -34,9 +35,13 @@ std::string readFile(const std::string& path) {
 }
 
 // Sines of 110 and 165 Hz under a plucked envelope that restarts every quarter second:
-// the attacks of a guitar at `level` volts peak.
+// the attacks of a guitar at `level` volts peak. With KELM_BENCH_SINE set in the
+// environment, a steady 1 kHz sine of that peak instead (the input of the comparison with
+// ngspice, which keeps clipping circuits in their hardest state).
+const bool steadySine = std::getenv("KELM_BENCH_SINE") != nullptr;
 float plucked(long n, double level) {
     const double t = n / kRate, phase = std::fmod(t, 0.25);
+    if (steadySine) return static_cast<float>(level * std::sin(2 * M_PI * 1000 * t));
     const double envelope = std::exp(-phase * 12.0) * std::min(1.0, phase * 2000.0);
     return static_cast<float>(level * envelope * (0.6 * std::sin(2 * M_PI * 110 * t) + 0.4 * std::sin(2 * M_PI * 165 * t)));
 }
