@@ -452,11 +452,13 @@ void Driver::process(const BufferList& inputs, size_t framesPerBuffer) {
         refreshRates();
         multipliersChanged.store(false);
     }
-    // While a property glides, the block runs in steps, each after the glide has moved on.
-    const size_t step = gliding > 0 && stepsFit(framesPerBuffer) ? kGlideStep : framesPerBuffer;
+    // While a property glides, the block runs in steps, each after the glide has moved on;
+    // once every glide has reached its goal, the rest of the block runs in one piece.
+    size_t step = gliding > 0 && stepsFit(framesPerBuffer) ? kGlideStep : framesPerBuffer;
     const bool copy = step < framesPerBuffer;
-    for (size_t offset = 0; offset < framesPerBuffer; offset += step) {
-        const size_t frames = std::min(step, framesPerBuffer - offset);
+    for (size_t offset = 0, frames = 0; offset < framesPerBuffer; offset += frames) {
+        if (gliding == 0) step = framesPerBuffer;
+        frames = std::min(step, framesPerBuffer - offset);
         if (gliding > 0) advanceGlides(frames);
         const BufferList* in = &inputs;
         if (offset > 0) {
