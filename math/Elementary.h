@@ -5,11 +5,11 @@
 
 namespace kelm {
 
-// exp, log, log1p, pow and atan in double for the devices' evaluations, which call them a few
-// times in every iteration of every sample: inline, without errno or the library's call,
-// within a few units in the last place (relative errors below 1e-15; pow's grows with
-// |y log x|, by about 3e-16 per unit). Arguments outside the ranges worked out here
-// (infinities, NaNs, zero, subnormals, exp beyond +-708) go to the library's functions.
+// exp, log and atan in double for the devices' evaluations, which call them a few times in
+// every iteration of every sample: inline, without errno or the library's call, within a
+// few units in the last place (relative errors below 1e-15). Arguments outside the ranges
+// worked out here (infinities, NaNs, zero, subnormals, exp beyond +-708) go to the
+// library's functions.
 
 namespace elementary {
 
@@ -121,20 +121,6 @@ inline double fastLog(double x) {
     const double s2 = s * s;
     const double t = 2 * s + 2 * s * s2 * (1.0 / 3 + s2 * (1.0 / 5 + s2 * (1.0 / 7)));
     return (e * ln2Hi + kLog[j]) + (e * ln2Lo + t);
-}
-
-// log(1 + x): the logarithm of u = 1 + x as rounded, plus the rounding's share (x - (u - 1),
-// exact here) over u.
-inline double fastLog1p(double x) {
-    if (!(x > -0.5 && x < 1e300)) return std::log1p(x);
-    const double u = 1 + x;
-    return fastLog(u) + (x - (u - 1)) / u;
-}
-
-// x^y for x > 0 as e^(y log x).
-inline double fastPow(double x, double y) {
-    if (!(x > 0 && x < 1e300)) return std::pow(x, y);
-    return fastExp(y * fastLog(x));
 }
 
 // e^x and log x without branches or table reads, for loops over whole arrays (a device's

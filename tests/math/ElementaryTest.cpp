@@ -44,11 +44,9 @@ TEST(MathElementary, WithinAFewUnitsInTheLastPlace) {
     const double ulp = std::numeric_limits<double>::epsilon();
     auto exp = [](double x) { return fastExp(x); };
     auto log = [](double x) { return fastLog(x); };
-    auto log1p = [](double x) { return fastLog1p(x); };
     auto atan = [](double x) { return fastAtan(x); };
     auto expRef = [](long double x) { return std::exp(x); };
     auto logRef = [](long double x) { return std::log(x); };
-    auto log1pRef = [](long double x) { return std::log1p(x); };
     auto atanRef = [](long double x) { return std::atan(x); };
     struct Range {
         double lo, hi;
@@ -60,9 +58,6 @@ TEST(MathElementary, WithinAFewUnitsInTheLastPlace) {
     // log: normal numbers end to end, one octave, and both sides of 1 closely.
     for (Range r : {Range{1e-307, 1e307}, Range{0.5, 2}, Range{1 - 1e-4, 1}, Range{1, 1 + 1e-4}, Range{0.7, 1.5}})
         EXPECT_LT(worstError(log, logRef, r.lo, r.hi, at), 3 * ulp) << "log near " << at;
-    // log1p: from tiny to huge arguments, and negative ones down to -1/2.
-    for (Range r : {Range{1e-20, 1e20}, Range{-0.49, 0.49}, Range{-1e-8, -1e-20}})
-        EXPECT_LT(worstError(log1p, log1pRef, r.lo, r.hi, at), 3 * ulp) << "log1p near " << at;
     // atan: either side of 1, where the argument is inverted, and signed.
     for (Range r : {Range{1e-12, 1e12}, Range{-3, 3}, Range{0.99, 1.01}})
         EXPECT_LT(worstError(atan, atanRef, r.lo, r.hi, at), 3 * ulp) << "atan near " << at;
@@ -79,16 +74,6 @@ TEST(MathElementary, WithinAFewUnitsInTheLastPlace) {
             const double e = std::nextafter((j + 0.5) * std::log(2.0) / 64, side * 1000);
             for (double x : {e, e - 300, -e})
                 EXPECT_NEAR(std::exp(static_cast<long double>(x)), fastExp(x), 3 * ulp * std::exp(x)) << x;
-        }
-    }
-    // pow: the error of log x is carried by y, so it grows with |y log x|.
-    for (double y : {1.35, 1.5, -0.4, -0.03, 2.7}) {
-        for (Range r : {Range{1e-10, 1e4}, Range{0.5, 2}, Range{1e-100, 1e100}}) {
-            const double bound = (4 + 1.5 * std::fabs(y) * std::max(std::fabs(std::log(r.lo)), std::log(r.hi))) * ulp;
-            auto pow = [y](double x) { return fastPow(x, y); };
-            auto powRef = [y](long double x) { return std::pow(x, static_cast<long double>(y)); };
-            EXPECT_LT(worstError(pow, powRef, r.lo, r.hi, at), bound)
-                << "pow(x, " << y << ") near " << at;
         }
     }
 }
@@ -115,10 +100,8 @@ TEST(MathElementary, ExactPointsAndTheLibrarysArguments) {
     // Where the result is exact, it is.
     EXPECT_EQ(1.0, fastExp(0.0));
     EXPECT_EQ(0.0, fastLog(1.0));
-    EXPECT_EQ(0.0, fastLog1p(0.0));
     EXPECT_EQ(0.0, fastAtan(0.0));
     EXPECT_TRUE(std::signbit(fastAtan(-0.0)));
-    EXPECT_EQ(1.0, fastPow(1.0, 1.35));
     EXPECT_EQ(-fastAtan(0.3), fastAtan(-0.3));
     EXPECT_EQ(-fastAtan(30.0), fastAtan(-30.0));
     EXPECT_DOUBLE_EQ(std::atan(1.0), fastAtan(1.0));
@@ -139,19 +122,8 @@ TEST(MathElementary, ExactPointsAndTheLibrarysArguments) {
     EXPECT_EQ(inf, fastLog(inf));
     EXPECT_EQ(std::log(tiny), fastLog(tiny));
     EXPECT_DOUBLE_EQ(std::log(std::numeric_limits<double>::max()), fastLog(std::numeric_limits<double>::max()));
-    EXPECT_EQ(-inf, fastLog1p(-1.0));
-    EXPECT_TRUE(std::isnan(fastLog1p(-2.0)));
-    EXPECT_EQ(std::log1p(-0.75), fastLog1p(-0.75));
-    EXPECT_EQ(inf, fastLog1p(inf));
-    EXPECT_TRUE(std::isnan(fastLog1p(notANumber)));
-    EXPECT_EQ(1e-300, fastLog1p(1e-300));
     EXPECT_EQ(std::atan(inf), fastAtan(inf));
     EXPECT_EQ(-std::atan(inf), fastAtan(-inf));
     EXPECT_TRUE(std::isnan(fastAtan(notANumber)));
     EXPECT_EQ(std::atan(1e300), fastAtan(1e300));
-    EXPECT_EQ(0.0, fastPow(0.0, 1.35));
-    EXPECT_EQ(1.0, fastPow(0.0, 0.0));
-    EXPECT_TRUE(std::isnan(fastPow(-2.0, 1.35)));
-    EXPECT_EQ(inf, fastPow(inf, 1.5));
-    EXPECT_TRUE(std::isnan(fastPow(notANumber, 1.5)));
 }
